@@ -1,0 +1,22 @@
+# oxli_target(<target>): the settings that every compiled target of this project shares.
+function(oxli_target target)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    BUILD_WITH_INSTALL_RPATH ON
+    INSTALL_RPATH "$ORIGIN")
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wmissing-declarations
+    $<$<BOOL:${OXLI_DEVELOPER}>:-Werror>)
+endfunction()
+
+# oxli_exports(<target> <version script>): exports what the script names and nothing else.
+function(oxli_exports target script)
+  get_filename_component(path "${script}" ABSOLUTE)
+  target_link_options(${target} PRIVATE
+    "-Wl,--version-script=${path}" "-Wl,-z,defs" "-Wl,--enable-new-dtags")
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS "${path}")
+endfunction()
