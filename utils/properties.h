@@ -4,10 +4,12 @@
 #include <map>
 #include <string>
 
+#include "utils/api.h"
+
 namespace oxutils {
 
 // Read-only view of a dictionary of texts.
-class IDictionary {
+class OXUTILS_API IDictionary {
  public:
   virtual bool has(const std::string& key) const = 0;
   // The key's value; a lasting empty text when the key is missing.
@@ -25,7 +27,7 @@ class IDictionary {
 // itself. Blanks are ordinary characters.
 //
 // Not locked: one object is for one thread at a time.
-class Properties : public std::map<std::string, std::string>, public IDictionary {
+class OXUTILS_API Properties : public std::map<std::string, std::string>, public IDictionary {
  public:
   Properties() = default;
   Properties(const Properties&) = default;

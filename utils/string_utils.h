@@ -4,10 +4,12 @@
 #include <cstdarg>
 #include <string>
 
+#include "utils/api.h"
+
 namespace oxutils {
 
 // Stateless text functions; any thread may call them. Allocation failure leaves as std::bad_alloc.
-class StringUtils {
+class OXUTILS_API StringUtils {
  public:
   StringUtils() = delete;
 

@@ -1,0 +1,25 @@
+// Every static object of the library, in the order of construction: within one file that order is
+// the language's promise, across files it is not. They die in the reverse order when the library is
+// unloaded; there is no environment then to release what is still registered.
+#include <memory>
+
+#include "jni/connection.h"
+#include "jni/environment.h"
+#include "jni/jenv/jenv.h"
+#include "jni/listener.h"
+#include "jni/publisher.h"
+#include "jni/zblock.h"
+
+namespace oxli::jni {
+
+JEnv* JEnv::spInstance = nullptr;
+JavaVM* JEnv::spVm = nullptr;
+
+std::unique_ptr<ExitEventData> sExitEventData;
+
+Registry<ox_conn_t, ConnData> ConnData::sConnDataMap;
+Registry<ox_listener_t, ListenerData> ListenerData::sLsnMap;
+Registry<ox_publisher_t, PublisherData> PublisherData::sPubMap;
+Registry<ox_zblock_t, ZBlockData> ZBlockData::sZBlockMap;
+
+}  // namespace oxli::jni

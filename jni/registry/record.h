@@ -1,0 +1,71 @@
+// What the records of connections and listeners share: a life that outlasts the calls in progress,
+// and the environment of the thread that is inside a gateway call.
+#ifndef OXLI_JNI_REGISTRY_RECORD_H
+#define OXLI_JNI_REGISTRY_RECORD_H
+
+#include <jni.h>
+
+#include <atomic>
+
+namespace oxli::jni {
+
+// Memory that lives until its last holder lets go. A new record has one holder: its registry entry,
+// or the operation that is about to register it. A subscriber may destroy the object whose gateway
+// call it runs in; the calls in progress then still hold the memory, although the record's
+// references are gone.
+template <class Record>
+class CountedRecord {
+ public:
+  CountedRecord() = default;
+  CountedRecord(const CountedRecord&) = delete;
+  CountedRecord& operator=(const CountedRecord&) = delete;
+
+  void hold() noexcept { holders_.fetch_add(1, std::memory_order_relaxed); }
+  void letGo() noexcept {
+    if (holders_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete static_cast<Record*>(this);
+  }
+
+ protected:
+  ~CountedRecord() = default;
+
+ private:
+  std::atomic<int> holders_{1};
+};
+
+// Holds a record's memory for the scope.
+template <class Record>
+class Holding {
+ public:
+  explicit Holding(Record& record) : record_(record) { record_.hold(); }
+  Holding(const Holding&) = delete;
+  Holding& operator=(const Holding&) = delete;
+  ~Holding() { record_.letGo(); }
+
+ private:
+  Record& record_;
+};
+
+// Brackets a gateway call on a record: callbacks that the gateway makes during the call find the
+// calling thread's environment in the record's `env`. Brackets nest. A thread that leaves restores
+// what it found, unless another thread has entered meanwhile: that one's environment stays.
+template <class Record>
+class InsideCall {
+ public:
+  InsideCall(Record& record, JNIEnv* env)
+      : held_(record), env_(record.env), mine_(env), before_(record.env.load()) {
+    env_.store(env);
+  }
+  InsideCall(const InsideCall&) = delete;
+  InsideCall& operator=(const InsideCall&) = delete;
+  ~InsideCall() { env_.compare_exchange_strong(mine_, before_); }
+
+ private:
+  Holding<Record> held_;
+  std::atomic<JNIEnv*>& env_;
+  JNIEnv* mine_;
+  JNIEnv* before_;
+};
+
+}  // namespace oxli::jni
+
+#endif  // OXLI_JNI_REGISTRY_RECORD_H

@@ -1,0 +1,23 @@
+#ifndef OXLI_JNI_ZBLOCK_H
+#define OXLI_JNI_ZBLOCK_H
+
+#include "jni/base/references.h"
+#include "jni/registry/registry.h"
+#include "oxli.h"
+
+namespace oxli::jni {
+
+// Binds a Java `ZBlock` to the descriptor of a block of bytes outside a message's payload.
+struct ZBlockData {
+  ox_zblock_t* zblock = nullptr;  // in a payload, or the record's own
+  HeldRef jzblock;
+  HeldRef jbuffer;     // whose memory the binding depends on
+  bool owned = false;  // the descriptor is freed with the record
+
+  // Guarded by JEnv::zblockMutex.
+  static Registry<ox_zblock_t, ZBlockData> sZBlockMap;
+};
+
+}  // namespace oxli::jni
+
+#endif  // OXLI_JNI_ZBLOCK_H
