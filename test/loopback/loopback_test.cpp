@@ -1,0 +1,567 @@
+// The in-process gateway through its C functions alone.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "loopback/control.h"
+#include "oxli.h"
+
+namespace {
+
+constexpr char kScheme[] =
+    "scheme=?{type=3;features=5;messages=leg,quote,odd;"
+    "message.leg=?{fields=price:d};"
+    "message.quote=?{id=7;desc=Best prices;hints=?{group=market;zone=a};"
+    "fields=isin:c12,side:u1,leg:m,volume:u8,note:z;indices=pk;"
+    "index.pk=?{fields=isin,side:1;desc=Key;hints=?{unique=1}};"
+    "field.side=?{desc=Side;value=2;values=?{buy=1:Buyer;sell=2}};"
+    "field.leg=?{message=leg};field.volume=?{offset=24}};"
+    "message.odd=?{code=768;noindex=1;fields=n:i4}};";
+constexpr char kNarrow[] = "scheme=?{messages=quote;message.quote=?{fields=isin:c12}};";
+
+#pragma pack(push, 1)
+struct Quote {
+  char isin[12];
+  uint8_t side;
+  int64_t mantissa;
+  int8_t scale;
+  uint8_t gap[2];
+  uint64_t volume;
+  ox_zblock_t note;
+};
+#pragma pack(pop)
+static_assert(sizeof(Quote) == 44, "packed as the scheme says");
+
+using Strings = std::vector<std::string>;
+
+template <class T>
+T at(const void* data) {
+  T value;
+  std::memcpy(&value, data, sizeof value);
+  return value;
+}
+
+// One word a message: its kind and what tells it from others of its kind.
+std::string word(const ox_msg_t& msg) {
+  const auto& data = reinterpret_cast<const ox_msg_data_t&>(msg);
+  const auto& row = reinterpret_cast<const ox_msg_streamdata_t&>(msg);
+  switch (msg.type) {
+    case OX_MSG_OPEN:
+      return "open";
+    case OX_MSG_CLOSE:
+      return "close" + std::to_string(at<int32_t>(msg.data));
+    case OX_MSG_TIME:
+      return at<int64_t>(msg.data) > 0 ? "time" : "no time";
+    case OX_MSG_DATA:
+      return std::string(data.msg_name) + '/' + std::to_string(data.user_id) + '/' + data.addr +
+             (data.ref_msg ? "->" + std::to_string(data.ref_msg->user_id) : "");
+    case OX_MSG_STREAM_DATA:
+      return std::string(row.msg_name) + '#' + std::to_string(row.rev) +
+             std::string(row.nulls && row.nulls[3] ? "null" : "");
+    case OX_MSG_PARSEERR:
+      return "error" + std::to_string(at<int32_t>(msg.data));
+    case OX_MSG_TN_BEGIN:
+      return "{";
+    case OX_MSG_TN_COMMIT:
+      return "}";
+    case OX_MSG_ZRMQ_TIMEOUT:
+      return "timeout" + std::to_string(data.user_id);
+    case OX_MSG_ZRREPL_LIFENUM:
+      return "life" + std::to_string(at<uint32_t>(msg.data));
+    case OX_MSG_ZRREPL_CLEARDELETED:
+      return "clear" + std::to_string(at<ox_data_cleardeleted_t>(msg.data).table_idx) + '<' +
+             std::to_string(at<ox_data_cleardeleted_t>(msg.data).table_rev);
+    case OX_MSG_ZRREPL_ONLINE:
+      return "online";
+    case OX_MSG_ZRREPL_STATE:
+      return static_cast<const char*>(msg.data);
+    default:
+      return std::to_string(msg.type) + '=' + std::to_string(at<int32_t>(msg.data));
+  }
+}
+
+// A listener and what it received; `on` decides the result.
+struct Inbox {
+  static int receive(ox_conn_t*, ox_listener_t*, ox_msg_t* msg, void* data) {
+    auto& self = *static_cast<Inbox*>(data);
+    self.words.push_back(word(*msg));
+    return self.on ? self.on(*msg) : OX_ERR_OK;
+  }
+  Strings take() { return std::exchange(words, {}); }
+
+  ox_listener_t* lsn = nullptr;
+  Strings words;
+  std::function<int(ox_msg_t&)> on;
+};
+
+class Loopback : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(OX_ERR_OK, ox_env_open("platform=java"));
+    ASSERT_EQ(OX_ERR_OK, ox_conn_new("", &conn));
+    ASSERT_EQ(OX_ERR_OK, ox_conn_open(conn, ""));
+  }
+  void TearDown() override {
+    ox_env_close();
+    EXPECT_EQ(0u, loopback::liveObjects());
+  }
+
+  void listen(Inbox& to, const std::string& settings = "stream=quotes") const {
+    if (!to.lsn) {
+      ASSERT_EQ(OX_ERR_OK, ox_lsn_new(conn, "", Inbox::receive, &to, &to.lsn));
+    }
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_open(to.lsn, settings.c_str()));
+  }
+  ox_publisher_t* publish(const std::string& settings) const {
+    ox_publisher_t* pub = nullptr;
+    EXPECT_EQ(OX_ERR_OK, ox_pub_new(conn, "stream=quotes", &pub));
+    EXPECT_EQ(OX_ERR_OK, ox_pub_open(pub, settings.c_str()));
+    return pub;
+  }
+  static ox_msg_t* make(ox_publisher_t* pub, const char* name = "quote") {
+    ox_msg_t* msg = nullptr;
+    EXPECT_EQ(OX_ERR_OK, ox_pub_msgnew(pub, OX_KEY_NAME, name, &msg));
+    return msg;
+  }
+  static void postRow(ox_publisher_t* pub, const char* isin) {
+    ox_msg_t* msg = make(pub);
+    std::strncpy(static_cast<char*>(msg->data), isin, 12);
+    EXPECT_EQ(OX_ERR_OK, ox_pub_post(pub, msg, 0));
+    EXPECT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, msg));
+  }
+  int process(int timeout = 0) const { return ox_conn_process(conn, timeout, nullptr); }
+
+  ox_conn_t* conn = nullptr;
+  Inbox inbox;
+};
+
+TEST_F(Loopback, DeliversCopiesOfWhatWasPosted) {
+  ox_publisher_t* pub = publish(kScheme);
+  listen(inbox);
+  char block[] = "bytes";
+  auto* msg = reinterpret_cast<ox_msg_data_t*>(make(pub));
+  ASSERT_EQ(sizeof(Quote), msg->head.data_size);
+  static_cast<Quote*>(msg->head.data)->volume = 99;
+  static_cast<Quote*>(msg->head.data)->note = {sizeof block, block};
+  auto* ref = reinterpret_cast<ox_msg_data_t*>(make(pub, "leg"));
+  ref->user_id = 8;
+  msg->user_id = 5;
+  char addr[] = "here";
+  msg->addr = addr;
+  msg->ref_msg = ref;
+  ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &msg->head, 0));
+  std::memset(addr, 'x', 4);
+  std::memset(block, 'x', 5);
+  ASSERT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, &msg->head));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, &ref->head));
+  inbox.on = [&](ox_msg_t& got) {
+    if (got.type != OX_MSG_DATA) return 0;
+    const auto quote = at<Quote>(got.data);
+    EXPECT_EQ(99u, quote.volume);
+    EXPECT_STREQ("bytes", static_cast<const char*>(quote.note.ptr));
+    const auto& data = reinterpret_cast<ox_msg_data_t&>(got);
+    EXPECT_EQ(1u, data.msg_index);
+    EXPECT_EQ(7u, data.msg_id);
+    EXPECT_STREQ("leg", data.ref_msg->msg_name);
+    EXPECT_EQ(UNKEYED_ID, data.ref_msg->msg_id);
+    return 0;
+  };
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"open", "quote/5/here->8"}), inbox.take());
+
+  ox_msg_t* odd = make(pub, "odd");
+  ASSERT_EQ(768u, odd->type);
+  std::memset(odd->data, 1, 1);
+  ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, odd, 0));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_destroy(pub));
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"768=1", "close1"}), inbox.take());
+  int32_t state = -1;
+  EXPECT_EQ(OX_ERR_OK, ox_lsn_getstate(inbox.lsn, &state));
+  EXPECT_EQ(loopback::kClosed, state);
+}
+
+TEST_F(Loopback, SchemeTextBecomesDescriptions) {
+  ox_publisher_t* pub = publish(kScheme);
+  listen(inbox);
+  ox_scheme_desc_t* scheme = nullptr;
+  ox_scheme_desc_t* published = nullptr;
+  ASSERT_EQ(OX_ERR_OK, ox_lsn_getscheme(inbox.lsn, &scheme));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_getscheme(pub, &published));
+  EXPECT_EQ(scheme, published);
+  EXPECT_EQ(3u, scheme->scheme_type);
+  EXPECT_EQ(5u, scheme->features);
+  ASSERT_EQ(3u, scheme->num_messages);
+  const ox_message_desc_t& leg = *scheme->messages;
+  const ox_message_desc_t& quote = *leg.next;
+  EXPECT_EQ(7u, quote.number);
+  EXPECT_STREQ("Best prices", quote.desc);
+  EXPECT_EQ(sizeof(Quote), quote.size);
+  EXPECT_STREQ("zone", quote.hints->next->key);
+  EXPECT_STREQ("a", quote.hints->next->value);
+
+  struct {
+    const char *name, *type;
+    size_t size, offset;
+  } const expected[] = {{"isin", "c12", 12, 0},
+                        {"side", "u1", 1, 12},
+                        {"leg", "m", 9, 13},
+                        {"volume", "u8", 8, 24},
+                        {"note", "z", 12, 32}};
+  const ox_field_desc_t* field = quote.fields;
+  uint32_t number = 0;
+  for (const auto& row : expected) {
+    ASSERT_NE(nullptr, field);
+    EXPECT_STREQ(row.name, field->name);
+    EXPECT_STREQ(row.type, field->type);
+    EXPECT_EQ(row.size, field->size) << row.name;
+    EXPECT_EQ(row.offset, field->offset) << row.name;
+    EXPECT_EQ(number++, field->number);
+    field = field->next;
+  }
+  EXPECT_EQ(nullptr, field);
+  const ox_field_desc_t& side = *quote.fields->next;
+  EXPECT_EQ(&leg, side.next->msg);
+  EXPECT_EQ(2, at<uint8_t>(side.value));
+  ASSERT_EQ(2u, side.num_values);
+  EXPECT_STREQ("Buyer", side.values->desc);
+  EXPECT_STREQ("sell", side.values->next->name);
+  EXPECT_EQ(2, at<uint8_t>(side.values->next->int_value));
+  const ox_index_desc_t& index = *quote.indices;
+  ASSERT_EQ(2u, index.num_fields);
+  EXPECT_EQ(&side, index.fields->next->field);
+  EXPECT_EQ(1, index.fields->next->param);
+  EXPECT_STREQ("unique", index.hints->key);
+
+  for (const char* malformed :
+       {"messages=a", "messages=a,,b", "type=x", "messages=a;message.a=?{fields=n:q4}",
+        "messages=a;message.a=?{fields=n:i3}", "messages=a;message.a=?{fields=n:i4,n:i4}",
+        "messages=a;message.a=?{fields=n:m;field.n=?{message=a}}",
+        "messages=a;message.a=?{fields=n:i1;field.n=?{value=128}}",
+        "messages=a;message.a=?{fields=n:i1;field.n=?{offset=-1}}",
+        "messages=a;message.a=?{indices=i;index.i=?{fields=n}}",
+        "messages=a;message.a=?{code=288}"}) {
+    ox_publisher_t* none = nullptr;
+    const std::string text = std::string("scheme=?{") + malformed + '}';
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_new(conn, text.c_str(), &none)) << malformed;
+  }
+}
+
+TEST_F(Loopback, ReplicaGetsSnapshotChangesAndResumes) {
+  ox_publisher_t* pub = publish(std::string(kScheme) + "mode=replica");
+  for (const char* isin : {"A", "B", "A"}) postRow(pub, isin);
+  Inbox plain;
+  listen(plain);
+  listen(inbox, "stream=quotes;mode=replica");
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"open", "life1", "{", "quote#2", "quote#3", "}", "online"}), inbox.take());
+
+  auto* row = reinterpret_cast<ox_msg_streamdata_t*>(make(pub));
+  ASSERT_EQ(5u, row->num_nulls);
+  const uint8_t nulls[] = {0, 0, 0, 1, 0};
+  row->nulls = nulls;
+  row->user_id = 6;
+  ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, 0));
+  row->rev = 3;
+  ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, loopback::kClearDeleted));
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"{", "quote#4null", "}", "{", "clear1<3", "}"}), inbox.take());
+  EXPECT_EQ((Strings{"open", "quote/6/"}), plain.take());
+
+  postRow(pub, "C");
+  EXPECT_EQ(OX_ERR_OK, ox_lsn_close(inbox.lsn));
+  EXPECT_EQ((Strings{"lifenum=1;rev=4", "close0"}), inbox.take());
+  listen(inbox, "stream=quotes;mode=replica;replstate=\"lifenum=1;rev=4\"");
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"open", "life1", "{", "clear1<3", "quote#5", "}", "online"}), inbox.take());
+
+  // Another scheme is another life, without the rows.
+  ASSERT_EQ(OX_ERR_OK, ox_pub_close(pub));
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"lifenum=1;rev=5", "close1"}), inbox.take());
+  publish(kNarrow);
+  listen(inbox, "stream=quotes;mode=replica;replstate=?{lifenum=1;rev=5}");
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"open", "life2", "{", "}", "online"}), inbox.take());
+}
+
+TEST_F(Loopback, UnansweredRequestTimesOut) {
+  ox_publisher_t* pub = publish(std::string(kScheme) + "reply_timeout=20");
+  listen(inbox);
+  auto* msg = reinterpret_cast<ox_msg_data_t*>(make(pub));
+  auto* reply = reinterpret_cast<ox_msg_data_t*>(make(pub));
+  bool answering = true;
+  inbox.on = [&](ox_msg_t& got) {
+    if (!answering || got.type != OX_MSG_DATA) return 0;
+    if (reinterpret_cast<ox_msg_data_t&>(got).ref_msg) return 0;
+    reply->ref_msg = reinterpret_cast<ox_msg_data_t*>(&got);
+    return ox_pub_post(pub, &reply->head, 0);
+  };
+  for (const uint32_t user : {1u, 2u}) {
+    msg->user_id = user;
+    ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &msg->head, loopback::kReplyWanted));
+    EXPECT_EQ(OX_ERR_OK, process());
+    answering = false;
+  }
+  EXPECT_EQ((Strings{"open", "quote/1/", "quote/0/->1", "quote/2/"}), inbox.take());
+  EXPECT_EQ(OX_ERR_OK, process(5000));
+  EXPECT_EQ((Strings{"timeout2"}), inbox.take());
+  // A record that is no longer being delivered is not to be read.
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_post(pub, &reply->head, 0));
+}
+
+TEST_F(Loopback, MessageUnknownToTheStreamIsAParseError) {
+  publish(kNarrow);
+  ox_publisher_t* other = publish(kScheme);
+  listen(inbox);
+  postRow(other, "A");
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"open", "error" + std::to_string(OX_ERR_INVALIDARGUMENT)}), inbox.take());
+}
+
+TEST_F(Loopback, TimeComesFromInsideProcess) {
+  listen(inbox, "time=5");
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ(OX_ERR_OK, process(5000));
+  EXPECT_EQ((Strings{"open", "time"}), inbox.take());
+}
+
+TEST_F(Loopback, ProcessStopsAtAResultAndGoesOn) {
+  ox_publisher_t* pub = publish(kScheme);
+  listen(inbox);
+  postRow(pub, "A");
+  inbox.on = [](ox_msg_t&) { return 77; };
+  EXPECT_EQ(77, process());
+  EXPECT_EQ((Strings{"open"}), inbox.take());
+  inbox.on = [&](ox_msg_t&) {
+    postRow(pub, "B");  // for ever, if the call went on with it
+    return 0;
+  };
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"quote/0/"}), inbox.take());
+}
+
+TEST_F(Loopback, ProcessWaitsForAPostOfAnotherThread) {
+  ox_publisher_t* pub = publish(kScheme);
+  listen(inbox);
+  EXPECT_EQ(OX_ERR_OK, process());
+  std::atomic<int> inside{0};
+  inbox.on = [&](ox_msg_t&) {
+    EXPECT_EQ(1, ++inside) << "two threads deliver for one connection";
+    --inside;
+    return 0;
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([this] { EXPECT_EQ(OX_ERR_OK, process(200)); });
+  }
+  for (int i = 0; i < 20; ++i) postRow(pub, "A");
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ(21u, inbox.words.size());
+}
+
+TEST_F(Loopback, ACallbackMayProcess) {
+  ox_publisher_t* pub = publish(kScheme);
+  listen(inbox);
+  postRow(pub, "A");
+  bool nested = false;
+  inbox.on = [&](ox_msg_t&) { return std::exchange(nested, true) ? 78 : process(); };
+  EXPECT_EQ(78, process());
+  EXPECT_EQ((Strings{"open", "quote/0/"}), inbox.take());
+}
+
+TEST_F(Loopback, CallbacksMayEndWhatDelivers) {
+  const std::function<int()> ends[] = {
+      [&] { return ox_lsn_close(inbox.lsn); }, [&] { return ox_lsn_destroy(inbox.lsn); },
+      [&] { return ox_conn_close(conn); },     [&] { return ox_conn_destroy(conn); },
+      [&] { return ox_env_close(); },
+  };
+  for (const auto& end : ends) {
+    inbox = {};
+    ox_publisher_t* pub = publish(kScheme);
+    listen(inbox);
+    postRow(pub, "A");
+    inbox.on = [&](ox_msg_t& msg) { return msg.type == OX_MSG_OPEN ? end() : 0; };
+    EXPECT_EQ(OX_ERR_OK, process());
+    EXPECT_EQ(0, std::count(inbox.words.begin(), inbox.words.end(), "quote/0/"));
+    ox_env_close();
+    SetUp();
+  }
+  inbox = {};
+  listen(inbox);
+  inbox.on = [&](ox_msg_t& msg) {
+    return msg.type == OX_MSG_CLOSE ? ox_lsn_destroy(inbox.lsn) : 0;
+  };
+  EXPECT_EQ(OX_ERR_OK, ox_lsn_close(inbox.lsn));
+  EXPECT_EQ((Strings{"close0"}), inbox.take());
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_lsn_destroy(inbox.lsn));
+}
+
+TEST_F(Loopback, DeadHandlesAndForeignRecordsAreRefused) {
+  ox_publisher_t* pub = publish(kScheme);
+  ox_publisher_t* other = publish(kScheme);
+  listen(inbox);
+  ox_msg_t* msg = make(pub);
+  ox_msg_t* lasting = make(pub);
+  ASSERT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, msg));
+  ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(inbox.lsn));
+  int32_t state = 0;
+  uint64_t size = 0;
+  ox_scheme_desc_t* scheme = nullptr;
+  const int results[] = {ox_lsn_open(inbox.lsn, ""),
+                         ox_lsn_getscheme(inbox.lsn, &scheme),
+                         ox_lsn_destroy(nullptr),
+                         ox_lsn_getstate(reinterpret_cast<ox_listener_t*>(conn), &state),
+                         ox_conn_getstate(reinterpret_cast<ox_conn_t*>(&state), &state),
+                         ox_pub_msgfree(pub, msg),
+                         ox_pub_post(pub, nullptr, 0),
+                         ox_pub_post(other, lasting, 0),
+                         ox_pub_msgfree(other, lasting),
+                         ox_msg_dump(msg, 0, nullptr, &size),
+                         ox_conn_open(conn, nullptr),
+                         ox_conn_process(conn, -1, nullptr),
+                         ox_lsn_new(conn, "time=soon", Inbox::receive, nullptr, &inbox.lsn),
+                         ox_lsn_new(conn, "no pair", Inbox::receive, nullptr, &inbox.lsn),
+                         ox_pub_msgnew(pub, 9, &state, &msg),
+                         ox_pub_msgnew(pub, OX_KEY_NAME, "none", &msg)};
+  for (size_t i = 0; i < std::size(results); ++i) {
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, results[i]) << "call " << i;
+  }
+  for (const auto& [kind, key] : {std::pair{OX_KEY_INDEX, 1}, std::pair{OX_KEY_ID, 7}}) {
+    ASSERT_EQ(OX_ERR_OK, ox_pub_msgnew(pub, kind, &key, &msg));
+    EXPECT_STREQ("quote", reinterpret_cast<ox_msg_data_t*>(msg)->msg_name);
+  }
+}
+
+TEST_F(Loopback, CallsOutOfOrderAreRefused) {
+  ox_publisher_t* pub = publish("");
+  listen(inbox);
+  const int32_t position = 0;
+  ox_msg_t* msg = nullptr;
+  ox_scheme_desc_t* scheme = nullptr;
+  const std::function<int()> calls[] = {
+      [&] { return ox_env_open(""); },
+      [&] { return ox_conn_open(conn, ""); },
+      [&] { return ox_lsn_open(inbox.lsn, ""); },
+      [&] { return ox_pub_open(pub, ""); },
+      [&] { return ox_pub_msgnew(pub, OX_KEY_INDEX, &position, &msg); },
+      [&] { return ox_lsn_getscheme(inbox.lsn, &scheme); },
+      [&] { return ox_pub_close(pub) + ox_pub_close(pub); },
+      [&] { return ox_pub_post(pub, nullptr, 0); },
+      [&] { return ox_lsn_close(inbox.lsn) + ox_lsn_close(inbox.lsn); },
+      [&] { return ox_conn_close(conn) + ox_conn_close(conn); },
+      [&] { return ox_lsn_open(inbox.lsn, ""); },
+      [&] { return process(); },
+      [&] { return ox_env_close() + ox_env_close(); },
+      [&] { return ox_conn_new("", &conn); },
+      [&] { return process(); }};
+  for (size_t i = 0; i < std::size(calls); ++i) {
+    EXPECT_EQ(OX_ERR_INVALIDSTATE, calls[i]()) << "call " << i;
+  }
+}
+
+TEST_F(Loopback, TextsSayHowMuchRoomTheyNeed) {
+  const struct {
+    const char* type;
+    std::string bytes;
+    const char* text;
+  } values[] = {{"i4", std::string("\xFF\xFF\xFF\xFF", 4), "-1"},
+                {"u1", "\xFF", "255"},
+                {"c4", std::string("ab\0d", 4), "ab"},
+                {"d", std::string("\5\0\0\0\0\0\0\0\1", 9), "0.5"},
+                {"d9.2", std::string("\x85\xFF\xFF\xFF\xFF\xFF\xFF\xFF\2", 9), "-1.23"},
+                {"d", std::string("\5\0\0\0\0\0\0\0\xFF", 9), "50"}};
+  for (const auto& value : values) {
+    char text[32] = {};
+    size_t size = std::strlen(value.text);
+    EXPECT_EQ(OX_ERR_BUFFERTOOSMALL, ox_getstr(value.type, value.bytes.data(), text, &size));
+    EXPECT_EQ(std::strlen(value.text) + 1, size);
+    EXPECT_EQ(OX_ERR_OK, ox_getstr(value.type, value.bytes.data(), text, &size));
+    EXPECT_STREQ(value.text, text);
+  }
+  int64_t mantissa = 0;
+  int8_t scale = 0;
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_bcd_get("\0\0\0\0\0\0\0\0\x13", &mantissa, &scale));
+  size_t none = 0;
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_getstr("m", "", nullptr, &none));
+
+  ox_publisher_t* pub = publish(std::string(kScheme) + "mode=replica");
+  ox_scheme_desc_t* scheme = nullptr;
+  ASSERT_EQ(OX_ERR_OK, ox_pub_getscheme(pub, &scheme));
+  auto* row = reinterpret_cast<ox_msg_streamdata_t*>(make(pub));
+  const uint8_t nulls[] = {0, 0, 0, 1, 0};
+  row->nulls = nulls;
+  std::strcpy(static_cast<Quote*>(row->head.data)->isin, "XS1");
+  const std::string expected =
+      "STREAM_DATA quote, 44 bytes\nuser_id=0\nrev=0\nnulls=00010\n"
+      "isin=XS1\nside=0\nleg.price=0\nvolume=null\nnote=0 bytes\n";
+  std::string text(expected.size(), '\0');
+  uint64_t size = text.size() - 1;
+  const auto argument = static_cast<int64_t>(reinterpret_cast<intptr_t>(scheme));
+  EXPECT_EQ(OX_ERR_BUFFERTOOSMALL, ox_msg_dump(&row->head, argument, text.data(), &size));
+  EXPECT_EQ(expected.size(), size);
+  EXPECT_EQ(OX_ERR_OK, ox_msg_dump(&row->head, argument, text.data(), &size));
+  EXPECT_EQ(expected, text);
+  size = text.size();
+  EXPECT_EQ(OX_ERR_OK, ox_msg_dump(&row->head, argument + 1, text.data(), &size));
+  EXPECT_EQ(expected.find("isin"), size);
+}
+
+TEST_F(Loopback, TestsSteerIt) {
+  loopback::recordCalls(true);
+  loopback::failNext("ox_conn_close", 1234);
+  EXPECT_EQ(1234, ox_conn_close(conn));
+  EXPECT_EQ(OX_ERR_OK, ox_conn_close(conn));
+  EXPECT_EQ(OX_ERR_OK, ox_conn_open(conn, "a=1"));
+  EXPECT_EQ(OX_ERR_OK, ox_log_info("%d lines", 2));
+  EXPECT_EQ((Strings{"ox_conn_close", "ox_conn_close", "ox_conn_open \"a=1\"",
+                     "ox_log_info \"%d lines\""}),
+            loopback::calls());
+  EXPECT_EQ((Strings{"info: 2 lines"}), loopback::logLines());
+  loopback::recordCalls(false);
+  loopback::clearCalls();
+
+  listen(inbox);
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ(OX_ERR_OK, ox_lsn_close(inbox.lsn));
+  inbox.take();
+  int32_t number = 4;
+  ox_msg_t record{0x999, sizeof number, &number, 0};
+  EXPECT_TRUE(loopback::deliver(inbox.lsn, &record, 3));
+  inbox.on = [&](ox_msg_t& msg) {
+    EXPECT_EQ(&record, &msg);
+    return inbox.words.size() == 2 ? 9 : 0;
+  };
+  EXPECT_EQ(9, process());
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ((Strings{"2457=4", "2457=4", "2457=4"}), inbox.take());
+  EXPECT_EQ(0, loopback::deliverNow(inbox.lsn, &record));
+  EXPECT_EQ((Strings{"2457=4"}), inbox.take());
+}
+
+TEST(LoopbackExit, EventIsRaisedByTheClockOrOnDemand) {
+  static std::atomic<int> raised{0};
+  raised = 0;
+  EXPECT_FALSE(loopback::raiseExit());
+  const auto closeIt = [](void*) {
+    ++raised;
+    ox_env_close();
+  };
+  ASSERT_EQ(OX_ERR_OK, ox_env_register_exithandler(closeIt, nullptr));
+  ASSERT_EQ(OX_ERR_OK, ox_env_open("exit_after=1"));
+  while (raised == 0 || ox_env_close() == OX_ERR_OK) std::this_thread::yield();
+  ASSERT_EQ(OX_ERR_OK, ox_env_open("exit_after=100000"));
+  EXPECT_EQ(OX_ERR_OK, ox_env_close());
+  EXPECT_TRUE(loopback::raiseExit());
+  EXPECT_EQ(2, raised);
+  EXPECT_EQ(OX_ERR_OK, ox_env_register_exithandler(nullptr, nullptr));
+}
+
+}  // namespace
