@@ -1,0 +1,150 @@
+package org.quendel.oxli;
+
+import java.util.Objects;
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
+import org.quendel.oxli.impl.OxliImpl;
+import org.quendel.oxli.impl.Results;
+
+/**
+ * The gateway's library, opened for this process: one at a time. Owns the connections made from it.
+ * May be used by any thread.
+ */
+public final class Environment implements AutoCloseable {
+  /** Held while the environment of the process opens or ends; taken last. */
+  private static final Object LIFECYCLE = new Object();
+
+  /**
+   * Every connection in a native or about to enter one is in here: a released one stays until its
+   * outermost call has returned.
+   */
+  private final Set<Connection> connections = ConcurrentHashMap.newKeySet();
+
+  private boolean closing; // guarded by this, which is held for no call into native code
+  private boolean ended; // guarded by LIFECYCLE
+
+  private Environment() {}
+
+  /**
+   * Opens the environment, loading the native library first if need be.
+   *
+   * @param settings the gateway's
+   * @throws OxliException with {@link ResultCode#INVALID_STATE} when one is open already
+   * @throws UnsatisfiedLinkError when the native library cannot be loaded; its message names every
+   *     place tried. Later attempts in the process fail with {@link NoClassDefFoundError}.
+   */
+  public static Environment open(String settings) {
+    Objects.requireNonNull(settings, "settings");
+    synchronized (LIFECYCLE) {
+      final int code = OxliImpl.env_open(settings);
+      if (code == ResultCode.OK) return new Environment();
+      final OxliException failure = Results.failure("Environment.open", code);
+      // What a failed attempt leaves would block the next one; but not what another owner opened.
+      if (code != ResultCode.INVALID_STATE) OxliImpl.env_close();
+      throw failure;
+    }
+  }
+
+  /**
+   * Makes a connection, closed at first.
+   *
+   * @param settings the gateway's
+   * @throws OxliException when the gateway refuses
+   */
+  public Connection newConnection(String settings) {
+    Objects.requireNonNull(settings, "settings");
+    final Connection connection = new Connection(this);
+    connection.create(settings);
+    return connection;
+  }
+
+  /**
+   * Sets who receives the gateway's exit event, until the next call or the close.
+   *
+   * @param handler null for nobody
+   * @throws OxliException when the gateway refuses
+   */
+  public void onExit(IExitEventHandler handler) {
+    requireOpen();
+    ExitEvents.handleWith(handler);
+  }
+
+  /**
+   * Releases all connections, waiting for calls in progress on them, and closes the environment.
+   * When it returns another can be opened.
+   *
+   * @throws IllegalStateException when called from inside {@code onMessage}; nothing is released
+   * @throws OxliException the first error reported, with others suppressed; all is released
+   */
+  @Override
+  public void close() {
+    for (Connection connection : connections) {
+      if (connection.isEnteredByCaller()) {
+        throw new IllegalStateException("the environment cannot be closed inside onMessage");
+      }
+    }
+    synchronized (this) {
+      closing = true;
+    }
+    final Releases releases = new Releases();
+    for (Connection connection : connections) releases.run(connection::close);
+    releases.run(this::end);
+    releases.finish();
+  }
+
+  private void end() {
+    synchronized (LIFECYCLE) {
+      if (ended) return;
+      ended = true;
+      final int code = OxliImpl.env_close();
+      // Afterwards: the gateway may raise the event while it closes.
+      ExitEvents.handleNoMore();
+      Results.check("Environment.close", code);
+    }
+  }
+
+  /** Called with the connection's lock held and before its native object is made. */
+  void register(Connection connection) {
+    synchronized (this) {
+      requireOpen();
+      connections.add(connection);
+    }
+  }
+
+  /** Called when the connection is released and no call on it is in progress any more. */
+  void forget(Connection connection) {
+    connections.remove(connection);
+  }
+
+  private synchronized void requireOpen() {
+    if (closing) throw new IllegalStateException("the environment has been closed");
+  }
+
+  /**
+   * Writes a line to the gateway's log, as the three below; possible without an open environment.
+   *
+   * @throws OxliException when the gateway refuses
+   */
+  public static void logDebug(String text) {
+    Results.check("Environment.logDebug", OxliImpl.log_debugstr(line(text)));
+  }
+
+  /** Writes a line to the gateway's log; see {@link #logDebug}. */
+  public static void logTrace(String text) {
+    Results.check("Environment.logTrace", OxliImpl.log_tracestr(line(text)));
+  }
+
+  /** Writes a line to the gateway's log; see {@link #logDebug}. */
+  public static void logInfo(String text) {
+    Results.check("Environment.logInfo", OxliImpl.log_infostr(line(text)));
+  }
+
+  /** Writes a line to the gateway's log; see {@link #logDebug}. */
+  public static void logError(String text) {
+    Results.check("Environment.logError", OxliImpl.log_errorstr(line(text)));
+  }
+
+  private static String line(String text) {
+    return Objects.requireNonNull(text, "text");
+  }
+}

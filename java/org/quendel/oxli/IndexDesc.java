@@ -1,0 +1,39 @@
+package org.quendel.oxli;
+
+import java.util.List;
+import java.util.Map;
+
+/** One index of a {@link MessageDesc}. Immutable; made by native code. */
+public final class IndexDesc {
+  private final String name;
+  private final String description;
+  private final Map<String, String> hints;
+  private final List<IndexFieldDesc> fields;
+
+  IndexDesc(String name, String description, String[] hints, IndexFieldDesc[] fields) {
+    this.name = name;
+    this.description = description;
+    this.hints = Descriptions.hints(hints);
+    this.fields = Descriptions.list(fields);
+  }
+
+  /** The index's name. */
+  public String getName() {
+    return name;
+  }
+
+  /** Text for people. */
+  public String getDescription() {
+    return description;
+  }
+
+  /** Hints by key, unmodifiable. */
+  public Map<String, String> getHints() {
+    return hints;
+  }
+
+  /** The fields in index order, unmodifiable. */
+  public List<IndexFieldDesc> getFields() {
+    return fields;
+  }
+}

@@ -1,0 +1,35 @@
+package org.quendel.oxli;
+
+/** Result codes of the gateway that this library knows by name. The gateway has others. */
+public final class ResultCode {
+  /** Success. */
+  public static final int OK = 0;
+  /** The gateway or the native library failed. */
+  public static final int INTERNAL = 0x20000;
+  /** An argument is not usable. */
+  public static final int INVALID_ARGUMENT = 0x20001;
+  /** The operation does not fit the object's state. */
+  public static final int INVALID_STATE = 0x20005;
+  /** A buffer does not hold the result. */
+  public static final int BUFFER_TOO_SMALL = 0x20007;
+
+  private ResultCode() {}
+
+  /** The gateway's name of the code, such as {@code OX_ERR_INVALIDSTATE}; with its number if new. */
+  public static String nameOf(int code) {
+    switch (code) {
+      case OK:
+        return "OX_ERR_OK";
+      case INTERNAL:
+        return "OX_ERR_INTERNAL";
+      case INVALID_ARGUMENT:
+        return "OX_ERR_INVALIDARGUMENT";
+      case INVALID_STATE:
+        return "OX_ERR_INVALIDSTATE";
+      case BUFFER_TOO_SMALL:
+        return "OX_ERR_BUFFERTOOSMALL";
+      default:
+        return "OX_ERR_0x" + Integer.toHexString(code);
+    }
+  }
+}

@@ -1,0 +1,33 @@
+package org.quendel.oxli.impl;
+
+import org.quendel.oxli.messages.Message;
+
+/**
+ * What listeners and publishers do with messages and applications must not. {@link Message} installs
+ * the only instance when it is initialised, hence before any message exists.
+ */
+public abstract class MessageAccess {
+  private static volatile MessageAccess installed;
+
+  /** For the message class. */
+  protected MessageAccess() {}
+
+  /** Called once, by the message class. */
+  public static void install(MessageAccess access) {
+    installed = access;
+  }
+
+  /** REQUIRES: a message exists. */
+  public static MessageAccess get() {
+    return installed;
+  }
+
+  /** Takes the record away from the message; later uses of its payload fail. Gives the address. */
+  public abstract long detach(Message message);
+
+  /** Makes the owner the one through which the message is closed and rendered. */
+  public abstract void adopt(Message message, MessageOwner owner);
+
+  /** Null for delivered messages and copies. */
+  public abstract MessageOwner ownerOf(Message message);
+}

@@ -1,0 +1,146 @@
+package org.quendel.oxli.impl;
+
+import java.math.BigDecimal;
+import java.nio.ByteBuffer;
+import org.quendel.oxli.Connection;
+import org.quendel.oxli.IExitEventHandler;
+import org.quendel.oxli.ISubscriber;
+import org.quendel.oxli.Listener;
+import org.quendel.oxli.Publisher;
+import org.quendel.oxli.Scheme;
+import org.quendel.oxli.messages.Message;
+
+/**
+ * The natives. They trust their caller: a handle must be alive, a buffer direct, a text not null,
+ * and {@link #env_open} and {@link #env_close} must not overlap any other native but the first
+ * eight below. An {@code int} result is a {@link org.quendel.oxli.ResultCode}, unless an exception
+ * of Java code that the native called comes out instead.
+ *
+ * <p>Handles: the address of a binding record; for publishers the gateway's own. A native that makes
+ * an object stores its handle in {@code ref} and keeps the Java objects it was given until the
+ * object is destroyed. Delivery calls the subscriber on the thread that is inside a native of the
+ * listener or of its connection.
+ */
+public final class OxliImpl {
+  static {
+    // An Error passes through an initialiser as it is: the first caller sees what was tried.
+    NativeLibrary.load();
+  }
+
+  private OxliImpl() {}
+
+  /** Renders the value at the buffer's start, whose type text is {@code name}; null on failure. */
+  public static native String getstr(String name, ByteBuffer data);
+
+  /** The gateway's text for a result code. */
+  public static native String err_getstr(int code);
+
+  /** Writes a line to the gateway's log. */
+  public static native int log_debugstr(String text);
+
+  /** Writes a line to the gateway's log. */
+  public static native int log_tracestr(String text);
+
+  /** Writes a line to the gateway's log. */
+  public static native int log_infostr(String text);
+
+  /** Writes a line to the gateway's log. */
+  public static native int log_errorstr(String text);
+
+  /** Decodes the decimal at the buffer's start, whatever its position; null when it is none. */
+  public static native BigDecimal bcd_get(ByteBuffer value);
+
+  /** Not implemented: always throws. */
+  public static native String scheme_getstr();
+
+  /** Makes the class cache and opens the gateway's environment; see {@link #env_close}. */
+  public static native int env_open(String settings);
+
+  /** Needed also after an {@link #env_open} that failed, unless an environment was open before. */
+  public static native int env_close();
+
+  /** Replaces the handler; null removes it. Independent of the environment. */
+  public static native int env_register_exithandler(IExitEventHandler handler);
+
+  /** Makes a connection. */
+  public static native int conn_new(String settings, ObjRef ref, Connection connection);
+
+  /** Opens a connection; may deliver. */
+  public static native int conn_open(long conn, String settings);
+
+  /** Closes a connection, which can be opened again; may deliver. */
+  public static native int conn_close(long conn);
+
+  /** Delivers what is queued, waiting at most {@code timeout} milliseconds for it. */
+  public static native int conn_process(long conn, int timeout);
+
+  /** Stores the gateway's state of the connection. */
+  public static native int conn_getstate(long conn, IntRef state);
+
+  /** The connection's name. */
+  public static native String conn_getname(long conn);
+
+  /** Releases a connection; the handle is dead whatever the result. */
+  public static native int conn_destroy(long conn);
+
+  /** Makes a listener. */
+  public static native int lsn_new(long conn, String settings, ISubscriber subscriber, ObjRef ref,
+      Connection connection, Listener listener);
+
+  /** Opens a listener, forgetting the message objects of the last opening; may deliver. */
+  public static native int lsn_open(long lsn, String settings);
+
+  /** Closes a listener, which can be opened again; may deliver. */
+  public static native int lsn_close(long lsn);
+
+  /** Stores the gateway's state of the listener. */
+  public static native int lsn_getstate(long lsn, IntRef state);
+
+  /** Stores the address of the listener's scheme description. */
+  public static native int lsn_getscheme(long lsn, ObjRef ref);
+
+  /** The listener's name. */
+  public static native String lsn_getname(long lsn);
+
+  /** Releases a listener, delivering what closing it makes; dead afterwards whatever the result. */
+  public static native int lsn_destroy(long lsn);
+
+  /** Makes a publisher. */
+  public static native int pub_new(long conn, String settings, ObjRef ref, Publisher publisher);
+
+  /** Releases a publisher; the handle is dead whatever the result. */
+  public static native int pub_destroy(long pub);
+
+  /** Opens a publisher. */
+  public static native int pub_open(long pub, String settings);
+
+  /** Closes a publisher, which can be opened again. */
+  public static native int pub_close(long pub);
+
+  /** Stores the gateway's state of the publisher. */
+  public static native int pub_getstate(long pub, IntRef state);
+
+  /** Stores the address of the publisher's scheme description. */
+  public static native int pub_getscheme(long pub, ObjRef ref);
+
+  /** The publisher's name. */
+  public static native String pub_getname(long pub);
+
+  /**
+   * Makes an outgoing message and stores its object in {@code out[0]}.
+   *
+   * @param keyType 0: {@code key} is the {@link Integer} index, 1: the {@link Integer} id, 2: the
+   *     {@link String} name
+   */
+  public static native int pub_msgnew(long pub, int keyType, Object key, Scheme scheme,
+      Object[] out);
+
+  /** Posts a message whose record is alive. */
+  public static native int pub_post(long pub, Message message, int flags);
+
+  /** Frees the record at {@code ref}, which {@link #pub_msgnew} made for the message. */
+  public static native int pub_msgdispose(long pub, long ref, Message message);
+
+  /** Renders a message's record as UTF-8 text; null when the gateway gave none. */
+  public static native byte[] msg_dump(Message message, long argument);
+}

@@ -1,0 +1,58 @@
+package org.quendel.oxli.messages;
+
+import org.quendel.oxli.Scheme;
+
+/** A message that a scheme describes. */
+public abstract class AbstractDataMessage extends Message {
+  private static final int NONE = -1;
+
+  private final Scheme scheme;
+  private int msgIndex;
+  private int msgId;
+  private String msgName;
+
+  AbstractDataMessage(int type, int msgId, int msgIndex, String msgName, Scheme scheme) {
+    super(type);
+    this.msgId = msgId;
+    this.msgIndex = msgIndex;
+    this.msgName = msgName;
+    this.scheme = scheme;
+  }
+
+  /** Position of the message's description in the scheme, -1 when it has none. */
+  public final int getMsgIndex() {
+    return msgIndex;
+  }
+
+  /** The message's id in the scheme, unsigned; -1 when it has none. */
+  public final int getMsgId() {
+    return msgId;
+  }
+
+  /** The message's name in the scheme. */
+  public final String getMsgName() {
+    return msgName;
+  }
+
+  /** The scheme of the opening that the message came with, or null. */
+  public final Scheme getScheme() {
+    return scheme;
+  }
+
+  /** Whether the object may show messages of different descriptions one after the other. */
+  final boolean isUnkeyed() {
+    return msgIndex == NONE && msgId == NONE;
+  }
+
+  void setMsgIndex(int index) {
+    msgIndex = index;
+  }
+
+  void setMsgId(int id) {
+    msgId = id;
+  }
+
+  void setMsgName(String name) {
+    msgName = name;
+  }
+}

@@ -1,0 +1,8 @@
+package org.quendel.oxli.messages;
+
+/** The messages up to the next {@link TnCommitMessage} belong together. */
+public final class TnBeginMessage extends Message {
+  TnBeginMessage() {
+    super(MessageType.TN_BEGIN);
+  }
+}

@@ -1,0 +1,2 @@
+/** The messages that listeners receive and publishers send. */
+package org.quendel.oxli.messages;
