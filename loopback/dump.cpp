@@ -108,7 +108,7 @@ int ox_msg_dump(ox_msg_t* msg, int64_t argument, char* buffer, uint64_t* size) {
     const bool fits = buffer && *size >= text.size();
     *size = text.size();
     if (!fits) return OX_ERR_BUFFERTOOSMALL;
-    std::memcpy(buffer, text.data(), text.size());
+    text.copy(buffer, text.size());
     return OX_ERR_OK;
   });
 }

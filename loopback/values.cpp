@@ -28,12 +28,9 @@ Decimal decimalAt(const void* data) {
 
 std::string textOf(Decimal value) {
   std::string digits = std::to_string(value.mantissa);
+  const auto decimals = static_cast<std::size_t>(std::abs(value.scale));
+  if (value.scale <= 0) return value.mantissa == 0 ? digits : digits.append(decimals, '0');
   const std::size_t sign = value.mantissa < 0 ? 1 : 0;
-  if (value.scale <= 0) {
-    return value.mantissa == 0 ? digits
-                               : digits.append(static_cast<std::size_t>(-value.scale), '0');
-  }
-  const auto decimals = static_cast<std::size_t>(value.scale);
   if (digits.size() - sign <= decimals) {
     digits.insert(sign, decimals + 1 - (digits.size() - sign), '0');
   }

@@ -358,6 +358,7 @@ TEST_F(Loopback, ProcessWaitsForAPostOfAnotherThread) {
     return 0;
   };
   std::vector<std::thread> threads;
+  threads.reserve(3);
   for (int i = 0; i < 3; ++i) {
     threads.emplace_back([this] { EXPECT_EQ(OX_ERR_OK, process(200)); });
   }
