@@ -1,0 +1,378 @@
+#include <atomic>
+#include <thread>
+
+#include "jni/base/handles.h"
+#include "jni/jenv/jenv.h"
+#include "jni/listener.h"
+#include "jni/publisher.h"
+#include "test/native/support/native_test.h"
+#include "test/native/support/records.h"
+
+namespace oxli::test {
+
+namespace {
+
+using jni::ConnData;
+using jni::fromHandle;
+using jni::ListenerData;
+
+class DeliveryTest : public NativeTest {
+ protected:
+  void SetUp() override {
+    NativeTest::SetUp();
+    openEnvironment();
+    connection = newConnection();
+    listener = newListener(connection);
+    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
+    EXPECT_EQ(OX_ERR_OK, process());  // the open message
+    script.onMessage = [this](JNIEnv*, jobject) {
+      ++messages;
+      return 0;
+    };
+    script.getScheme = [this](JNIEnv* on) {
+      ++schemes;
+      return on->AllocObject(on->FindClass("org/quendel/oxli/Scheme"));
+    };
+  }
+  void TearDown() override {
+    script = {};
+    takeException();
+    if (listener) OXLI(lsn_1destroy)(env, nullptr, listener);
+    if (connection) OXLI(conn_1destroy)(env, nullptr, connection);
+    NativeTest::TearDown();
+  }
+
+  jint process(jint timeout = 0) const {
+    return OXLI(conn_1process)(env, nullptr, connection, timeout);
+  }
+  ox_listener_t* lsn() const { return fromHandle<ListenerData>(listener)->lsn; }
+  void queue(const ox_msg_t& msg, std::size_t times = 1) const {
+    ASSERT_TRUE(loopback::deliver(lsn(), &msg, times));
+  }
+  jint deliver(const ox_msg_t& msg) const {
+    queue(msg);
+    return process();
+  }
+  std::string exceptionAfter(jint expected, jint result) const {
+    EXPECT_EQ(expected, result);
+    return takeException();
+  }
+
+  jlong connection = 0;
+  jlong listener = 0;
+  int messages = 0;
+  int schemes = 0;
+  const ox_msg_t service = serviceRecord(OX_MSG_TN_BEGIN);
+  ox_msg_data_t data = dataRecord(1, 1);
+};
+
+TEST_F(DeliveryTest, SubscriberDecides) {
+  script.onMessage = [this](JNIEnv*, jobject) { return ++messages == 2 ? 42 : 0; };
+  queue(service, 3);
+  EXPECT_EQ(42, process());
+  EXPECT_EQ(2, messages);
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ(3, messages);
+}
+
+TEST_F(DeliveryTest, SchemeIsFetchedOncePerOpening) {
+  EXPECT_EQ(OX_ERR_OK, deliver(service));
+  // Without a publisher the gateway has no scheme: the message goes out all the same.
+  EXPECT_EQ(OX_ERR_OK, deliver(data.head));
+  EXPECT_EQ(0, schemes);
+
+  const jlong publisher =
+      newPublisher(connection, "stream=s;scheme=?{messages=m;message.m=?{fields=f:i4}}");
+  EXPECT_EQ(OX_ERR_OK, deliver(service));
+  EXPECT_EQ(0, schemes);
+  ox_msg_data_t error = dataRecord(1, 1);
+  error.head.type = OX_MSG_PARSEERR;
+  const ox_msg_streamdata_t row = rowRecord(1);
+  for (const ox_msg_t* msg : {&error.head, &data.head, &row.head, &data.head}) {
+    EXPECT_EQ(OX_ERR_OK, deliver(*msg));
+    EXPECT_EQ(1, schemes);
+  }
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1close)(env, nullptr, listener));
+  EXPECT_EQ(nullptr, fromHandle<ListenerData>(listener)->jscheme.get());
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
+  EXPECT_EQ(OX_ERR_OK, deliver(data.head));
+  EXPECT_EQ(2, schemes);
+
+  // A null scheme is asked for again.
+  OXLI(lsn_1close)(env, nullptr, listener);
+  OXLI(lsn_1open)(env, nullptr, listener, text(""));
+  script.getScheme = [this](JNIEnv*) -> jobject { return ++schemes, nullptr; };
+  deliver(data.head);
+  deliver(data.head);
+  EXPECT_EQ(4, schemes);
+
+  script.getScheme = [](JNIEnv* on) -> jobject {
+    on->ThrowNew(on->FindClass("java/lang/Error"), "scheme");
+    return nullptr;
+  };
+  const int before = messages;
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ("Error", exceptionAfter(OX_ERR_INTERNAL, deliver(data.head)));
+  EXPECT_EQ("\nJNI Exception at cacheGet getScheme\n\n", ::testing::internal::GetCapturedStderr());
+  EXPECT_EQ(before, messages);
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
+}
+
+TEST_F(DeliveryTest, EachOpeningHasItsOwnObjects) {
+  std::vector<jobject> objects;
+  script.onMessage = [&](JNIEnv* on, jobject message) {
+    objects.push_back(on->NewLocalRef(message));
+    return 0;
+  };
+  deliver(service);
+  deliver(service);
+  OXLI(lsn_1close)(env, nullptr, listener);
+  OXLI(lsn_1open)(env, nullptr, listener, text(""));
+  objects.erase(objects.begin() + 2, objects.end());
+  queue(service);
+  process();
+  EXPECT_TRUE(env->IsSameObject(objects.front(), objects[1]));
+  EXPECT_FALSE(env->IsSameObject(objects.front(), objects.back()));
+}
+
+TEST_F(DeliveryTest, ExceptionsStayPendingAndStopDelivery) {
+  script.onMessage = [this](JNIEnv* on, jobject) {
+    ++messages;
+    on->ThrowNew(on->FindClass("java/lang/Error"), "subscriber");
+    return 0;
+  };
+  queue(service, 2);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ("Error", exceptionAfter(OX_ERR_INTERNAL, process()));
+  EXPECT_EQ("", ::testing::internal::GetCapturedStderr());
+  EXPECT_EQ(1, messages);
+
+  // Pending at entry.
+  script.onMessage = nullptr;
+  ListenerData& record = *fromHandle<ListenerData>(listener);
+  record.env = env;
+  env->ThrowNew(env->FindClass("java/lang/Error"), "before");
+  ox_msg_t msg = service;
+  EXPECT_EQ("Error", exceptionAfter(OX_ERR_INTERNAL, ListenerCB(nullptr, lsn(), &msg, &record)));
+  record.env = nullptr;
+}
+
+TEST_F(DeliveryTest, NoCallInProgressNoJava) {
+  ox_msg_t msg = service;
+  EXPECT_EQ(OX_ERR_INTERNAL, loopback::deliverNow(lsn(), &msg));
+  EXPECT_EQ(0, messages);
+}
+
+// A enters, B enters, A leaves, B leaves: what is recorded then is A's, which has left.
+TEST_F(DeliveryTest, InterleavedCallsNeverLendAForeignEnvironment) {
+  ConnData& record = *fromHandle<ConnData>(connection);
+  std::atomic<JNIEnv*> second{nullptr};
+  std::thread a;
+  std::thread b;
+  const auto processing = [&](std::atomic<JNIEnv*>* own) {
+    JNIEnv* mine = nullptr;
+    virtualMachine()->AttachCurrentThread(reinterpret_cast<void**>(&mine), nullptr);
+    if (own) *own = mine;
+    EXPECT_EQ(OX_ERR_OK, OXLI(conn_1process)(mine, nullptr, connection, 60000));
+    virtualMachine()->DetachCurrentThread();
+  };
+  const auto until = [](auto&& condition) {
+    while (!condition()) std::this_thread::yield();
+  };
+
+  a = std::thread(processing, nullptr);
+  until([&] { return record.env.load() != nullptr; });
+  JNIEnv* const first = record.env.load();
+  b = std::thread(processing, &second);
+  until([&] { return second && record.env.load() == second.load(); });
+
+  std::vector<JNIEnv*> deliveredOn;
+  script.onMessage = [&](JNIEnv* on, jobject) {
+    deliveredOn.push_back(on);
+    return 0;
+  };
+  queue(service);
+  a.join();
+  EXPECT_EQ(second.load(), record.env.load());
+  queue(service);
+  b.join();
+  EXPECT_EQ((std::vector<JNIEnv*>{first, second}), deliveredOn);
+
+  ASSERT_EQ(first, record.env.load());
+  ox_msg_t msg = service;
+  EXPECT_EQ(OX_ERR_OK, loopback::deliverNow(lsn(), &msg));
+  EXPECT_EQ(env, deliveredOn.back());
+  std::thread([&] { EXPECT_EQ(OX_ERR_INTERNAL, loopback::deliverNow(lsn(), &msg)); }).join();
+  EXPECT_EQ(3u, deliveredOn.size());
+  record.env = nullptr;
+}
+
+TEST_F(DeliveryTest, BracketsNest) {
+  const ConnData& record = *fromHandle<ConnData>(connection);
+  const ListenerData& bound = *fromHandle<ListenerData>(listener);
+  script.onMessage = [&](JNIEnv* on, jobject) {
+    EXPECT_EQ(OX_ERR_OK, OXLI(conn_1getstate)(on, nullptr, connection, intRef()));
+    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1getstate)(on, nullptr, listener, intRef()));
+    EXPECT_EQ(on, record.env.load());
+    EXPECT_EQ(nullptr, bound.env.load());
+    return 0;
+  };
+  EXPECT_EQ(OX_ERR_OK, deliver(service));
+  EXPECT_EQ(nullptr, record.env.load());
+  // The listener's own bracket serves what is delivered while it closes.
+  script.onMessage = [&](JNIEnv* on, jobject) {
+    ++messages;
+    EXPECT_EQ(on, bound.env.load());
+    EXPECT_EQ(nullptr, record.env.load());
+    return 0;
+  };
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1close)(env, nullptr, listener));
+  EXPECT_EQ(1, messages);
+}
+
+TEST_F(DeliveryTest, ManyMessagesLeaveNothingBehind) {
+  const std::size_t kMany = 1000000;
+  deliver(data.head);
+  messages = 0;
+  const JniProbe::Counts before = probe->counts;
+  queue(data.head, kMany);
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ(kMany, static_cast<std::size_t>(messages));
+  EXPECT_EQ(before.locals, probe->counts.locals);
+  EXPECT_EQ(before.globals, probe->counts.globals);
+  EXPECT_EQ(before.objects, probe->counts.objects);
+}
+
+TEST_F(DeliveryTest, SubscriberMayDestroyWhatItRunsIn) {
+  const jlong other = newListener(connection);
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, other, text("")));
+  EXPECT_EQ(OX_ERR_OK, process());
+
+  // The other listener, then its own: what is queued for them is not delivered.
+  queue(service, 3);
+  loopback::deliver(fromHandle<ListenerData>(other)->lsn, &service);
+  messages = 0;
+  script.onMessage = [&](JNIEnv* on, jobject) {
+    script.onMessage = nullptr;
+    ++messages;
+    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(on, nullptr, other));
+    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(on, nullptr, listener));
+    EXPECT_TRUE(ListenerData::sLsnMap.empty());
+    return 0;
+  };
+  EXPECT_EQ(OX_ERR_OK, process());
+  EXPECT_EQ(1, messages);
+
+  // The connection, with a listener still on it.
+  listener = newListener(connection);
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
+  script.onMessage = [&](JNIEnv* on, jobject) {
+    script.onMessage = nullptr;
+    EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(on, nullptr, connection));
+    EXPECT_TRUE(ConnData::sConnDataMap.empty());
+    return 43;
+  };
+  EXPECT_EQ(43, process());
+  connection = 0;
+  // The gateway listener went with its connection; the record is still there to be released.
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(lsn_1destroy)(env, nullptr, listener));
+  listener = 0;
+}
+
+TEST_F(DeliveryTest, CallbackMayDestroyTheListenerThatIsBeingClosed) {
+  const auto destroy = [&](JNIEnv* on, jobject) {
+    script.onMessage = nullptr;
+    ++messages;
+    OXLI(lsn_1destroy)(on, nullptr, listener);
+    EXPECT_TRUE(ListenerData::sLsnMap.empty());
+    return 0;
+  };
+  script.onMessage = destroy;
+  OXLI(lsn_1close)(env, nullptr, listener);
+  EXPECT_EQ(1, messages);
+
+  listener = newListener(connection);
+  OXLI(lsn_1open)(env, nullptr, listener, text(""));
+  script.onMessage = destroy;
+  OXLI(lsn_1destroy)(env, nullptr, listener);
+  EXPECT_EQ(2, messages);
+
+  listener = newListener(connection);
+  OXLI(lsn_1open)(env, nullptr, listener, text(""));
+  newPublisher(connection, "stream=s;scheme=?{messages=m;message.m=?{fields=f:i4}}");
+  script.onMessage = nullptr;
+  process();
+  script.getScheme = [&](JNIEnv* on) -> jobject {
+    OXLI(lsn_1destroy)(on, nullptr, listener);
+    listener = 0;
+    return on->AllocObject(on->FindClass("org/quendel/oxli/Scheme"));
+  };
+  EXPECT_EQ(OX_ERR_INTERNAL, deliver(data.head));
+  for (const auto& entry : jni::PublisherData::sPubMap) {
+    ASSERT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, jni::toHandle(entry.first)));
+    break;
+  }
+}
+
+TEST_F(DeliveryTest, NullsAreAnswered) {
+  const jstring none = nullptr;
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT,
+            OXLI(lsn_1new)(env, nullptr, connection, none, nullptr, objRef(), nullptr, nullptr));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(lsn_1open)(env, nullptr, listener, none));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(conn_1new)(env, nullptr, none, objRef(), nullptr));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(conn_1open)(env, nullptr, connection, none));
+  EXPECT_EQ("", toText(env, OXLI(lsn_1getname)(env, nullptr, 0)));
+  EXPECT_EQ("", toText(env, OXLI(conn_1getname)(env, nullptr, 0)));
+
+  // Without a subscriber there is nobody to ask.
+  const jobject ref = objRef();
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1new)(env, nullptr, connection, text("stream=s"), nullptr, ref,
+                                      nullptr, nullptr));
+  const jlong deaf = getLong(ref, "getRef");
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, deaf, text("")));
+  EXPECT_EQ(OX_ERR_INTERNAL, process());
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, deaf));
+}
+
+// The gateway's answer comes back unchanged and nothing is written to the holder.
+TEST_F(DeliveryTest, GatewayFailuresAreReturned) {
+  const jobject untouched = make("org/quendel/oxli/impl/ObjRef");
+  const jobject state = intRef();
+  struct {
+    const char* function;
+    std::function<jint()> call;
+  } cases[] = {
+      {"ox_conn_new", [&] { return OXLI(conn_1new)(env, nullptr, text(""), untouched, nullptr); }},
+      {"ox_conn_open", [&] { return OXLI(conn_1open)(env, nullptr, connection, text("")); }},
+      {"ox_conn_close", [&] { return OXLI(conn_1close)(env, nullptr, connection); }},
+      {"ox_conn_process", [&] { return process(); }},
+      {"ox_conn_getstate", [&] { return OXLI(conn_1getstate)(env, nullptr, connection, state); }},
+      {"ox_lsn_new",
+       [&] {
+         return OXLI(lsn_1new)(env, nullptr, connection, text(""), scripted("ScriptedSubscriber"),
+                               untouched, nullptr, nullptr);
+       }},
+      {"ox_lsn_open", [&] { return OXLI(lsn_1open)(env, nullptr, listener, text("")); }},
+      {"ox_lsn_close", [&] { return OXLI(lsn_1close)(env, nullptr, listener); }},
+      {"ox_lsn_getstate", [&] { return OXLI(lsn_1getstate)(env, nullptr, listener, state); }},
+      {"ox_lsn_getscheme", [&] { return OXLI(lsn_1getscheme)(env, nullptr, listener, untouched); }},
+      {"ox_pub_new",
+       [&] {
+         return OXLI(pub_1new)(env, nullptr, connection, text(""), untouched,
+                               scripted("ScriptedSubscriber"));
+       }},
+  };
+  const int globals = probe->counts.globals;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.function);
+    loopback::failNext(c.function, 0x2abcd);
+    EXPECT_EQ(0x2abcd, c.call());
+  }
+  EXPECT_EQ(globals, probe->counts.globals);
+  EXPECT_EQ(0, getLong(untouched, "getRef"));
+  EXPECT_EQ(0, getInt(state, "get"));
+}
+
+}  // namespace
+
+}  // namespace oxli::test

@@ -1,0 +1,211 @@
+#include "jni/environment.h"
+
+#include <fstream>
+#include <thread>
+
+#include "jni/jenv/jenv.h"
+#include "test/native/support/native_test.h"
+
+namespace oxli::test {
+
+namespace {
+
+using jni::JEnv;
+using Lines = std::vector<std::string>;
+
+class EnvironmentTest : public NativeTest {
+ protected:
+  jint open(const char* settings) const {
+    return OXLI(env_1open)(env, nullptr, settings ? text(settings) : nullptr);
+  }
+  jint close() const { return OXLI(env_1close)(env, nullptr); }
+};
+
+TEST_F(EnvironmentTest, GatewaySeesTheSettingsAndThePlatform) {
+  for (const char* settings : {"", "log=", "a=1;", "platform=c"}) {
+    loopback::clearCalls();
+    EXPECT_EQ(OX_ERR_OK, open(settings));
+    EXPECT_EQ(OX_ERR_OK, close());
+    EXPECT_EQ(
+        (Lines{std::string("ox_env_open \"") + settings + ";platform=java\"", "ox_env_close"}),
+        loopback::calls());
+  }
+}
+
+TEST_F(EnvironmentTest, OpensOnce) {
+  ASSERT_EQ(OX_ERR_OK, open("a=1"));
+  EXPECT_EQ(OX_ERR_INVALIDSTATE, open("b=2"));
+  EXPECT_EQ(OX_ERR_INVALIDSTATE, open(nullptr));
+  EXPECT_EQ(Lines{"ox_env_open \"a=1;platform=java\""}, loopback::calls());
+}
+
+TEST_F(EnvironmentTest, NullSettingsBuildNothing) {
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, open(nullptr));
+  EXPECT_EQ(nullptr, JEnv::spInstance);
+  EXPECT_EQ(0, probe->counts.lookups);
+}
+
+TEST_F(EnvironmentTest, GatewayFailureLeavesTheCacheUntilClosed) {
+  loopback::failNext("ox_env_open", 0x2abcd);
+  EXPECT_EQ(0x2abcd, open(""));
+  EXPECT_NE(nullptr, JEnv::spInstance);
+  EXPECT_EQ(OX_ERR_INVALIDSTATE, open(""));
+  EXPECT_EQ(OX_ERR_INVALIDSTATE, close());
+  EXPECT_EQ(nullptr, JEnv::spInstance);
+  EXPECT_EQ(0, probe->counts.globals);
+  EXPECT_EQ(OX_ERR_OK, open(""));
+}
+
+TEST_F(EnvironmentTest, CacheLivesUntilTheGatewayHasClosed) {
+  ASSERT_EQ(OX_ERR_OK, open(""));
+  EXPECT_EQ(33u, JEnv::spInstance->classRefs.size());
+  loopback::failNext("ox_env_close", 0x2abcd);
+  EXPECT_EQ(0x2abcd, close());
+  EXPECT_EQ(nullptr, JEnv::spInstance);
+  EXPECT_EQ(OX_ERR_OK, close());
+}
+
+// Every lookup in turn is made to fail: what it says, in which order, and that nothing stays.
+TEST_F(EnvironmentTest, LookupsAreTheContract) {
+  Lines expected;
+  std::ifstream file(OXLI_TEST_LOOKUPS);
+  for (std::string line; std::getline(file, line);) expected.push_back(line);
+  ASSERT_EQ(105u, expected.size());
+
+  Lines seen;
+  for (int n = 1;; ++n) {
+    probe->failAt(n, JniProbe::Fault::kThrows);
+    ::testing::internal::CaptureStderr();
+    const jint result = open("");
+    const std::string line = ::testing::internal::GetCapturedStderr();
+    // Beyond the lookups: the settings' characters.
+    if (line.rfind("Failed", 0) != 0) {
+      EXPECT_EQ("\nJNI Exception at Java_org_quendel_oxli_impl_OxliImpl_env_1open settings\n\n",
+                line);
+      break;
+    }
+    EXPECT_EQ(OX_ERR_INTERNAL, result);
+    EXPECT_EQ(nullptr, JEnv::spInstance);
+    EXPECT_EQ(0, probe->counts.globals);
+    // A class is looked up and then held: two calls that fail with one text.
+    if (seen.empty() || seen.back() + "\n" != line) seen.push_back(line.substr(0, line.size() - 1));
+    takeException();
+  }
+  EXPECT_EQ(expected, seen);
+  EXPECT_EQ("ArithmeticException", takeException());
+  EXPECT_TRUE(probe->disarm());
+  EXPECT_EQ(nullptr, JEnv::spInstance);
+  EXPECT_EQ(Lines(), loopback::calls());
+  EXPECT_EQ(OX_ERR_OK, open(""));
+}
+
+class ExitEventTest : public EnvironmentTest {
+ protected:
+  jint registerHandler(jobject handler) {
+    return OXLI(env_1register_1exithandler)(env, nullptr, handler);
+  }
+  void TearDown() override {
+    registerHandler(nullptr);
+    EnvironmentTest::TearDown();
+  }
+  // What the callback logged, without the gateway's own lines.
+  static Lines raised() {
+    loopback::clearCalls();
+    EXPECT_TRUE(loopback::raiseExit());
+    Lines lines;
+    for (const std::string& line : loopback::logLines()) {
+      const auto at = line.find("[ExitEvent]");
+      if (at != std::string::npos) lines.push_back(line.substr(at));
+    }
+    return lines;
+  }
+};
+
+constexpr char kAttach[] = "[ExitEvent]: attach java to new thread.";
+constexpr char kInvoke[] = "[ExitEvent]: Invoke java onExitEvent.";
+constexpr char kAfter[] = "[ExitEvent]: After Invoke java onExitEvent.";
+
+TEST_F(ExitEventTest, ReachesTheHandlerOnAGatewayThread) {
+  int events = 0;
+  script.onExit = [&](JNIEnv*) { ++events; };
+  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  ASSERT_EQ(OX_ERR_OK, open(""));
+  EXPECT_EQ((Lines{kAttach, kInvoke, kAfter}), raised());
+  EXPECT_EQ(1, events);
+
+  script.onExit = [&](JNIEnv* on) { on->ThrowNew(on->FindClass("java/lang/Error"), "exit"); };
+  EXPECT_EQ((Lines{kAttach, kInvoke}), raised());
+}
+
+TEST_F(ExitEventTest, CallsNoJavaWithoutCacheOrHandler) {
+  script.onExit = [](JNIEnv*) { FAIL(); };
+  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  EXPECT_EQ(Lines{kAttach}, raised());
+
+  ASSERT_EQ(OX_ERR_OK, open(""));
+  EXPECT_EQ(OX_ERR_OK, registerHandler(nullptr));
+  EXPECT_FALSE(loopback::raiseExit());
+  std::thread([] {
+    ExitEventCB(jni::sExitEventData.get());
+    void* attached = nullptr;
+    EXPECT_EQ(JNI_EDETACHED, virtualMachine()->GetEnv(&attached, JNI_VERSION_1_6));
+    ExitEventCB(nullptr);
+  }).join();
+}
+
+TEST_F(ExitEventTest, DetachesAThreadThatWasAttachedBefore) {
+  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  ASSERT_EQ(OX_ERR_OK, open(""));
+  loopback::clearCalls();
+  std::thread([] {
+    void* attached = nullptr;
+    virtualMachine()->AttachCurrentThread(&attached, nullptr);
+    ExitEventCB(jni::sExitEventData.get());
+    EXPECT_EQ(JNI_EDETACHED, virtualMachine()->GetEnv(&attached, JNI_VERSION_1_6));
+  }).join();
+  EXPECT_EQ("info: [ExitEvent]: jni env found.", loopback::logLines().at(0));
+}
+
+TEST_F(ExitEventTest, EachRegistrationReplacesTheHandler) {
+  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  const jni::ExitEventData* const record = jni::sExitEventData.get();
+  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  EXPECT_EQ(1, probe->counts.globals);
+  EXPECT_EQ(record, jni::sExitEventData.get());
+  probe->failAt(1, JniProbe::Fault::kMakesNone);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(OX_ERR_INTERNAL, registerHandler(record->handler.get()));
+  EXPECT_NE("", ::testing::internal::GetCapturedStderr());
+  EXPECT_EQ(0, probe->counts.globals);
+}
+
+// Each native that needs the class cache says so when there is none, before it looks at anything.
+TEST_F(EnvironmentTest, ClosedEnvironmentIsAnInvalidState) {
+  const jint results[] = {
+      OXLI(conn_1new)(env, nullptr, nullptr, nullptr, nullptr),
+      OXLI(conn_1open)(env, nullptr, 0, nullptr),
+      OXLI(conn_1close)(env, nullptr, 0),
+      OXLI(conn_1getstate)(env, nullptr, 0, nullptr),
+      OXLI(conn_1destroy)(env, nullptr, 0),
+      OXLI(lsn_1new)(env, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr),
+      OXLI(lsn_1open)(env, nullptr, 0, nullptr),
+      OXLI(lsn_1close)(env, nullptr, 0),
+      OXLI(lsn_1getstate)(env, nullptr, 0, nullptr),
+      OXLI(lsn_1getscheme)(env, nullptr, 0, nullptr),
+      OXLI(lsn_1destroy)(env, nullptr, 0),
+      OXLI(pub_1new)(env, nullptr, 0, nullptr, nullptr, nullptr),
+      OXLI(pub_1getstate)(env, nullptr, 0, nullptr),
+      OXLI(pub_1getscheme)(env, nullptr, 0, nullptr),
+      OXLI(pub_1destroy)(env, nullptr, 0),
+      OXLI(pub_1msgnew)(env, nullptr, 0, 0, nullptr, nullptr, nullptr),
+      OXLI(pub_1post)(env, nullptr, 0, nullptr, 0),
+      OXLI(pub_1msgdispose)(env, nullptr, 0, 0, nullptr),
+  };
+  for (const jint result : results) EXPECT_EQ(OX_ERR_INVALIDSTATE, result);
+  EXPECT_EQ(nullptr, OXLI(msg_1dump)(env, nullptr, nullptr, 0));
+  EXPECT_EQ(Lines(), loopback::calls());
+}
+
+}  // namespace
+
+}  // namespace oxli::test

@@ -1,0 +1,9 @@
+package org.quendel.oxli;
+
+import org.quendel.oxli.messages.Message;
+
+/** Hands every message to the C++ test that is running. */
+final class ScriptedSubscriber implements ISubscriber {
+  @Override
+  public native int onMessage(Connection connection, Listener listener, Message message);
+}

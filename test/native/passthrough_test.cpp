@@ -1,0 +1,89 @@
+#include <cstring>
+
+#include "test/native/support/native_test.h"
+
+namespace oxli::test {
+
+namespace {
+
+// None of these needs an open environment.
+class PassthroughTest : public NativeTest {
+ protected:
+  jobject buffer(void* bytes, jlong size) const { return env->NewDirectByteBuffer(bytes, size); }
+  std::string getstr(const char* type, void* bytes, jlong size) const {
+    return toText(env, OXLI(getstr)(env, nullptr, text(type), buffer(bytes, size)));
+  }
+  std::string decimal(void* bytes) const {
+    const jobject value = OXLI(bcd_1get)(env, nullptr, buffer(bytes, 9));
+    return value ? getText(value, "toPlainString") : "(null)";
+  }
+};
+
+TEST_F(PassthroughTest, GetstrGrowsItsBufferOnce) {
+  std::int32_t number = -7;
+  EXPECT_EQ("-7", getstr("i4", &number, 4));
+  EXPECT_EQ(1u, loopback::calls().size());
+
+  std::string longText(3000, 'x');
+  loopback::clearCalls();
+  EXPECT_EQ(longText, getstr("c3000", longText.data(), 3000));
+  EXPECT_EQ(2u, loopback::calls().size());
+
+  loopback::clearCalls();
+  loopback::failNext("ox_getstr", OX_ERR_BUFFERTOOSMALL);
+  EXPECT_EQ("(null)", getstr("c3000", longText.data(), 3000));
+  EXPECT_EQ(2u, loopback::calls().size());
+  EXPECT_EQ("(null)", getstr("no such type", &number, 4));
+}
+
+TEST_F(PassthroughTest, NullsAreAnswered) {
+  EXPECT_EQ(nullptr, OXLI(getstr)(env, nullptr, nullptr, nullptr));
+  EXPECT_EQ(nullptr, OXLI(getstr)(env, nullptr, text("i4"), nullptr));
+  EXPECT_EQ(nullptr, OXLI(bcd_1get)(env, nullptr, nullptr));
+  for (const auto log :
+       {&OXLI(log_1debugstr), &OXLI(log_1tracestr), &OXLI(log_1infostr), &OXLI(log_1errorstr)}) {
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, log(env, nullptr, nullptr));
+  }
+}
+
+TEST_F(PassthroughTest, LogTextIsNoFormat) {
+  EXPECT_EQ(OX_ERR_OK, OXLI(log_1errorstr)(env, nullptr, text("100%s")));
+  EXPECT_NE(std::string::npos, loopback::logLines().at(0).find("100%s"));
+  loopback::failNext("ox_log_infostr", 0x2abcd);
+  EXPECT_EQ(0x2abcd, OXLI(log_1infostr)(env, nullptr, text("x")));
+}
+
+TEST_F(PassthroughTest, ErrorCodesHaveTexts) {
+  EXPECT_NE(std::string::npos, toText(env, OXLI(err_1getstr)(env, nullptr, OX_ERR_INVALIDSTATE))
+                                   .find("OX_ERR_INVALIDSTATE"));
+}
+
+TEST_F(PassthroughTest, DecimalsKeepTheSignOfTheirScale) {
+  struct {
+    std::int64_t mantissa;
+    std::int8_t scale;
+    const char* text;
+  } cases[] = {{5, 1, "0.5"}, {5, -1, "50"}, {-12345, 2, "-123.45"}, {0, 0, "0"}};
+  for (const auto& c : cases) {
+    unsigned char bytes[9];
+    std::memcpy(bytes, &c.mantissa, 8);
+    std::memcpy(bytes + 8, &c.scale, 1);
+    EXPECT_EQ(c.text, decimal(bytes));
+  }
+  unsigned char bad[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0x7f};
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ("(null)", decimal(bad));
+  EXPECT_EQ("", ::testing::internal::GetCapturedStderr());
+}
+
+TEST_F(PassthroughTest, SchemeTextIsNotImplemented) {
+  EXPECT_EQ(nullptr, OXLI(scheme_1getstr)(env, nullptr));
+  const jthrowable pending = env->ExceptionOccurred();
+  env->ExceptionClear();
+  EXPECT_EQ("OxliException", className(pending));
+  EXPECT_EQ("Not implemented.", getText(pending, "getMessage"));
+}
+
+}  // namespace
+
+}  // namespace oxli::test

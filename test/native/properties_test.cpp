@@ -1,0 +1,87 @@
+#include "utils/properties.h"
+
+#include <gtest/gtest.h>
+
+#include "utils/string_utils.h"
+
+namespace {
+
+using oxutils::Properties;
+using oxutils::StringUtils;
+using Pairs = std::map<std::string, std::string>;
+
+struct Case {
+  const char* settings;
+  Pairs pairs;
+  const char* error;  // null: well formed
+};
+
+#define UNABLE "oxutils::Properties: Unable to parse parameters. "
+
+const Case kCases[] = {
+    {"", {}, nullptr},
+    {"b=2;a=1", {{"a", "1"}, {"b", "2"}}, nullptr},
+    {"a=1;a=2", {{"a", "2"}}, nullptr},
+    {"a=", {{"a", ""}}, nullptr},
+    {"a=;b=2", {{"a", ""}, {"b", "2"}}, nullptr},
+    {"=x", {{"", "x"}}, nullptr},
+    {";;a=1;;", {{"a", "1"}}, nullptr},
+    {"a = b", {{"a ", " b"}}, nullptr},
+    {"a=1=2", {{"a", "1=2"}}, nullptr},
+    {"a=?{b=1;c=2}", {{"a", "?{b=1;c=2}"}}, nullptr},
+    {"a=?{b=?{c}}", {{"a", "?{b=?{c}}"}}, nullptr},
+    {"a=\"x;y\";b=2", {{"a", "x;y"}, {"b", "2"}}, nullptr},
+    {"a=x=\"y z\"", {{"a", "x=y z"}}, nullptr},
+    {"a=b\"c\"", {{"a", "b\"c\""}}, nullptr},
+    {"a=\"?{\"}\"", {{"a", "?{\"}"}}, nullptr},
+    {R"(a=d:\logs\;b=2)", {{"a", R"(d:\logs\)"}, {"b", "2"}}, nullptr},
+    {R"(a="x\;y")", {{"a", R"(x\y)"}}, nullptr},
+    {R"(a=\"q\")", {{"a", "\"q\""}}, nullptr},
+    {R"(a=\\)", {{"a", R"(\\)"}}, nullptr},
+    {R"(a=b\)", {{"a", R"(b\)"}}, nullptr},
+    {R"(a=\n)", {{"a", R"(\n)"}}, nullptr},
+    {R"(k\=v)", {{R"(k\)", "v"}}, nullptr},
+    {"?{a;b=c}=v", {{"?{a;b=c}", "v"}}, nullptr},
+    {"a", {}, UNABLE " = a. The entire string is 'a'."},
+    {"a=1;b", {{"a", "1"}}, UNABLE " = b. The entire string is 'a=1;b'."},
+    {"abc;x=1", {{"abcx", "1"}}, UNABLE " = . The entire string is 'abc;x=1'."},
+    {"a=?{b", {}, UNABLE "Syntax error near substring a=?{b. The entire string is 'a=?{b'."},
+    {"a=\"b;", {}, UNABLE "Syntax error near substring a=b;. The entire string is 'a=\"b;'."},
+};
+
+TEST(Properties, Grammar) {
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.settings);
+    Properties properties;
+    EXPECT_EQ(c.error == nullptr, properties.parse(c.settings));
+    EXPECT_EQ(c.pairs, static_cast<const Pairs&>(properties));
+    EXPECT_EQ(c.error ? c.error : "", properties.lastError);
+  }
+}
+
+TEST(Properties, ParseAddsAndKeepsTheLatestError) {
+  Properties properties;
+  EXPECT_FALSE(properties.parse("a=1;b"));
+  const std::string error = properties.lastError;
+  EXPECT_TRUE(properties.parse("c=3"));
+  EXPECT_EQ((Pairs{{"a", "1"}, {"c", "3"}}), static_cast<const Pairs&>(properties));
+  EXPECT_EQ(error, properties.lastError);
+}
+
+TEST(Properties, ReadsThroughItsDictionary) {
+  Properties properties;
+  ASSERT_TRUE(properties.parse("a="));
+  const oxutils::IDictionary& dictionary = properties;
+  EXPECT_TRUE(dictionary.has("a"));
+  EXPECT_FALSE(dictionary.has("A"));
+  EXPECT_EQ("", dictionary.get("a"));
+  EXPECT_EQ(&dictionary.get("A"), &dictionary.get("B"));
+}
+
+TEST(StringUtils, FormatCutsLongText) {
+  EXPECT_EQ("7 = x", StringUtils::format("%d = %s", 7, "x"));
+  const std::string longText(20000, 'x');
+  EXPECT_EQ(std::string(16383, 'x'), StringUtils::format("%s", longText.c_str()));
+}
+
+}  // namespace

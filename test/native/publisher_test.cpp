@@ -1,0 +1,239 @@
+#include <cstring>
+
+#include "jni/base/handles.h"
+#include "jni/outgoing_message.h"
+#include "test/native/support/native_test.h"
+#include "test/native/support/records.h"
+
+namespace oxli::test {
+
+namespace {
+
+using jni::fromHandle;
+using jni::toHandle;
+
+constexpr char kPlain[] = "stream=s;scheme=?{messages=m;message.m=?{id=7;fields=f:i4,g:c8}}";
+constexpr char kReplica[] =
+    "stream=r;mode=replica;scheme=?{messages=m;message.m=?{id=7;fields=f:i4,g:c8}}";
+
+class PublisherTest : public NativeTest {
+ protected:
+  void SetUp() override {
+    NativeTest::SetUp();
+    openEnvironment();
+    connection = newConnection();
+    publisher = newPublisher(connection, kPlain);
+    replica = newPublisher(connection, kReplica);
+  }
+  void TearDown() override {
+    OXLI(pub_1destroy)(env, nullptr, publisher);
+    OXLI(pub_1destroy)(env, nullptr, replica);
+    OXLI(conn_1destroy)(env, nullptr, connection);
+    NativeTest::TearDown();
+  }
+
+  jint msgNew(jint keyType, jobject key, jobjectArray* out = nullptr) const {
+    const jobjectArray array = env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
+    if (out) *out = array;
+    return OXLI(pub_1msgnew)(env, nullptr, publisher, keyType, key, nullptr, array);
+  }
+  jobject integer(jint value) const { return make("java/lang/Integer", "(I)V", value); }
+  jint post(jlong on, jobject message) const {
+    return OXLI(pub_1post)(env, nullptr, on, message, 0);
+  }
+  std::string dump(jobject message) const {
+    const jbyteArray bytes =
+        OXLI(msg_1dump)(env, nullptr, message, getLong(message, "getSchemeRef"));
+    if (!bytes) return "(null)";
+    std::string dumped(static_cast<std::size_t>(env->GetArrayLength(bytes)), '\0');
+    env->GetByteArrayRegion(bytes, 0, static_cast<jsize>(dumped.size()),
+                            reinterpret_cast<jbyte*>(dumped.data()));
+    return dumped;
+  }
+  template <class Record>
+  Record& record(jobject message) const {
+    return *fromHandle<Record>(getLong(message, "getRef"));
+  }
+
+  jlong connection = 0;
+  jlong publisher = 0;
+  jlong replica = 0;
+};
+
+TEST_F(PublisherTest, KeysAreOfTheirClass) {
+  struct {
+    jint keyType;
+    jobject key;
+    jint result;
+  } cases[] = {{OX_KEY_NAME, text("m"), OX_ERR_OK},
+               {OX_KEY_INDEX, integer(0), OX_ERR_OK},
+               {OX_KEY_ID, integer(7), OX_ERR_OK},
+               {OX_KEY_NAME, integer(0), OX_ERR_INVALIDARGUMENT},
+               {OX_KEY_INDEX, text("m"), OX_ERR_INVALIDARGUMENT},
+               {OX_KEY_ID, nullptr, OX_ERR_INVALIDARGUMENT},
+               {OX_KEY_NAME, nullptr, OX_ERR_INVALIDARGUMENT}};
+  for (const auto& c : cases) {
+    loopback::clearCalls();
+    EXPECT_EQ(c.result, msgNew(c.keyType, c.key));
+    EXPECT_EQ(c.result == OX_ERR_OK, !loopback::calls().empty());
+  }
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT,
+            OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text("m"), nullptr, nullptr));
+}
+
+TEST_F(PublisherTest, NewMessageIsBoundToRecordSchemeAndPublisher) {
+  const jobject message = newMessage(publisher, "m");
+  EXPECT_EQ("DataMessage", className(message));
+  EXPECT_EQ("m", getText(message, "getMsgName"));
+  EXPECT_EQ(7, getInt(message, "getMsgId"));
+  ox_scheme_desc_t* scheme = nullptr;
+  ox_pub_getscheme(fromHandle<ox_publisher_t>(publisher), &scheme);
+  EXPECT_EQ(toHandle(scheme), getLong(message, "getSchemeRef"));
+  EXPECT_EQ("StreamDataMessage", className(newMessage(replica, "m")));
+}
+
+TEST_F(PublisherTest, SchemeFailureWinsAndTheRecordGoesBack) {
+  const std::size_t alive = loopback::liveObjects();
+  loopback::failNext("ox_pub_getscheme", 0x2abcd);
+  EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
+  EXPECT_EQ(alive, loopback::liveObjects());
+  loopback::failNext("ox_pub_getscheme", 0x2abcd);
+  loopback::failNext("ox_pub_msgnew", 0x2abce);
+  EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
+  loopback::failNext("ox_pub_msgnew", 0x2abce);
+  EXPECT_EQ(0x2abce, msgNew(OX_KEY_NAME, text("m")));
+}
+
+TEST_F(PublisherTest, DataFieldsAreLentForThePost) {
+  const jlong listener = newListener(connection);
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
+  std::string seen;
+  script.onMessage = [&](JNIEnv*, jobject message) {
+    if (className(message) == "DataMessage") {
+      seen += std::to_string(getInt(message, "getUserId")) + getText(message, "getAddress") + " ";
+    }
+    return 0;
+  };
+  const jobject message = newMessage(publisher, "m");
+  const jobject other = newMessage(publisher, "m");
+  auto& msg = record<ox_msg_data_t>(message);
+  char own[] = "own";
+  msg.addr = own;
+  ox_msg_data_t earlier = dataRecord(0, 7);
+  msg.ref_msg = &earlier;
+
+  set(message, "setUserId", "(I)V", jint{-3});
+  EXPECT_EQ(OX_ERR_OK, post(publisher, message));
+  EXPECT_EQ(own, msg.addr);
+  set(message, "setAddress", "(Ljava/lang/String;)V", text("gate"));
+  set(message, "setRefMessage", "(Lorg/quendel/oxli/messages/DataMessage;)V", other);
+  EXPECT_EQ(OX_ERR_OK, post(publisher, message));
+  EXPECT_EQ(own, msg.addr);
+  EXPECT_EQ(&earlier, msg.ref_msg);
+  EXPECT_EQ(0xfffffffdu, msg.user_id);
+  msg.addr = nullptr;
+  msg.ref_msg = nullptr;
+
+  // While lent, the reference is the other message's record; earlier nulls come back as null.
+  jni::SavedMsgFields saved;
+  replaceMsgFields(env, &msg.head, message, &saved);
+  EXPECT_STREQ("gate", msg.addr);
+  EXPECT_EQ(toHandle(msg.ref_msg), getLong(other, "getRef"));
+  restoreMsgFields(env, &msg.head, &saved);
+  EXPECT_EQ(nullptr, msg.addr);
+  EXPECT_EQ(nullptr, msg.ref_msg);
+
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1process)(env, nullptr, connection, 0));
+  EXPECT_EQ("-3own -3gate ", seen);
+  script.onMessage = nullptr;
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, listener));
+}
+
+TEST_F(PublisherTest, NullMapIsLentUnlessTooShort) {
+  const jobject message = newMessage(replica, "m");
+  auto& msg = record<ox_msg_streamdata_t>(message);
+  const std::uint8_t* const own = msg.nulls;
+  ASSERT_EQ(2u, msg.num_nulls);
+  set(message, "setRev", "(J)V", jlong{9});
+  set(message, "setUserId", "(J)V", jlong{0x123456789});
+  EXPECT_EQ(OX_ERR_OK, post(replica, message));
+  EXPECT_EQ(own, msg.nulls);
+  EXPECT_EQ(9, msg.rev);
+  EXPECT_EQ(0x123456789u, msg.user_id);
+
+  set(message, "setNulls", "([Z)V", env->NewBooleanArray(2));
+  EXPECT_EQ(OX_ERR_OK, post(replica, message));
+  EXPECT_EQ(own, msg.nulls);
+
+  set(message, "setNulls", "([Z)V", env->NewBooleanArray(1));
+  loopback::clearCalls();
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, post(replica, message));
+  EXPECT_EQ("(null)", dump(message));
+  EXPECT_EQ(std::vector<std::string>(), loopback::calls());
+  EXPECT_EQ(own, msg.nulls);
+}
+
+TEST_F(PublisherTest, DumpGrowsItsBufferOnce) {
+  const jobject message = newMessage(publisher, "m");
+  set(message, "setAddress", "(Ljava/lang/String;)V", text("gate"));
+  loopback::clearCalls();
+  EXPECT_NE(std::string::npos, dump(message).find("gate"));
+  EXPECT_EQ(1u, loopback::calls().size());
+
+  const std::string longAddress(3000, 'x');
+  set(message, "setAddress", "(Ljava/lang/String;)V", text(longAddress.c_str()));
+  loopback::clearCalls();
+  const std::string dumped = dump(message);
+  EXPECT_NE(std::string::npos, dumped.find(longAddress));
+  EXPECT_NE('\0', dumped.back());
+  EXPECT_EQ(2u, loopback::calls().size());
+
+  loopback::failNext("ox_msg_dump", OX_ERR_BUFFERTOOSMALL);
+  EXPECT_EQ("(null)", dump(message));
+  loopback::failNext("ox_msg_dump", 0x2abcd);
+  EXPECT_EQ("(null)", dump(message));
+  EXPECT_EQ(nullptr, record<ox_msg_data_t>(message).addr);
+}
+
+TEST_F(PublisherTest, MessageWithoutRecordNeverReachesTheGateway) {
+  const jobject message = newMessage(publisher, "m");
+  const jlong ref = getLong(message, "getRef");
+  set(message, "setRef", "(J)V", jlong{0});
+  loopback::clearCalls();
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, post(publisher, message));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, post(publisher, nullptr));
+  EXPECT_EQ("(null)", dump(message));
+  EXPECT_EQ(nullptr, OXLI(msg_1dump)(env, nullptr, nullptr, 0));
+  EXPECT_EQ(std::vector<std::string>(), loopback::calls());
+
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1msgdispose)(env, nullptr, publisher, ref, nullptr));
+  const std::size_t alive = loopback::liveObjects();
+  set(message, "setAllocCreateType", "()V");
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(pub_1msgdispose)(env, nullptr, publisher, ref, message));
+  EXPECT_EQ(alive, loopback::liveObjects());
+  const jobject second = newMessage(publisher, "m");
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1msgdispose)(env, nullptr, publisher, ref, second));
+}
+
+TEST_F(PublisherTest, NullsAndFailuresAreAnswered) {
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT,
+            OXLI(pub_1new)(env, nullptr, connection, nullptr, objRef(), nullptr));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(pub_1open)(env, nullptr, publisher, nullptr));
+  EXPECT_EQ("", toText(env, OXLI(pub_1getname)(env, nullptr, 0)));
+  const jobject state = intRef();
+  const jobject ref = objRef();
+  loopback::failNext("ox_pub_getstate", 0x2abcd);
+  EXPECT_EQ(0x2abcd, OXLI(pub_1getstate)(env, nullptr, publisher, state));
+  EXPECT_EQ(0, getInt(state, "get"));
+  loopback::failNext("ox_pub_getscheme", 0x2abcd);
+  EXPECT_EQ(0x2abcd, OXLI(pub_1getscheme)(env, nullptr, publisher, ref));
+  EXPECT_EQ(0, getLong(ref, "getRef"));
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1getstate)(env, nullptr, publisher, state));
+  EXPECT_EQ(static_cast<jint>(loopback::kActive), getInt(state, "get"));
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1close)(env, nullptr, publisher));
+  EXPECT_EQ(OX_ERR_INVALIDSTATE, OXLI(pub_1close)(env, nullptr, publisher));
+}
+
+}  // namespace
+
+}  // namespace oxli::test

@@ -1,0 +1,142 @@
+#include "test/native/support/jni_probe.h"
+
+#include <cstdarg>
+#include <type_traits>
+
+namespace oxli::test {
+
+namespace {
+
+JniProbe* active = nullptr;
+
+enum Traits : unsigned {
+  kRunsJava = 1u << 0,
+  kMakes = 1u << 1,
+  kMakesLocal = 1u << 2,
+  kDropsLocal = 1u << 3,
+  kMakesGlobal = 1u << 4,
+  kDropsGlobal = 1u << 5,
+  kBorrows = 1u << 6,
+  kGivesBack = 1u << 7,
+  kLegalWhilePending = 1u << 8,
+  kLookup = 1u << 9,
+  kObject = 1u << 10,
+  kArray = 1u << 11,
+};
+
+template <auto Function>
+const char* nameOf() {
+  // Names the function among other things.
+  return __PRETTY_FUNCTION__;
+}
+
+}  // namespace
+
+// One hooked function: `Function` is the table's member, R(JNIEnv*, Args...).
+template <auto Function, unsigned Traits>
+struct Hook {
+  template <class R, class... Args>
+  static R run(JNIEnv* env, Args... args) {
+    JniProbe& probe = *active;
+    if (probe.failsNow(nameOf<Function>(), Traits)) return R();
+    if constexpr (std::is_void_v<R>) {
+      (probe.real_->*Function)(env, args...);
+      probe.count(Traits, true);
+    } else {
+      const R result = (probe.real_->*Function)(env, args...);
+      probe.count(Traits, result != R());
+      return result;
+    }
+  }
+
+  template <class R, class... Args>
+  static void install(R (*&entry)(JNIEnv*, Args...)) {
+    entry = &run<R, Args...>;
+  }
+};
+
+#define OXLI_HOOK(function, traits) \
+  Hook<&JNINativeInterface_::function, (traits)>::install(hooked_.function)
+
+JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env->functions) {
+  const jclass found = env->FindClass("java/lang/ArithmeticException");
+  injected_ = static_cast<jclass>(env->NewGlobalRef(found));
+  env->DeleteLocalRef(found);
+
+  OXLI_HOOK(FindClass, kMakes | kMakesLocal | kLookup);
+  OXLI_HOOK(GetMethodID, kMakes | kLookup);
+  OXLI_HOOK(GetStaticMethodID, kMakes | kLookup);
+  OXLI_HOOK(NewObjectV, kMakes | kMakesLocal | kObject);
+  OXLI_HOOK(CallVoidMethodV, kRunsJava);
+  OXLI_HOOK(CallIntMethodV, kRunsJava);
+  OXLI_HOOK(CallLongMethodV, kRunsJava);
+  OXLI_HOOK(CallObjectMethodV, kRunsJava | kMakesLocal);
+  OXLI_HOOK(CallStaticObjectMethodV, kRunsJava | kMakesLocal);
+  OXLI_HOOK(NewStringUTF, kMakes | kMakesLocal);
+  OXLI_HOOK(NewDirectByteBuffer, kMakes | kMakesLocal);
+  OXLI_HOOK(NewBooleanArray, kMakes | kMakesLocal | kArray);
+  OXLI_HOOK(NewByteArray, kMakes | kMakesLocal | kArray);
+  OXLI_HOOK(SetBooleanArrayRegion, kRunsJava);
+  OXLI_HOOK(SetByteArrayRegion, 0);
+  OXLI_HOOK(SetObjectArrayElement, kRunsJava);
+  OXLI_HOOK(GetStringUTFChars, kMakes | kBorrows);
+  OXLI_HOOK(ReleaseStringUTFChars, kGivesBack | kLegalWhilePending);
+  OXLI_HOOK(GetBooleanArrayElements, kMakes | kBorrows);
+  OXLI_HOOK(ReleaseBooleanArrayElements, kGivesBack | kLegalWhilePending);
+  OXLI_HOOK(GetArrayLength, 0);
+  OXLI_HOOK(GetDirectBufferAddress, 0);
+  OXLI_HOOK(IsInstanceOf, 0);
+  OXLI_HOOK(NewGlobalRef, kMakes | kMakesGlobal);
+  OXLI_HOOK(DeleteGlobalRef, kDropsGlobal | kLegalWhilePending);
+  OXLI_HOOK(DeleteLocalRef, kDropsLocal | kLegalWhilePending);
+  OXLI_HOOK(ExceptionOccurred, kMakesLocal | kLegalWhilePending);
+
+  active = this;
+  env_->functions = &hooked_;
+}
+
+#undef OXLI_HOOK
+
+JniProbe::~JniProbe() {
+  env_->functions = real_;
+  active = nullptr;
+  env_->DeleteGlobalRef(injected_);
+}
+
+void JniProbe::failAt(int n, Fault fault) {
+  failIn_ = n;
+  fault_ = fault;
+  fired_ = false;
+}
+
+bool JniProbe::disarm() {
+  failIn_ = 0;
+  return fired_;
+}
+
+bool JniProbe::failsNow(const char* name, unsigned traits) {
+  if (!(traits & kLegalWhilePending) && real_->ExceptionCheck(env_)) forbidden.emplace_back(name);
+  const unsigned canFail = fault_ == Fault::kThrows ? kRunsJava | kMakes : unsigned{kMakes};
+  if (failIn_ == 0 || !(traits & canFail) || --failIn_ > 0) return false;
+  fired_ = true;
+  // A global reference is never refused with an exception.
+  if (fault_ == Fault::kThrows && !(traits & kMakesGlobal)) {
+    real_->ThrowNew(env_, injected_, "injected");
+  }
+  return true;
+}
+
+void JniProbe::count(unsigned traits, bool made) {
+  if (traits & kLookup) ++counts.lookups;
+  if (traits & kObject) ++counts.objects;
+  if (traits & kArray) ++counts.arrays;
+  if (traits & kDropsLocal) --counts.locals;
+  if (traits & kDropsGlobal) --counts.globals;
+  if (traits & kGivesBack) --counts.borrowed;
+  if (!made) return;
+  if (traits & kMakesLocal) ++counts.locals;
+  if (traits & kMakesGlobal) ++counts.globals;
+  if (traits & kBorrows) ++counts.borrowed;
+}
+
+}  // namespace oxli::test

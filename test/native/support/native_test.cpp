@@ -1,0 +1,191 @@
+#include "test/native/support/native_test.h"
+
+#include <cstdarg>
+
+#include "jni/base/handles.h"
+#include "jni/connection.h"
+#include "jni/jenv/jenv.h"
+#include "jni/listener.h"
+#include "jni/publisher.h"
+
+namespace oxli::test {
+
+namespace {
+
+JavaVM* sVm = nullptr;
+JNIEnv* sEnv = nullptr;
+
+}  // namespace
+
+Script script;
+
+JavaVM* virtualMachine() {
+  return sVm;
+}
+
+void NativeTest::SetUp() {
+  env = sEnv;
+  ASSERT_EQ(0, env->PushLocalFrame(512));
+  script = {};
+  loopback::clearCalls();
+  loopback::recordCalls(true);
+  probe = std::make_unique<JniProbe>(env);
+}
+
+void NativeTest::TearDown() {
+  EXPECT_EQ("", takeException());
+  closeEnvironment();
+  EXPECT_EQ(globalsLeft, probe->counts.globals);
+  EXPECT_EQ(0, probe->counts.borrowed);
+  EXPECT_EQ(std::vector<std::string>(), probe->forbidden);
+  probe.reset();
+  EXPECT_EQ(0u, loopback::liveObjects());
+  EXPECT_TRUE(jni::ConnData::sConnDataMap.empty());
+  EXPECT_TRUE(jni::ListenerData::sLsnMap.empty());
+  EXPECT_TRUE(jni::PublisherData::sPubMap.empty());
+  env->PopLocalFrame(nullptr);
+}
+
+void NativeTest::openEnvironment() {
+  ASSERT_EQ(OX_ERR_OK, OXLI(env_1open)(env, nullptr, text("")));
+}
+
+void NativeTest::closeEnvironment() {
+  if (jni::JEnv::spInstance) EXPECT_EQ(OX_ERR_OK, OXLI(env_1close)(env, nullptr));
+}
+
+jlong NativeTest::newConnection() {
+  const jobject ref = objRef();
+  const jobject connection = make("org/quendel/oxli/Connection", "(J)V", jlong{0});
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1new)(env, nullptr, text(""), ref, connection));
+  const jlong handle = getLong(ref, "getRef");
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1open)(env, nullptr, handle, text("")));
+  return handle;
+}
+
+jlong NativeTest::newListener(jlong connection, const char* settings) {
+  const jobject ref = objRef();
+  const jobject jconn = make("org/quendel/oxli/Connection", "(J)V", jlong{0});
+  EXPECT_EQ(OX_ERR_OK,
+            OXLI(lsn_1new)(env, nullptr, connection, text(settings), scripted("ScriptedSubscriber"),
+                           ref, jconn, scripted("ScriptedListener")));
+  return getLong(ref, "getRef");
+}
+
+jlong NativeTest::newPublisher(jlong connection, const char* settings) {
+  const jobject ref = objRef();
+  const jobject publisher = make("org/quendel/oxli/Publisher", "(J)V", jlong{0});
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1new)(env, nullptr, connection, text(settings), ref, publisher));
+  const jlong handle = getLong(ref, "getRef");
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1open)(env, nullptr, handle, text("")));
+  return handle;
+}
+
+jobject NativeTest::newMessage(jlong publisher, const char* name) {
+  const jobjectArray out = env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
+  EXPECT_EQ(OX_ERR_OK,
+            OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text(name), nullptr, out));
+  return env->GetObjectArrayElement(out, 0);
+}
+
+jobject NativeTest::make(const char* className, const char* signature, ...) const {
+  const jclass cls = env->FindClass(className);
+  va_list args;
+  va_start(args, signature);
+  const jobject object = env->NewObjectV(cls, env->GetMethodID(cls, "<init>", signature), args);
+  va_end(args);
+  return object;
+}
+
+jobject NativeTest::scripted(const char* simpleName) const {
+  return make((std::string("org/quendel/oxli/") + simpleName).c_str());
+}
+
+jlong NativeTest::getLong(jobject object, const char* method) const {
+  return env->CallLongMethod(object, env->GetMethodID(env->GetObjectClass(object), method, "()J"));
+}
+
+jint NativeTest::getInt(jobject object, const char* method) const {
+  return env->CallIntMethod(object, env->GetMethodID(env->GetObjectClass(object), method, "()I"));
+}
+
+jobject NativeTest::getObject(jobject object, const char* method, const char* signature) const {
+  return env->CallObjectMethod(object,
+                               env->GetMethodID(env->GetObjectClass(object), method, signature));
+}
+
+std::string NativeTest::getText(jobject object, const char* method) const {
+  return toText(env, getObject(object, method, "()Ljava/lang/String;"));
+}
+
+std::string NativeTest::className(jobject object) const {
+  return getText(env->GetObjectClass(object), "getSimpleName");
+}
+
+void NativeTest::set(jobject object, const char* method, const char* signature, ...) const {
+  va_list args;
+  va_start(args, signature);
+  env->CallVoidMethodV(object, env->GetMethodID(env->GetObjectClass(object), method, signature),
+                       args);
+  va_end(args);
+}
+
+std::string NativeTest::toText(JNIEnv* env, jobject string) {
+  if (!string) return "(null)";
+  const auto jtext = static_cast<jstring>(string);
+  const char* const chars = env->GetStringUTFChars(jtext, nullptr);
+  std::string text(chars);
+  env->ReleaseStringUTFChars(jtext, chars);
+  return text;
+}
+
+std::string NativeTest::takeException() const {
+  const jthrowable pending = env->ExceptionOccurred();
+  if (!pending) return "";
+  env->ExceptionClear();
+  return className(pending);
+}
+
+}  // namespace oxli::test
+
+extern "C" {
+
+// Makes the virtual machine take this program for the library: the natives are linked in.
+JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*) {
+  return JNI_VERSION_1_8;
+}
+
+JNIEXPORT jint Java_org_quendel_oxli_ScriptedSubscriber_onMessage(JNIEnv* env, jobject, jobject,
+                                                                  jobject, jobject message) {
+  return oxli::test::script.onMessage ? oxli::test::script.onMessage(env, message) : 0;
+}
+
+JNIEXPORT jobject Java_org_quendel_oxli_ScriptedListener_getScheme(JNIEnv* env, jobject) {
+  return oxli::test::script.getScheme ? oxli::test::script.getScheme(env) : nullptr;
+}
+
+JNIEXPORT void Java_org_quendel_oxli_ScriptedExitHandler_onExitEvent(JNIEnv* env, jobject) {
+  if (oxli::test::script.onExit) oxli::test::script.onExit(env);
+}
+}
+
+int main(int argc, char** argv) {
+  ::testing::InitGoogleTest(&argc, argv);
+  std::string classPath = "-Djava.class.path=" OXLI_TEST_CLASS_PATH;
+  std::string checks = "-Xcheck:jni";
+  std::string heap = "-Xmx64m";
+  JavaVMOption options[] = {
+      {classPath.data(), nullptr}, {checks.data(), nullptr}, {heap.data(), nullptr}};
+  JavaVMInitArgs args = {};
+  args.version = JNI_VERSION_1_8;
+  args.nOptions = static_cast<jint>(std::size(options));
+  args.options = options;
+  void* env = nullptr;
+  if (JNI_CreateJavaVM(&oxli::test::sVm, &env, &args) != JNI_OK) return 1;
+  oxli::test::sEnv = static_cast<JNIEnv*>(env);
+  // Loads the library's Java side, so that its natives are bound.
+  if (!oxli::test::sEnv->FindClass("org/quendel/oxli/impl/OxliImpl")) return 1;
+  const int result = RUN_ALL_TESTS();
+  oxli::test::sVm->DestroyJavaVM();
+  return result;
+}
