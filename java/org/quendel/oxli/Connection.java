@@ -15,10 +15,10 @@ import org.quendel.oxli.impl.Results;
  * A connection to the gateway. Made by {@link Environment#newConnection}; owns its listeners and
  * publishers.
  *
- * <p>One lock, fair, is held by every call on the connection and its listeners: one thread at a time
- * is inside, and another one waits, for a {@link #process} in progress as well. Choose timeouts of
- * {@code process} by how long others may wait. The thread inside may call again from {@code
- * onMessage}. Publishers have locks of their own.
+ * <p>One lock, fair, is held by every call on the connection and its listeners: one thread at a
+ * time is inside, and another one waits, for a {@link #process} in progress as well. Choose
+ * timeouts of {@code process} by how long others may wait. The thread inside may call again from
+ * {@code onMessage}. Publishers have locks of their own.
  */
 public final class Connection implements AutoCloseable {
   private final Environment environment;
@@ -26,7 +26,7 @@ public final class Connection implements AutoCloseable {
   private final Set<Listener> listeners = new LinkedHashSet<>(); // guarded by lock
   /** Grows with the lock held; a publisher leaves on any thread, when it is released. */
   private final Set<Publisher> publishers = ConcurrentHashMap.newKeySet();
-  private long handle; // guarded by lock; 0 before the native object is made and once it is released
+  private long handle; // guarded by lock; 0 before the native object exists and once it is released
 
   Connection(Environment environment) {
     this.environment = environment;

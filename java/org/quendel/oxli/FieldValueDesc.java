@@ -27,8 +27,8 @@ public final class FieldValueDesc {
   }
 
   /**
-   * The value as it stands in a payload, or null: gateway memory, read-only and little-endian, valid
-   * as long as the scheme's owner.
+   * The value as it stands in a payload, or null: gateway memory, read-only and little-endian,
+   * valid as long as the scheme's owner.
    */
   public ByteBuffer getValue() {
     return value;

@@ -50,7 +50,8 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Opens the listener: messages come with the next {@link Connection#process}, some with this call.
+   * Opens the listener: messages come with the next {@link Connection#process}, some with this
+   * call.
    *
    * @param settings the gateway's, in addition to those it was made with
    * @throws OxliException when the gateway refuses
@@ -114,7 +115,7 @@ public class Listener implements AutoCloseable {
    * @throws OxliException when the gateway has none
    */
   public Scheme getScheme() {
-    // Native code that wraps a listener calls this while the listener lives, and nothing releases it.
+    // Called while the native code that owns the listener keeps it, and nothing here releases it.
     if (connection == null) return fetchScheme();
     connection.lock();
     try {

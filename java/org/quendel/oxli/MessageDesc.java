@@ -3,7 +3,7 @@ package org.quendel.oxli;
 import java.util.List;
 import java.util.Map;
 
-/** One message of a {@link Scheme}. Immutable; made by native code from the gateway's description. */
+/** One message of a {@link Scheme}. Immutable; made by native code. */
 public final class MessageDesc {
   private final long number;
   private final String name;

@@ -14,7 +14,8 @@ import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.messages.Message;
 
 /**
- * Makes and posts messages. Made by {@link Connection#newPublisher}; owns the messages made from it.
+ * Makes and posts messages. Made by {@link Connection#newPublisher}; owns the messages made from
+ * it.
  *
  * <p>One lock is held by every call: a post waits for another post, not for {@link
  * Connection#process}.
@@ -120,11 +121,11 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Makes a message by its name in the scheme. It lives until it is closed, with the publisher at the
-   * latest.
+   * Makes a message by its name in the scheme. It lives until it is closed, with the publisher at
+   * the latest.
    *
-   * @param <M> the class the caller knows the message to be of; another makes the caller's assignment
-   *     throw {@link ClassCastException}
+   * @param <M> the class the caller knows the message to be of; another makes the caller's
+   *     assignment throw {@link ClassCastException}
    * @throws OxliException when the gateway refuses
    */
   public <M extends Message> M newMessage(String name) {
@@ -183,8 +184,8 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Closes the messages made from it that are not closed, and releases the publisher. Waits for calls
-   * in progress on other threads.
+   * Closes the messages made from it that are not closed, and releases the publisher. Waits for
+   * calls in progress on other threads.
    *
    * @throws OxliException the first error reported, with others suppressed; all is released
    */

@@ -15,7 +15,7 @@ public final class ResultCode {
 
   private ResultCode() {}
 
-  /** The gateway's name of the code, such as {@code OX_ERR_INVALIDSTATE}; with its number if new. */
+  /** The gateway's name of the code, such as {@code OX_ERR_INVALIDSTATE}, or one by number. */
   public static String nameOf(int code) {
     switch (code) {
       case OK:

@@ -3,8 +3,8 @@ package org.quendel.oxli.impl;
 import org.quendel.oxli.messages.Message;
 
 /**
- * What listeners and publishers do with messages and applications must not. {@link Message} installs
- * the only instance when it is initialised, hence before any message exists.
+ * What listeners and publishers do with messages and applications must not. {@link Message}
+ * installs the only instance when it is initialised, hence before any message exists.
  */
 public abstract class MessageAccess {
   private static volatile MessageAccess installed;

@@ -1,8 +1,7 @@
 package org.quendel.oxli.impl;
 
+import java.io.File;
 import java.net.URISyntaxException;
-import java.nio.file.Path;
-import java.nio.file.Paths;
 import java.security.CodeSource;
 
 /** Finds and loads the native library. */
@@ -13,9 +12,9 @@ final class NativeLibrary {
   private NativeLibrary() {}
 
   /**
-   * Loads from the directory of the property {@code oxli.library.path} when it is set, and then from
-   * nowhere else; otherwise from {@code java.library.path}, and after that from the directory of
-   * this library's jar.
+   * Loads from the directory of the property {@code oxli.library.path} when it is set, and then
+   * from nowhere else; otherwise from {@code java.library.path}, and after that from the directory
+   * of this library's jar.
    *
    * @throws UnsatisfiedLinkError naming every place tried and what was wrong with it
    */
@@ -23,7 +22,7 @@ final class NativeLibrary {
     final String directory = System.getProperty(DIRECTORY_PROPERTY);
     final StringBuilder tried = new StringBuilder("cannot load the native library " + NAME + ':');
     final boolean loaded = directory != null
-        ? loadFrom(Paths.get(directory), tried)
+        ? loadFrom(new File(directory), tried)
         : loadFromLibraryPath(tried) || loadBesideJar(tried);
     if (!loaded) throw new UnsatisfiedLinkError(tried.toString());
   }
@@ -41,20 +40,20 @@ final class NativeLibrary {
     final CodeSource source = NativeLibrary.class.getProtectionDomain().getCodeSource();
     if (source == null || source.getLocation() == null) return false;
     try {
-      return loadFrom(Paths.get(source.getLocation().toURI()).getParent(), tried);
-    } catch (URISyntaxException | RuntimeException e) {
+      return loadFrom(new File(source.getLocation().toURI()).getParentFile(), tried);
+    } catch (URISyntaxException | IllegalArgumentException e) {
       // Classes that do not come from the file system have nothing beside them.
       return failed(source.getLocation().toString(), e, tried);
     }
   }
 
-  private static boolean loadFrom(Path directory, StringBuilder tried) {
-    final Path file = directory.resolve(System.mapLibraryName(NAME)).toAbsolutePath();
+  private static boolean loadFrom(File directory, StringBuilder tried) {
+    final String file = new File(directory, System.mapLibraryName(NAME)).getAbsolutePath();
     try {
-      System.load(file.toString());
+      System.load(file);
       return true;
     } catch (UnsatisfiedLinkError e) {
-      return failed(file.toString(), e, tried);
+      return failed(file, e, tried);
     }
   }
 

@@ -16,10 +16,10 @@ import org.quendel.oxli.messages.Message;
  * eight below. An {@code int} result is a {@link org.quendel.oxli.ResultCode}, unless an exception
  * of Java code that the native called comes out instead.
  *
- * <p>Handles: the address of a binding record; for publishers the gateway's own. A native that makes
- * an object stores its handle in {@code ref} and keeps the Java objects it was given until the
- * object is destroyed. Delivery calls the subscriber on the thread that is inside a native of the
- * listener or of its connection.
+ * <p>Handles: the address of a binding record; for publishers the gateway's own. A native that
+ * makes an object stores its handle in {@code ref} and keeps the Java objects it was given until
+ * the object is destroyed. Delivery calls the subscriber on the thread that is inside a native of
+ * the listener or of its connection.
  */
 public final class OxliImpl {
   static {

@@ -43,8 +43,8 @@ public class DataMessage extends AbstractDataMessage {
 
   /**
    * Makes the message refer to another, such as the one it answers. The other must be alive when
-   * this one is posted: after its end or close there is no reference. It must not be closed on
-   * another thread meanwhile.
+   * this one is posted: to a copy, or after its end or close, there is no reference. It must not be
+   * closed on another thread meanwhile.
    */
   public final void setRefMessage(DataMessage message) {
     refMessage = message;
@@ -53,5 +53,12 @@ public class DataMessage extends AbstractDataMessage {
   @Override
   public DataMessage copy() {
     return (DataMessage) super.copy();
+  }
+
+  @Override
+  void forgetRecord() {
+    super.forgetRecord();
+    // Native code does not reset it when it uses the object again.
+    refMessage = null;
   }
 }

@@ -18,17 +18,17 @@ import org.quendel.oxli.impl.Results;
  * A message; of this very class when its type has no class of its own. There are three kinds:
  *
  * <ul>
- *   <li>A <b>delivered</b> message is lent to {@code onMessage} and ends with it. Its object is used
- *       again for the next message of its kind, and its payload lies in memory of the gateway's.
- *       Afterwards reading the payload throws {@link IllegalStateException}; what else the object
- *       says may already be the next message's.
- *   <li>An <b>outgoing</b> message comes from a publisher, is filled in place and lives until {@link
- *       #close}, its publisher's release included.
+ *   <li>A <b>delivered</b> message is lent to {@code onMessage} and ends with it. Its object is
+ *       used again for the next message of its kind, and its payload lies in memory of the
+ *       gateway's. Afterwards reading the payload throws {@link IllegalStateException}; what else
+ *       the object says may already be the next message's.
+ *   <li>An <b>outgoing</b> message comes from a publisher, is filled in place and lives until
+ *       {@link #close}, its publisher's release included.
  *   <li>A <b>copy</b> made by {@link #copy} lies on the heap and lives as long as it is referenced.
  * </ul>
  *
- * <p>Never keep a buffer or a part of one beyond the life of its message: the bytes may be gone, and
- * nothing can tell. Messages are not thread-safe. Offsets and lengths are in bytes.
+ * <p>Never keep a buffer or a part of one beyond the life of its message: the bytes may be gone,
+ * and nothing can tell. Messages are not thread-safe. Offsets and lengths are in bytes.
  */
 public class Message extends NativeRef implements AutoCloseable, Cloneable {
   private static final int MADE_BY_GATEWAY = 0;
@@ -58,8 +58,8 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
   /**
    * The payload, little-endian; null for a message without one. Every call gives the same buffer:
-   * its position and limit are the caller's to move, and the methods here that take an offset do not
-   * depend on its position.
+   * its position and limit are the caller's to move, and the methods here that take an offset do
+   * not depend on its position.
    *
    * @throws IllegalStateException when the message has ended or has been closed
    */
@@ -194,10 +194,14 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     data = payload == null ? null : payload.order(ByteOrder.LITTLE_ENDIAN);
   }
 
-  /** Forgets what the next record may leave unsaid. Called when the record is taken away. */
+  /** Called when the record is taken away: also forgets what the next one may leave unsaid. */
   void forgetRecord() {
     set(0);
     data = null;
+  }
+
+  final boolean isOutgoing() {
+    return owner != null;
   }
 
   private boolean isAlive() {

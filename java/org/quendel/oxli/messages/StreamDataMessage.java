@@ -53,12 +53,15 @@ public final class StreamDataMessage extends AbstractDataMessage {
     nulls[field] = isNull;
   }
 
-  /** The null map itself, a flag for each field; null when there is none. Ends with the message. */
+  /** The null map itself, a flag for each field, or null; it ends with the message. */
   public boolean[] getNulls() {
     return nulls;
   }
 
-  /** Makes the array the null map, not a copy of it; a post refuses one that is too short. */
+  /**
+   * Makes the array, not a copy of it, the null map of an outgoing row; a post refuses one that is
+   * too short. An array given to a delivered row would be written by the next one.
+   */
   public void setNulls(boolean[] newNulls) {
     nulls = newNulls;
   }
@@ -73,9 +76,9 @@ public final class StreamDataMessage extends AbstractDataMessage {
   @Override
   void forgetRecord() {
     super.forgetRecord();
-    // Native code fills the array it finds, and leaves it alone when a row has no null map. An array
-    // found must fit: an object for rows of any description starts without one.
-    if (isUnkeyed()) {
+    // Native code fills the array it finds, and leaves it alone when a row has no null map. What it
+    // finds must fit: an object for rows of any description starts without one.
+    if (isOutgoing() || isUnkeyed()) {
       nulls = null;
     } else if (nulls != null) {
       Arrays.fill(nulls, false);
