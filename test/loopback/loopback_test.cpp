@@ -1,12 +1,16 @@
 // The in-process gateway through its C functions alone.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "loopback/control.h"
@@ -18,7 +22,7 @@ constexpr char kScheme[] =
     "scheme=?{type=3;features=5;messages=leg,quote,odd;"
     "message.leg=?{fields=price:d};"
     "message.quote=?{id=7;desc=Best prices;hints=?{group=market;zone=a};"
-    "fields=isin:c12,side:u1,leg:m,volume:u8,note:z;indices=pk;"
+    "fields=isin:c12,side:u1,leg:m,volume:u8,note:z;indices=pk,late;index.late=?{fields=volume};"
     "index.pk=?{fields=isin,side:1;desc=Key;hints=?{unique=1}};"
     "field.side=?{desc=Side;value=2;values=?{buy=1:Buyer;sell=2}};"
     "field.leg=?{message=leg};field.volume=?{offset=24}};"
@@ -131,7 +135,9 @@ class Loopback : public ::testing::Test {
   }
   static void postRow(ox_publisher_t* pub, const char* isin) {
     ox_msg_t* msg = make(pub);
-    std::strncpy(static_cast<char*>(msg->data), isin, 12);
+    static uint64_t volume = 0;
+    std::memcpy(static_cast<Quote*>(msg->data)->isin, isin, std::strlen(isin));
+    static_cast<Quote*>(msg->data)->volume = ++volume;
     EXPECT_EQ(OX_ERR_OK, ox_pub_post(pub, msg, 0));
     EXPECT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, msg));
   }
@@ -372,9 +378,12 @@ TEST_F(Loopback, ACallbackMayProcess) {
   ox_publisher_t* pub = publish(kScheme);
   listen(inbox);
   postRow(pub, "A");
-  bool nested = false;
-  inbox.on = [&](ox_msg_t&) { return std::exchange(nested, true) ? 78 : process(); };
-  EXPECT_EQ(78, process());
+  inbox.on = [&](ox_msg_t& msg) {
+    if (msg.type != OX_MSG_OPEN) return 78;
+    EXPECT_EQ(78, process());
+    return 79;
+  };
+  EXPECT_EQ(79, process());
   EXPECT_EQ((Strings{"open", "quote/0/"}), inbox.take());
 }
 
@@ -548,21 +557,38 @@ TEST_F(Loopback, TestsSteerIt) {
 }
 
 TEST(LoopbackExit, EventIsRaisedByTheClockOrOnDemand) {
-  static std::atomic<int> raised{0};
-  raised = 0;
+  static std::atomic<int> closed;
+  closed = -1;
+  const auto closeIt = [](void*) { closed = ox_env_close(); };
   EXPECT_FALSE(loopback::raiseExit());
-  const auto closeIt = [](void*) {
-    ++raised;
-    ox_env_close();
-  };
   ASSERT_EQ(OX_ERR_OK, ox_env_register_exithandler(closeIt, nullptr));
   ASSERT_EQ(OX_ERR_OK, ox_env_open("exit_after=1"));
-  while (raised == 0 || ox_env_close() == OX_ERR_OK) std::this_thread::yield();
+  while (closed == -1) std::this_thread::yield();
+  EXPECT_EQ(OX_ERR_OK, closed);
   ASSERT_EQ(OX_ERR_OK, ox_env_open("exit_after=100000"));
   EXPECT_EQ(OX_ERR_OK, ox_env_close());
   EXPECT_TRUE(loopback::raiseExit());
-  EXPECT_EQ(2, raised);
+  EXPECT_EQ(OX_ERR_INVALIDSTATE, closed);
   EXPECT_EQ(OX_ERR_OK, ox_env_register_exithandler(nullptr, nullptr));
+}
+
+TEST(LoopbackLog, GoesWhereTheSettingsSay) {
+  const std::string path = ::testing::TempDir() + "loopback_test.log";
+  std::remove(path.c_str());
+  ASSERT_EQ(OX_ERR_OK, ox_env_open(("log=file:" + path + ";platform=java").c_str()));
+  EXPECT_EQ(OX_ERR_OK, ox_log_error("%s", "trouble"));
+  ASSERT_EQ(OX_ERR_OK, ox_env_close());
+  EXPECT_EQ(OX_ERR_OK, ox_log_infostr("unheard"));
+  std::ifstream file(path);
+  std::string first;
+  std::string second;
+  std::getline(file, first);
+  EXPECT_EQ(0u, first.find("info: in-process loopback gateway")) << first;
+  std::getline(file, second);
+  EXPECT_EQ("error: trouble", second);
+  EXPECT_FALSE(std::getline(file, first));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_env_open("log=elsewhere"));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_env_open("exit_after=soon"));
 }
 
 }  // namespace
