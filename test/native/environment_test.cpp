@@ -73,10 +73,11 @@ TEST_F(EnvironmentTest, LookupsAreTheContract) {
   ASSERT_EQ(105u, expected.size());
 
   Lines seen;
+  const jstring settings = text("");
   for (int n = 1;; ++n) {
     probe->failAt(n, JniProbe::Fault::kThrows);
     ::testing::internal::CaptureStderr();
-    const jint result = open("");
+    const jint result = OXLI(env_1open)(env, nullptr, settings);
     const std::string line = ::testing::internal::GetCapturedStderr();
     // Beyond the lookups: the settings' characters.
     if (line.rfind("Failed", 0) != 0) {
@@ -133,8 +134,19 @@ TEST_F(ExitEventTest, ReachesTheHandlerOnAGatewayThread) {
   EXPECT_EQ((Lines{kAttach, kInvoke, kAfter}), raised());
   EXPECT_EQ(1, events);
 
+  // What the handler throws stays with the thread.
   script.onExit = [&](JNIEnv* on) { on->ThrowNew(on->FindClass("java/lang/Error"), "exit"); };
-  EXPECT_EQ((Lines{kAttach, kInvoke}), raised());
+  loopback::clearCalls();
+  std::thread([] {
+    ExitEventCB(jni::sExitEventData.get());
+    void* attached = nullptr;
+    ASSERT_EQ(JNI_OK, virtualMachine()->GetEnv(&attached, JNI_VERSION_1_6));
+    EXPECT_TRUE(static_cast<JNIEnv*>(attached)->ExceptionCheck());
+    static_cast<JNIEnv*>(attached)->ExceptionClear();
+    virtualMachine()->DetachCurrentThread();
+  }).join();
+  EXPECT_EQ((Lines{std::string("info: ") + kAttach, std::string("info: ") + kInvoke}),
+            loopback::logLines());
 }
 
 TEST_F(ExitEventTest, CallsNoJavaWithoutCacheOrHandler) {

@@ -106,6 +106,18 @@ struct Scenario {
   bool goesOn = false;  // the gateway's answer counts, whatever Java did before
 };
 
+// The local references of one run.
+class Frame {
+ public:
+  explicit Frame(JNIEnv* env) : env_(env) { env_->PushLocalFrame(256); }
+  Frame(const Frame&) = delete;
+  Frame& operator=(const Frame&) = delete;
+  ~Frame() { env_->PopLocalFrame(nullptr); }
+
+ private:
+  JNIEnv* env_;
+};
+
 // Fails each Java call and each allocation of each operation in turn.
 class FaultSweepTest : public NativeTest {
  protected:
@@ -129,9 +141,8 @@ class FaultSweepTest : public NativeTest {
     connection = newConnection();
     publisher = newPublisher(connection, (std::string("stream=s;") + kScheme).c_str());
     replica = newPublisher(connection, (std::string("stream=r;mode=replica;") + kScheme).c_str());
-    script.getScheme = [](JNIEnv* on) {
-      return on->AllocObject(on->FindClass("org/quendel/oxli/Scheme"));
-    };
+    jscheme = env->NewGlobalRef(make("org/quendel/oxli/Scheme"));
+    script.getScheme = [this](JNIEnv* on) { return on->NewLocalRef(jscheme); };
     native.conn = fromHandle<jni::ConnData>(connection)->conn;
     addEnvironmentScenarios();
     addConnectionScenarios();
@@ -143,6 +154,7 @@ class FaultSweepTest : public NativeTest {
     OXLI(pub_1destroy)(env, nullptr, publisher);
     OXLI(pub_1destroy)(env, nullptr, replica);
     OXLI(conn_1destroy)(env, nullptr, connection);
+    env->DeleteGlobalRef(jscheme);
     NativeTest::TearDown();
   }
 
@@ -171,16 +183,18 @@ class FaultSweepTest : public NativeTest {
         {"conn_new",
          [this] { return OXLI(conn_1new)(env, nullptr, empty, ref, jconn) == OX_ERR_OK; },
          destroy});
-    scenarios.push_back({"conn_open",
-                         [this] {
-                           OXLI(conn_1close)(env, nullptr, connection);
-                           return OXLI(conn_1open)(env, nullptr, connection, empty) == OX_ERR_OK;
-                         },
-                         [this] {
-                           OXLI(conn_1open)(env, nullptr, connection, empty);
-                           OXLI(pub_1open)(env, nullptr, publisher, empty);
-                           OXLI(pub_1open)(env, nullptr, replica, empty);
-                         }});
+    scenarios.push_back(
+        {"conn_open",
+         [this] { return OXLI(conn_1open)(env, nullptr, connection, empty) == OX_ERR_OK; },
+         [this] {
+           OXLI(conn_1open)(env, nullptr, connection, empty);
+           OXLI(pub_1open)(env, nullptr, publisher, empty);
+           OXLI(pub_1open)(env, nullptr, replica, empty);
+         },
+         [this] {
+           OXLI(conn_1close)
+           (env, nullptr, connection);
+         }});
     scenarios.push_back({"conn_getstate", [this] {
                            return OXLI(conn_1getstate)(env, nullptr, connection, state) ==
                                   OX_ERR_OK;
@@ -197,6 +211,10 @@ class FaultSweepTest : public NativeTest {
   void addListenerScenarios() {
     const auto destroy = [this] { destroyListeners(); };
     const auto create = [this] { listener = newListener(connection); };
+    const auto createOpen = [this, create] {
+      create();
+      OXLI(lsn_1open)(env, nullptr, listener, empty);
+    };
     scenarios.push_back({"lsn_new",
                          [this] {
                            return OXLI(lsn_1new)(env, nullptr, connection, streamSettings,
@@ -213,7 +231,7 @@ class FaultSweepTest : public NativeTest {
     scenarios.push_back(
         {"lsn_getscheme",
          [this] { return OXLI(lsn_1getscheme)(env, nullptr, listener, ref) == OX_ERR_OK; }, destroy,
-         create});
+         createOpen});
     scenarios.push_back(
         {"lsn_wrap",
          [this] {
@@ -239,15 +257,14 @@ class FaultSweepTest : public NativeTest {
         {"pub_new",
          [this] { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub) == OX_ERR_OK; },
          destroy});
-    scenarios.push_back({"pub_open",
-                         [this] {
-                           OXLI(pub_1close)(env, nullptr, publisher);
-                           return OXLI(pub_1open)(env, nullptr, publisher, empty) == OX_ERR_OK;
-                         },
-                         [this] {
-                           OXLI(pub_1open)
-                           (env, nullptr, publisher, empty);
-                         }});
+    scenarios.push_back(
+        {"pub_open",
+         [this] { return OXLI(pub_1open)(env, nullptr, publisher, empty) == OX_ERR_OK; },
+         [this] { static_cast<void>(OXLI(pub_1open)(env, nullptr, publisher, empty)); },
+         [this] {
+           OXLI(pub_1close)
+           (env, nullptr, publisher);
+         }});
     scenarios.push_back({"pub_getstate", [this] {
                            return OXLI(pub_1getstate)(env, nullptr, publisher, state) == OX_ERR_OK;
                          }});
@@ -286,14 +303,14 @@ class FaultSweepTest : public NativeTest {
     scenarios.push_back(
         {"pub_msgnew row", create(replica, OX_KEY_NAME, text("m")), dispose, [] {}, 2});
 
-    const auto data = [this] {
+    const auto dataMessage = [this] {
       message = newMessage(publisher, "m");
       env->SetObjectArrayElement(out, 0, message);
       reference = newMessage(publisher, "m");
       set(message, "setAddress", "(Ljava/lang/String;)V", type);
       set(message, "setRefMessage", "(Lorg/quendel/oxli/messages/DataMessage;)V", reference);
     };
-    const auto row = [this] {
+    const auto rowMessage = [this] {
       message = newMessage(replica, "m");
       env->SetObjectArrayElement(out, 0, message);
     };
@@ -301,21 +318,23 @@ class FaultSweepTest : public NativeTest {
       return [this, on] { return OXLI(pub_1post)(env, nullptr, on, message, 0) == OX_ERR_OK; };
     };
     const auto dump = [this] { return OXLI(msg_1dump)(env, nullptr, message, 0) != nullptr; };
-    scenarios.push_back({"pub_post data", post(publisher), dispose, data, 0, true});
-    scenarios.push_back({"pub_post row", post(replica), dispose, row, 0, true});
-    scenarios.push_back({"msg_dump data", dump, dispose, data, 0, true});
-    scenarios.push_back({"msg_dump row", dump, dispose, row, 0, true});
+    scenarios.push_back({"pub_post data", post(publisher), dispose, dataMessage, 0, true});
+    scenarios.push_back({"pub_post row", post(replica), dispose, rowMessage, 0, true});
+    scenarios.push_back({"msg_dump data", dump, dispose, dataMessage, 0, true});
+    scenarios.push_back({"msg_dump row", dump, dispose, rowMessage, 0, true});
     scenarios.push_back({"pub_msgdispose",
                          [this] {
-                           const bool done =
+                           isDisposed =
                                OXLI(pub_1msgdispose)(env, nullptr, publisher,
                                                      jni::toHandle(disposed), message) == OX_ERR_OK;
-                           if (done) env->SetObjectArrayElement(out, 0, nullptr);
-                           return done;
+                           return isDisposed;
                          },
-                         dispose,
                          [=] {
-                           data();
+                           if (isDisposed) env->SetObjectArrayElement(out, 0, nullptr);
+                           dispose();
+                         },
+                         [=] {
+                           dataMessage();
                            disposed = fromHandle<ox_msg_t>(getLong(message, "getRef"));
                          }});
   }
@@ -386,12 +405,14 @@ class FaultSweepTest : public NativeTest {
   }
 
   void runUnharmed(const Scenario& scenario) {
+    const Frame frame(env);
     scenario.prepare();
     EXPECT_TRUE(scenario.run());
     scenario.undo();
   }
 
   void failEachJavaCall(const Scenario& scenario, JniProbe::Fault fault) {
+    SCOPED_TRACE(fault == JniProbe::Fault::kThrows ? "throws" : "makes none");
     const bool throws = fault == JniProbe::Fault::kThrows;
     Balance expected = balance();
     // The gateway has the record of a listener whose handle could not be written: it stays.
@@ -402,6 +423,7 @@ class FaultSweepTest : public NativeTest {
     }
     int silent = 0;
     for (bool fired = true; fired;) {
+      const Frame frame(env);
       scenario.prepare();
       ::testing::internal::CaptureStderr();
       probe->failAt(++call, fault);
@@ -430,6 +452,7 @@ class FaultSweepTest : public NativeTest {
     const Balance expected = balance();
     int n = 0;
     for (bool fired = true; fired;) {
+      const Frame frame(env);
       scenario.prepare();
       failAllocationAt(++n);
       const bool succeeded = scenario.run();
@@ -451,6 +474,7 @@ class FaultSweepTest : public NativeTest {
   jobject message = nullptr;
   jobject reference = nullptr;
   ox_msg_t* disposed = nullptr;
+  bool isDisposed = false;
   struct {
     ox_conn_t* conn = nullptr;
     ox_conn_t* wrapped = nullptr;
@@ -464,7 +488,7 @@ class FaultSweepTest : public NativeTest {
   jstring type = nullptr;
   jstring streamSettings = nullptr;
   jobject buffer = nullptr, ref = nullptr, state = nullptr, jconn = nullptr, jlsn = nullptr,
-          jpub = nullptr, subscriber = nullptr;
+          jpub = nullptr, jscheme = nullptr, subscriber = nullptr;
   jobjectArray out = nullptr;
 
   std::int64_t payload = 1;

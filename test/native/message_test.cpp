@@ -253,7 +253,7 @@ TEST_F(MessageTest, SteadyStreamKeepsNothing) {
   for (ox_msg_t* msg : all) get(*msg);
   const JniProbe::Counts before = probe->counts;
   for (int i = 0; i < 100; ++i) get(*all[i % 3]);
-  EXPECT_TRUE(before == probe->counts);
+  EXPECT_EQ(before, probe->counts);
 }
 
 }  // namespace

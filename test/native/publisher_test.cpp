@@ -119,12 +119,12 @@ TEST_F(PublisherTest, DataFieldsAreLentForThePost) {
   auto& msg = record<ox_msg_data_t>(message);
   char own[] = "own";
   msg.addr = own;
-  ox_msg_data_t earlier = dataRecord(0, 7);
-  msg.ref_msg = &earlier;
 
   set(message, "setUserId", "(I)V", jint{-3});
   EXPECT_EQ(OX_ERR_OK, post(publisher, message));
   EXPECT_EQ(own, msg.addr);
+  ox_msg_data_t earlier = dataRecord(0, 7);
+  msg.ref_msg = &earlier;
   set(message, "setAddress", "(Ljava/lang/String;)V", text("gate"));
   set(message, "setRefMessage", "(Lorg/quendel/oxli/messages/DataMessage;)V", other);
   EXPECT_EQ(OX_ERR_OK, post(publisher, message));

@@ -31,6 +31,7 @@ class RegistryTest : public NativeTest {
   }
   void TearDown() override {
     oxjni_lsn_unwrap(env, lsn);
+    record = nullptr;
     oxjni_pub_unwrap(env, pub);
     oxjni_conn_unwrap(env, conn);
     ox_lsn_destroy(lsn);

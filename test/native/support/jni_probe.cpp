@@ -22,6 +22,8 @@ enum Traits : unsigned {
   kLookup = 1u << 9,
   kObject = 1u << 10,
   kArray = 1u << 11,
+  // The virtual machine implements it with other functions of the table, which do not count.
+  kComposed = 1u << 12,
 };
 
 template <auto Function>
@@ -38,12 +40,15 @@ struct Hook {
   template <class R, class... Args>
   static R run(JNIEnv* env, Args... args) {
     JniProbe& probe = *active;
+    if (probe.insideComposed_) return (probe.real_->*Function)(env, args...);
     if (probe.failsNow(nameOf<Function>(), Traits)) return R();
     if constexpr (std::is_void_v<R>) {
       (probe.real_->*Function)(env, args...);
       probe.count(Traits, true);
     } else {
+      probe.insideComposed_ = (Traits & kComposed) != 0;
       const R result = (probe.real_->*Function)(env, args...);
+      probe.insideComposed_ = false;
       probe.count(Traits, result != R());
       return result;
     }
@@ -73,7 +78,7 @@ JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env
   OXLI_HOOK(CallObjectMethodV, kRunsJava | kMakesLocal);
   OXLI_HOOK(CallStaticObjectMethodV, kRunsJava | kMakesLocal);
   OXLI_HOOK(NewStringUTF, kMakes | kMakesLocal);
-  OXLI_HOOK(NewDirectByteBuffer, kMakes | kMakesLocal);
+  OXLI_HOOK(NewDirectByteBuffer, kMakes | kMakesLocal | kComposed);
   OXLI_HOOK(NewBooleanArray, kMakes | kMakesLocal | kArray);
   OXLI_HOOK(NewByteArray, kMakes | kMakesLocal | kArray);
   OXLI_HOOK(SetBooleanArrayRegion, kRunsJava);
@@ -84,7 +89,7 @@ JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env
   OXLI_HOOK(GetBooleanArrayElements, kMakes | kBorrows);
   OXLI_HOOK(ReleaseBooleanArrayElements, kGivesBack | kLegalWhilePending);
   OXLI_HOOK(GetArrayLength, 0);
-  OXLI_HOOK(GetDirectBufferAddress, 0);
+  OXLI_HOOK(GetDirectBufferAddress, kComposed);
   OXLI_HOOK(IsInstanceOf, 0);
   OXLI_HOOK(NewGlobalRef, kMakes | kMakesGlobal);
   OXLI_HOOK(DeleteGlobalRef, kDropsGlobal | kLegalWhilePending);

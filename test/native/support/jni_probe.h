@@ -58,6 +58,7 @@ class JniProbe {
   int failIn_ = 0;
   Fault fault_ = Fault::kThrows;
   bool fired_ = false;
+  bool insideComposed_ = false;
 };
 
 }  // namespace oxli::test

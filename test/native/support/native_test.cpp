@@ -7,6 +7,9 @@
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"
 #include "jni/publisher.h"
+#include "org_quendel_oxli_ScriptedExitHandler.h"
+#include "org_quendel_oxli_ScriptedListener.h"
+#include "org_quendel_oxli_ScriptedSubscriber.h"
 
 namespace oxli::test {
 
@@ -48,10 +51,13 @@ void NativeTest::TearDown() {
 
 void NativeTest::openEnvironment() {
   ASSERT_EQ(OX_ERR_OK, OXLI(env_1open)(env, nullptr, text("")));
+  loopback::clearCalls();
 }
 
 void NativeTest::closeEnvironment() {
-  if (jni::JEnv::spInstance) EXPECT_EQ(OX_ERR_OK, OXLI(env_1close)(env, nullptr));
+  if (jni::JEnv::spInstance) {
+    EXPECT_EQ(OX_ERR_OK, OXLI(env_1close)(env, nullptr));
+  }
 }
 
 jlong NativeTest::newConnection() {
@@ -94,6 +100,7 @@ jobject NativeTest::make(const char* className, const char* signature, ...) cons
   va_start(args, signature);
   const jobject object = env->NewObjectV(cls, env->GetMethodID(cls, "<init>", signature), args);
   va_end(args);
+  EXPECT_FALSE(env->ExceptionCheck());
   return object;
 }
 
@@ -102,16 +109,24 @@ jobject NativeTest::scripted(const char* simpleName) const {
 }
 
 jlong NativeTest::getLong(jobject object, const char* method) const {
-  return env->CallLongMethod(object, env->GetMethodID(env->GetObjectClass(object), method, "()J"));
+  const jlong value =
+      env->CallLongMethod(object, env->GetMethodID(env->GetObjectClass(object), method, "()J"));
+  EXPECT_FALSE(env->ExceptionCheck());
+  return value;
 }
 
 jint NativeTest::getInt(jobject object, const char* method) const {
-  return env->CallIntMethod(object, env->GetMethodID(env->GetObjectClass(object), method, "()I"));
+  const jint value =
+      env->CallIntMethod(object, env->GetMethodID(env->GetObjectClass(object), method, "()I"));
+  EXPECT_FALSE(env->ExceptionCheck());
+  return value;
 }
 
 jobject NativeTest::getObject(jobject object, const char* method, const char* signature) const {
-  return env->CallObjectMethod(object,
-                               env->GetMethodID(env->GetObjectClass(object), method, signature));
+  const jobject value = env->CallObjectMethod(
+      object, env->GetMethodID(env->GetObjectClass(object), method, signature));
+  EXPECT_FALSE(env->ExceptionCheck());
+  return value;
 }
 
 std::string NativeTest::getText(jobject object, const char* method) const {
@@ -128,6 +143,7 @@ void NativeTest::set(jobject object, const char* method, const char* signature, 
   env->CallVoidMethodV(object, env->GetMethodID(env->GetObjectClass(object), method, signature),
                        args);
   va_end(args);
+  EXPECT_FALSE(env->ExceptionCheck());
 }
 
 std::string NativeTest::toText(JNIEnv* env, jobject string) {
@@ -151,6 +167,7 @@ std::string NativeTest::takeException() const {
 extern "C" {
 
 // Makes the virtual machine take this program for the library: the natives are linked in.
+JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*);
 JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*) {
   return JNI_VERSION_1_8;
 }

@@ -51,10 +51,9 @@ class NativeTest : public ::testing::Test {
   jobject objRef() const { return make("org/quendel/oxli/impl/ObjRef"); }
   jobject intRef() const { return make("org/quendel/oxli/impl/IntRef"); }
   jobject scripted(const char* simpleName) const;
-  // Calls a method without parameters.
+  // Call a method without parameters that must not throw.
   jlong getLong(jobject object, const char* method) const;
   jint getInt(jobject object, const char* method) const;
-  bool getBool(jobject object, const char* method) const;
   jobject getObject(jobject object, const char* method, const char* signature) const;
   std::string getText(jobject object, const char* method) const;
   std::string className(jobject object) const;
