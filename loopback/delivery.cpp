@@ -1,117 +1,140 @@
-#include "loopback/delivery.h"
-
-#include <algorithm>
-
-#include "loopback/stream.h"
+#include "loopback/gateway.h"
 
 namespace inproc {
 namespace {
+
+template <class T>
+void ownBody(T& record, Message::Bytes& bytes) {
+  ox_msg_t& head = record.head;
+  if (!head.data) head.data_size = 0;
+  bytes.payload.assign(static_cast<const char*>(head.data), head.data_size);
+  head.data = head.data_size > 0 ? bytes.payload.data() : nullptr;
+  if (record.msg_name) bytes.name = record.msg_name;
+  record.msg_name = bytes.name.c_str();
+}
+
+void ownData(ox_msg_data_t& data, Message::Bytes& bytes) {
+  ownBody(data, bytes);
+  if (data.addr) bytes.addr = data.addr;
+  data.addr = bytes.addr.c_str();
+}
+
+void ownRow(ox_msg_streamdata_t& row, Message::Bytes& bytes) {
+  ownBody(row, bytes);
+  if (!row.nulls) return;
+  bytes.nulls.assign(reinterpret_cast<const char*>(row.nulls), row.num_nulls);
+  row.nulls = reinterpret_cast<const std::uint8_t*>(bytes.nulls.data());
+}
 
 // A delivery that this thread is inside of.
 struct Frame {
   const ox_msg_t* record;
   std::uint32_t type;  // the receiver may overwrite the record's
-  Shape shape;
-  const Stored* message;
+  const Message* message;
   const Frame* outer;
 };
 
 thread_local const Frame* innermost = nullptr;
 
-class Outside {  // leaves the lock for a callback
- public:
-  Outside(Lock& lock, const Frame& frame) : lock_(lock) {
-    innermost = &frame;
-    lock_.unlock();
+KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Outgoing* outgoing) {
+  const bool isRow = type == OX_MSG_STREAM_DATA;
+  KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing};
+  if (isRow) {
+    known.record.row = *reinterpret_cast<const ox_msg_streamdata_t*>(from);
+  } else if (known.whole) {
+    known.record.data = *reinterpret_cast<const ox_msg_data_t*>(from);
+  } else {
+    known.record.head = *from;
   }
-  Outside(const Outside&) = delete;
-  Outside& operator=(const Outside&) = delete;
-  ~Outside() {
-    lock_.lock();
-    innermost = innermost->outer;
-  }
-
- private:
-  Lock& lock_;
-};
-
-int handRecord(Lock& lock, Listener& lsn, ox_msg_t& record, Shape shape, const Stored* message) {
-  const Frame frame{&record, record.type, shape, message, innermost};
-  const Outside outside(lock, frame);
-  return lsn.callback(lsn.conn->handle, lsn.handle, &record, lsn.data);
+  known.record.head.type = type;
+  return known;
 }
 
 }  // namespace
 
-StoredPtr serviceMessage(std::uint32_t type, const void* data, std::size_t size) {
-  Content content;
-  content.type = type;
-  content.data = data;
-  content.size = size;
-  return Stored::make(content);
+MessagePtr copyOf(const Record& record) {
+  const auto message = std::make_shared<Message>();
+  message->record = record;
+  if (record.head.type == OX_MSG_STREAM_DATA) {
+    ownRow(message->record.row, message->own);
+    return message;
+  }
+  ownData(message->record.data, message->own);
+  if (record.data.ref_msg) {
+    message->ref = *record.data.ref_msg;
+    message->ref.ref_msg = nullptr;
+    ownData(message->ref, message->ofRef);
+    message->record.data.ref_msg = &message->ref;
+  }
+  return message;
 }
 
-void enqueue(Listener& lsn, std::uint32_t type, StoredPtr message) {
+MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size, const char* name,
+                       std::uint32_t userId) {
+  const ox_msg_t head{type, size, const_cast<void*>(data), 0};
+  Record record;
+  record.data = {head, UNKEYED_INDEX, UNKEYED_ID, name, userId, nullptr, nullptr};
+  return copyOf(record);
+}
+
+void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message) {
   Connection& conn = *lsn.conn;
   conn.queue.push_back({lsn.shared_from_this(), type, std::move(message)});
   // A thread waits for messages only while there is none.
   if (conn.queue.size() == 1) conn.changed.notify_all();
 }
 
-int handForeign(Lock& lock, Listener& lsn, ox_msg_t& record) {
-  const bool isData = (record.type & ~OX_MSG_PARSEERR_BIT) == OX_MSG_DATA;
-  const Shape shape = isData                              ? Shape::Data
-                      : record.type == OX_MSG_STREAM_DATA ? Shape::Row
-                                                          : Shape::Head;
-  return handRecord(lock, lsn, record, shape, nullptr);
-}
-
-int hand(Lock& lock, Listener& lsn, std::uint32_t type, const StoredPtr& message) {
-  static const Content kNothing;
-  Record record = recordOf(message.get() ? *message.get() : kNothing, type);
-  std::string text;
-  if (type == OX_MSG_OPEN && lsn.state == kOpening) lsn.state = kActive;
+int hand(Lock& lock, const Item& item) {
+  Listener& lsn = *item.lsn;
+  Record record = item.message ? item.message->record : Record{};
+  ox_msg_t* const handed = item.record ? item.record : &record.head;
+  std::string state;
+  if (!item.record) handed->type = item.type;
+  if (item.type == OX_MSG_OPEN && lsn.state == kOpening) lsn.state = kActive;
   // Before the callback, which may open the listener again.
-  if (type == OX_MSG_CLOSE) lsn.state = kClosed;
-  if (type == OX_MSG_STREAM_DATA) lsn.seen = message->rev;
-  if (type == OX_MSG_ZRREPL_STATE) {
-    text = "lifenum=" + std::to_string(lsn.life) + ";rev=" + std::to_string(lsn.seen);
-    record.head.data = text.data();
-    record.head.data_size = text.size() + 1;
+  if (item.type == OX_MSG_CLOSE) lsn.state = kClosed;
+  if (item.type == OX_MSG_STREAM_DATA) lsn.seen = record.row.rev;
+  if (item.type == OX_MSG_ZRREPL_STATE) {
+    state = "lifenum=" + std::to_string(lsn.stream->life) + ";rev=" + std::to_string(lsn.seen);
+    record.head.data = state.data();
+    record.head.data_size = state.size() + 1;
   }
-  return handRecord(lock, lsn, record.head, shapeOf(type), message.get());
-}
-
-void closeListener(Lock& lock, Listener& lsn, std::int32_t reason) {
-  detach(lsn);
-  if (lsn.replica) hand(lock, lsn, OX_MSG_ZRREPL_STATE, {});
-  // The callback may have opened or destroyed it.
-  if (lsn.state != kClosed || !gateway().listeners.has(lsn.handle)) return;
-  hand(lock, lsn, OX_MSG_CLOSE, serviceMessage(OX_MSG_CLOSE, &reason, sizeof reason));
+  const Frame frame{handed, handed->type, item.message.get(), innermost};
+  innermost = &frame;
+  lock.unlock();
+  const int result = lsn.callback(lsn.conn->handle, lsn.handle, handed, lsn.data);
+  lock.lock();
+  innermost = frame.outer;
+  return result;
 }
 
 void detach(Listener& lsn) {
-  if (lsn.stream) {
-    auto& listeners = lsn.stream->listeners;
-    listeners.erase(std::remove(listeners.begin(), listeners.end(), &lsn), listeners.end());
-  }
+  if (lsn.stream) eraseFrom(lsn.stream->listeners, lsn);
   auto& queue = lsn.conn->queue;
   const auto isFor = [&lsn](const Item& item) { return item.lsn.get() == &lsn; };
   queue.erase(std::remove_if(queue.begin(), queue.end(), isFor), queue.end());
   lsn.state = kClosed;
 }
 
+void closeListener(Lock& lock, Listener& lsn, std::int32_t reason) {
+  detach(lsn);
+  if (lsn.replica) hand(lock, {lsn.shared_from_this(), OX_MSG_ZRREPL_STATE, {}});
+  // The callback may have opened or destroyed it.
+  if (lsn.state != kClosed || gateway().listeners.count(lsn.handle) == 0) return;
+  const MessagePtr close = makeMessage(OX_MSG_CLOSE, &reason, sizeof reason);
+  hand(lock, {lsn.shared_from_this(), OX_MSG_CLOSE, close});
+}
+
 KnownRecord knownRecord(const ox_msg_t* record) {
-  const auto& outgoing = gateway().outgoing;
-  const auto found = outgoing.find(record);
-  if (found != outgoing.end()) {
-    return {shapeOf(found->second->type), found->second->type, found->second.get()};
+  const auto found = gateway().outgoing.find(record);
+  if (found != gateway().outgoing.end()) {
+    return readable(record, found->second->type, found->second.get());
   }
   for (const Frame* frame = innermost; frame; frame = frame->outer) {
-    if (frame->record == record) return {frame->shape, frame->type, nullptr};
-    const bool isRef =
-        frame->message && frame->message->ref && record == &frame->message->ref->head;
-    if (isRef) return {Shape::Data, OX_MSG_DATA, nullptr};
+    if (frame->record == record) return readable(record, frame->type, nullptr);
+    if (frame->message && record == &frame->message->ref.head) {
+      return readable(record, OX_MSG_DATA, nullptr);
+    }
   }
   throw Refused{OX_ERR_INVALIDARGUMENT};
 }

@@ -1,218 +1,176 @@
-#include "loopback/call.h"
-#include "loopback/delivery.h"
-#include "loopback/stream.h"
+#include "loopback/gateway.h"
 
 using namespace inproc;
 
 namespace {
 
-void configure(Publisher& pub, const Properties& settings) {
-  pub.replica = settings.get("mode") == "replica";
-  const auto timeout = number<std::uint32_t>(settings, "reply_timeout", 1000);
-  pub.replyTimeout = std::chrono::milliseconds(timeout);
-  pub.replyStream = settings.get(settings.has("reply_stream") ? "reply_stream" : "stream");
-}
-
-std::shared_ptr<Scheme> schemeIn(const Properties& settings) {
+// One object for equal texts, so that schemes are told apart by their addresses.
+std::shared_ptr<const Scheme> schemeIn(const Properties& settings) {
   if (!settings.has("scheme")) return nullptr;
-  return std::make_shared<Scheme>(blockText(settings, "scheme"));
-}
-
-const std::shared_ptr<Scheme>& schemeOf(const Publisher& pub) {
-  const bool borrows = !pub.scheme && pub.stream;
-  const std::shared_ptr<Scheme>& scheme = borrows ? pub.stream->scheme : pub.scheme;
-  require(scheme != nullptr, OX_ERR_INVALIDSTATE);
+  const std::string text = blockText(settings, "scheme");
+  std::shared_ptr<const Scheme> scheme = gateway().schemes[text].lock();
+  if (!scheme) gateway().schemes[text] = scheme = std::make_shared<const Scheme>(text);
   return scheme;
 }
 
-const Scheme::Message* messageFor(const Scheme& scheme, int keyType, const void* key) {
-  std::int32_t value = 0;
-  if (keyType == OX_KEY_NAME) return scheme.byName(static_cast<const char*>(key));
-  std::memcpy(&value, key, sizeof value);
-  if (keyType == OX_KEY_INDEX) return scheme.byPosition(value);
-  return keyType == OX_KEY_ID ? scheme.byId(value) : nullptr;
+std::shared_ptr<const Scheme> schemeOf(const Publisher& pub) {
+  if (pub.scheme) return pub.scheme;
+  require(pub.stream && pub.stream->scheme(), OX_ERR_INVALIDSTATE);
+  return pub.stream->schemes.front();
 }
 
 // How the stream's scheme describes a message that is posted; null when it does not.
-const Scheme::Message* describe(const Stream& stream, const Outgoing* outgoing,
-                                const Content& content) {
-  if (!stream.scheme) return nullptr;
-  const bool known = outgoing && outgoing->scheme == stream.scheme;
-  const Scheme::Message* const message =
-      known ? outgoing->message : stream.scheme->byName(content.name);
-  return message && message->description->size == content.size ? message : nullptr;
+const Scheme::Message* describe(const Stream& stream, const KnownRecord& known) {
+  const Scheme* const scheme = stream.scheme();
+  const Outgoing* const own = known.outgoing;
+  const ox_msg_data_t& posted = known.record.data;
+  const Scheme::Message* message = nullptr;
+  if (own && own->scheme.get() == scheme) {
+    message = own->message;
+  } else if (scheme && posted.msg_name) {
+    message = scheme->find(OX_KEY_NAME, posted.msg_name);
+  }
+  const std::size_t size = posted.head.data ? posted.head.data_size : 0;
+  return message && message->description.size == size ? message : nullptr;
 }
 
-// Reads what a message refers to; a record that was delivered is answered by that.
-Content readRef(const ox_msg_data_t& ref) {
+// A message that refers to one which was delivered is its reply.
+void noteReference(const ox_msg_data_t& ref) {
   const KnownRecord known = knownRecord(&ref.head);
-  if (known.outgoing) return read(ref.head, known.type, known.shape);
-  const std::uint64_t serial = ref.head.reserved;
-  for (const auto& [handle, conn] : gateway().connections.all()) {
-    for (auto at = conn->awaited.begin(); at != conn->awaited.end();) {
-      at = at->second.serial == serial ? conn->awaited.erase(at) : std::next(at);
-    }
+  require(known.whole && known.record.head.type != OX_MSG_STREAM_DATA);
+  if (known.outgoing) return;
+  for (const auto& [handle, pub] : gateway().publishers) {
+    pub->awaited.erase(known.record.head.reserved);
   }
-  return read(ref.head, known.type, known.shape);
 }
 
 }  // namespace
 
-int ox_pub_new(ox_conn_t* conn, const char* settings, ox_publisher_t** out) {
-  return call(__func__, {settings}, [&] {
-    const Lock lock = enter();
-    require(out, OX_ERR_INVALIDARGUMENT);
-    auto pub = std::make_shared<Publisher>();
-    pub->conn = gateway().connections.get(conn);
+int ox_pub_new(ox_conn_t* handle, const char* settings, ox_publisher_t** out) {
+  return call(__func__, {settings}, handle, [&](Connection& conn, Lock&) {
+    require(out);
+    const auto pub = std::make_shared<Publisher>();
+    pub->conn = gateway().connections.live(handle);
     pub->settings = parse(settings);
-    configure(*pub, pub->settings);
-    pub->declared = pub->scheme = schemeIn(pub->settings);
-    pub->conn->publishers.push_back(pub);
-    *out = gateway().publishers.add(gateway().newHandle(), pub);
-    return OX_ERR_OK;
+    pub->scheme = schemeIn(pub->settings);
+    conn.publishers.push_back(pub);
+    *out = gateway().add(pub);
   });
 }
 
 int ox_pub_open(ox_publisher_t* handle, const char* text) {
-  return call(__func__, {text}, [&] {
-    const Lock lock = enter();
-    Publisher& pub = *gateway().publishers.get(handle);
-    const std::shared_ptr<Scheme> given = schemeIn(parse(text));
+  return call(__func__, {text}, handle, [&](Publisher& pub, Lock&) {
     const Properties settings = parse(text, pub.settings);
-    require(!pub.open && pub.conn->open, OX_ERR_INVALIDSTATE);
-    configure(pub, settings);
+    const std::shared_ptr<const Scheme> scheme = schemeIn(settings);
+    // Another one would end the life of descriptions that the host may hold.
+    require(!pub.scheme || !scheme || scheme == pub.scheme);
+    const std::chrono::milliseconds timeout(number<std::uint32_t>(settings, "reply_timeout", 1000));
+    require(!pub.isOpen() && pub.conn->isOpen(), OX_ERR_INVALIDSTATE);
+    pub.replica = settings.get("mode") == "replica";
+    pub.replyTimeout = timeout;
+    if (scheme) pub.scheme = scheme;
     pub.stream = streamNamed(settings.get("stream"));
-    openPublisher(pub, given ? given : pub.declared);
-    return OX_ERR_OK;
+    auto& schemes = pub.stream->schemes;
+    if (pub.scheme && std::find(schemes.begin(), schemes.end(), pub.scheme) == schemes.end()) {
+      schemes.push_back(pub.scheme);
+    }
+    ++pub.stream->publishers;
+    pub.state = kActive;
   });
 }
 
 int ox_pub_close(ox_publisher_t* handle) {
-  return call(__func__, {}, [&] {
-    const Lock lock = enter();
-    Publisher& pub = *gateway().publishers.get(handle);
-    require(pub.open, OX_ERR_INVALIDSTATE);
+  return call(__func__, {}, handle, [](Publisher& pub, Lock&) {
+    require(pub.isOpen(), OX_ERR_INVALIDSTATE);
     closePublisher(pub);
-    return OX_ERR_OK;
   });
 }
 
 int ox_pub_getstate(ox_publisher_t* handle, int32_t* state) {
-  return call(__func__, {}, [&] {
-    const Lock lock = enter();
-    require(state, OX_ERR_INVALIDARGUMENT);
-    *state = gateway().publishers.get(handle)->open ? kActive : kClosed;
-    return OX_ERR_OK;
-  });
+  return getState(__func__, handle, state);
 }
 
 int ox_pub_getscheme(ox_publisher_t* handle, ox_scheme_desc_t** scheme) {
-  return call(__func__, {}, [&] {
-    const Lock lock = enter();
-    require(scheme, OX_ERR_INVALIDARGUMENT);
-    *scheme = &schemeOf(*gateway().publishers.get(handle))->description;
-    return OX_ERR_OK;
+  return call(__func__, {}, handle, [&](const Publisher& pub, Lock&) {
+    require(scheme);
+    *scheme = const_cast<ox_scheme_desc_t*>(&schemeOf(pub)->description);
   });
 }
 
 int ox_pub_destroy(ox_publisher_t* handle) {
-  return call(__func__, {}, [&] {
-    const Lock lock = enter();
-    const std::shared_ptr<Publisher> pub = gateway().publishers.get(handle);
-    destroyPublisher(pub);
-    return OX_ERR_OK;
-  });
+  return call(__func__, {}, handle, [](Publisher& pub, Lock&) { destroy(pub); });
 }
 
 int ox_pub_msgnew(ox_publisher_t* handle, int keyType, const void* key, ox_msg_t** msg) {
   const char* const name = keyType == OX_KEY_NAME ? static_cast<const char*>(key) : "";
-  return call(__func__, {name}, [&] {
-    const Lock lock = enter();
-    require(key && msg, OX_ERR_INVALIDARGUMENT);
-    const Publisher& pub = *gateway().publishers.get(handle);
-    require(pub.open, OX_ERR_INVALIDSTATE);
+  return call(__func__, {name}, handle, [&](const Publisher& pub, Lock&) {
+    require(key && msg);
+    require(pub.isOpen(), OX_ERR_INVALIDSTATE);
     auto made = std::make_unique<Outgoing>();
-    made->scheme = schemeOf(pub);
-    made->message = messageFor(*made->scheme, keyType, key);
-    require(made->message, OX_ERR_INVALIDARGUMENT);
     made->owner = &pub;
-    const ox_message_desc_t& description = *made->message->description;
-    made->payload.resize(description.size);
-    Content content;
-    content.data = description.size > 0 ? made->payload.data() : nullptr;
-    content.size = description.size;
-    content.index = made->message->index;
-    content.id = made->message->id;
-    content.name = description.name;
-    content.addr = nullptr;
+    made->scheme = schemeOf(pub);
+    made->message = made->scheme->find(keyType, key);
+    require(made->message);
+    const Scheme::Message& message = *made->message;
     made->type = pub.replica ? OX_MSG_STREAM_DATA : OX_MSG_DATA;
-    if (made->message->code != 0) made->type = made->message->code;
+    if (message.code != 0) made->type = message.code;
+    made->payload.resize(message.description.size);
+    const std::size_t size = made->payload.size();
+    const ox_msg_t head{made->type, size, size > 0 ? made->payload.data() : nullptr, 0};
+    const char* const msgName = message.description.name;
     if (made->type == OX_MSG_STREAM_DATA) {
-      made->nulls.resize(description.num_fields);
-      content.nulls = made->nulls.data();
-      content.numNulls = made->nulls.size();
+      auto& nulls = made->nulls;
+      nulls.resize(message.description.num_fields);
+      made->record.row = {head, message.index, message.id,   msgName,
+                          0,    nulls.size(),  nulls.data(), 0};
+    } else {
+      made->record.data = {head, message.index, message.id, msgName, 0, nullptr, nullptr};
     }
-    made->record = recordOf(content, made->type);
-    ox_msg_t* const record = &made->record.head;
-    gateway().outgoing.emplace(record, std::move(made));
-    *msg = record;
-    return OX_ERR_OK;
+    *msg = &made->record.head;
+    gateway().outgoing.emplace(*msg, std::move(made));
   });
 }
 
-int ox_pub_post(ox_publisher_t* handle, ox_msg_t* record, int flags) {
-  return call(__func__, {}, [&] {
-    const Lock lock = enter();
-    const Publisher& pub = *gateway().publishers.get(handle);
-    require(pub.open, OX_ERR_INVALIDSTATE);
+int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
+  return call(__func__, {}, handle, [&](Publisher& pub, Lock&) {
+    require(pub.isOpen(), OX_ERR_INVALIDSTATE);
     Stream& stream = *pub.stream;
-    const KnownRecord known = knownRecord(record);
-    const bool isData = known.type == OX_MSG_DATA || known.type == OX_MSG_STREAM_DATA;
-    require(known.outgoing ? known.outgoing->owner == &pub : isData && known.shape != Shape::Head,
-            OX_ERR_INVALIDARGUMENT);
-
-    Content content = read(*record, known.type, known.shape);
-    const Scheme::Message* const message = describe(stream, known.outgoing, content);
+    KnownRecord known = knownRecord(msg);
+    require(known.outgoing ? known.outgoing->owner == &pub : known.whole);
+    Record& record = known.record;
+    const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
+    const Scheme::Message* const message = describe(stream, known);
     if (flags & loopback::kClearDeleted) {
-      require(message && known.shape == Shape::Row, OX_ERR_INVALIDARGUMENT);
-      clearDeleted(stream, message->position, content.rev);
-      return OX_ERR_OK;
+      require(message && isRow);
+      return clearDeleted(stream, message->position, record.row.rev);
     }
-    Content ref;
-    const bool refers = content.ref != nullptr;
-    if (refers) ref = readRef(*content.ref);
-    const std::int32_t parseError = OX_ERR_INVALIDARGUMENT;
+    require(!isRow || !(flags & loopback::kReplyWanted));
+    if (!isRow && record.data.ref_msg) noteReference(*record.data.ref_msg);
+
+    const std::uint32_t userId = isRow ? 0 : record.data.user_id;
+    const std::uint64_t serial = ++gateway().lastSerial;
     if (message) {
-      content.index = message->index;
-      content.id = message->id;
+      record.head.reserved = serial;
+      record.data.msg_index = message->index;
+      record.data.msg_id = message->id;
+      if (isRow) record.row.rev = ++stream.rev;
+      publish(stream, copyOf(record), isRow ? message : nullptr);
     } else {
-      content.type = OX_MSG_PARSEERR;
-      content.data = &parseError;
-      content.size = sizeof parseError;
+      const std::int32_t code = OX_ERR_INVALIDARGUMENT;
+      const char* const name = record.data.msg_name;
+      publish(stream, makeMessage(OX_MSG_PARSEERR, &code, sizeof code, name, userId), nullptr);
     }
-    const bool isRow = isData && message;
-    content.serial = ++gateway().lastSerial;
-    content.rev = isRow ? ++stream.rev : 0;
-    publish(stream,
-            Stored::make(content, refers ? &ref : nullptr, message ? &message->zblocks : nullptr),
-            isRow ? message : nullptr);
     if (flags & loopback::kReplyWanted) {
-      pub.conn->awaited.emplace(Clock::now() + pub.replyTimeout,
-                                AwaitedReply{content.serial, content.userId, pub.replyStream});
+      pub.awaited[serial] = {Clock::now() + pub.replyTimeout, userId};
       pub.conn->changed.notify_all();  // its wait may have to end earlier now
     }
-    return OX_ERR_OK;
   });
 }
 
 int ox_pub_msgfree(ox_publisher_t* handle, ox_msg_t* msg) {
-  return call(__func__, {}, [&] {
-    const Lock lock = enter();
-    const std::shared_ptr<Publisher>& pub = gateway().publishers.get(handle);
+  return call(__func__, {}, handle, [&](const Publisher& pub, Lock&) {
     const auto found = gateway().outgoing.find(msg);
-    require(found != gateway().outgoing.end() && found->second->owner == pub.get(),
-            OX_ERR_INVALIDARGUMENT);
+    require(found != gateway().outgoing.end() && found->second->owner == &pub);
     gateway().outgoing.erase(found);
-    return OX_ERR_OK;
   });
 }

@@ -8,13 +8,20 @@ namespace inproc {
 namespace {
 
 constexpr std::size_t kMaxPayload = std::size_t{1} << 20;
+constexpr std::size_t kDecimalSize = 9;
 
-template <class Node>
-Node& append(std::deque<Node>& pool, Node*& list) {
-  Node** end = &list;
-  while (*end) end = &(*end)->next;
-  *end = &pool.emplace_back();
-  return **end;
+// The items of a comma-separated list, none of them empty.
+std::vector<std::string> list(const Properties& settings, const std::string& key) {
+  std::vector<std::string> items;
+  if (!settings.has(key)) return items;
+  const std::string& text = settings.get(key);
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    require(end > begin);
+    items.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return items;
 }
 
 // "name:rest" as its two halves; without a colon the second one is empty.
@@ -32,90 +39,133 @@ ox_field_desc_t* fieldNamed(const ox_message_desc_t& message, const std::string&
 
 }  // namespace
 
-Scheme::Scheme(std::string source) : text(std::move(source)) {
+Properties parse(const char* text, Properties under) {
+  require(text && under.parse(text));
+  return under;
+}
+
+std::string blockText(const Properties& settings, const std::string& key) {
+  const std::string& text = settings.get(key);
+  const bool braced = text.size() > 2 && text.compare(0, 2, "?{") == 0 && text.back() == '}';
+  return braced ? text.substr(2, text.size() - 3) : text;
+}
+
+Properties block(const Properties& settings, const std::string& key) {
+  return parse(blockText(settings, key).c_str());
+}
+
+Type typeOf(const std::string& text) {
+  require(!text.empty());
+  const char kind = text.front();
+  if (text == "m") return {kind, 0};
+  if (text == "z") return {kind, sizeof(ox_zblock_t)};
+  if (text == "d") return {kind, kDecimalSize};
+  const auto size = toNumber<std::size_t>(text.substr(1));
+  const bool isInteger = kind == 'i' || kind == 'u';
+  require(isInteger ? size == 1 || size == 2 || size == 4 || size == 8
+                    : kind == 'c' && size >= 1 && size <= kMaxPayload);
+  return {kind, size};
+}
+
+std::int64_t integerAt(Type type, const void* data) {
+  std::uint64_t bits = 0;
+  std::memcpy(&bits, data, type.size);
+  const std::size_t unused = type.kind == 'u' ? 0 : 64 - 8 * type.size;
+  return static_cast<std::int64_t>(bits << unused) >> unused;
+}
+
+Scheme::Scheme(const std::string& text) {
   const Properties settings = parse(text.c_str());
-  description.scheme_type = number<std::uint32_t>(settings, "type", 0);
-  description.features = number<std::uint32_t>(settings, "features", 0);
   for (const std::string& name : list(settings, "messages")) {
-    require(!byName(name) && settings.has("message." + name), OX_ERR_INVALIDARGUMENT);
+    require(!find(OX_KEY_NAME, name.c_str()) && settings.has("message." + name));
     addMessage(name, block(settings, "message." + name));
   }
 }
 
+template <class T>
+T& Scheme::make(T value) {
+  const auto made = std::make_shared<T>(std::move(value));
+  kept_.push_back(made);
+  return *made;
+}
+
+template <class Node>
+Node& Scheme::append(Node*& list) {
+  Node** end = &list;
+  while (*end) end = &(*end)->next;
+  *end = &make<Node>();
+  return **end;
+}
+
 void Scheme::addMessage(const std::string& name, const Properties& source) {
-  ox_message_desc_t& added = append(descriptions_, description.messages);
-  Message message{};
-  message.description = &added;
+  ox_message_desc_t*& link =
+      messages_.empty() ? description.messages : messages_.back().description.next;
+  Message& message = messages_.emplace_back();
+  ox_message_desc_t& added = message.description;
   message.position = description.num_messages++;
   message.index = number(source, "noindex", 0) ? UNKEYED_INDEX : message.position;
   message.id = number(source, "id", UNKEYED_ID);
   message.code = number<std::uint32_t>(source, "code", 0);
   // Such a record would be laid out otherwise than its publisher's mode says.
-  require(message.code != OX_MSG_STREAM_DATA, OX_ERR_INVALIDARGUMENT);
+  require(message.code != OX_MSG_STREAM_DATA);
   added.number = message.id;
   added.name = keep(name);
   added.desc = keep(source.get("desc"));
   added.hints = hintsOf(source);
-  for (const std::string& item : list(source, "fields")) addField(message, item, source);
+  for (const std::string& item : list(source, "fields")) addField(added, item, source);
   for (const std::string& index : list(source, "indices")) addIndex(message, index, source);
-  messages_.push_back(std::move(message));
+  link = &added;
 }
 
-void Scheme::addField(Message& message, const std::string& item, const Properties& source) {
-  ox_message_desc_t& owner = *message.description;
+void Scheme::addField(ox_message_desc_t& owner, const std::string& item, const Properties& source) {
   const auto [name, typeText] = halves(item);
-  require(!fieldNamed(owner, name), OX_ERR_INVALIDARGUMENT);
+  require(!fieldNamed(owner, name));
   const Properties details = block(source, "field." + name);
   const Type type = typeOf(typeText);
 
-  const ox_field_desc_t* const previous = owner.fields ? &fields_.back() : nullptr;
-  ox_field_desc_t& field = append(fields_, owner.fields);
+  std::size_t behind = 0;
+  for (const ox_field_desc_t* f = owner.fields; f; f = f->next) behind = f->offset + f->size;
+  ox_field_desc_t& field = append(owner.fields);
   field.number = owner.num_fields++;
   field.name = keep(name);
   field.desc = keep(details.get("desc"));
   field.type = keep(typeText);
   field.size = type.size;
-  field.offset = number(details, "offset", previous ? previous->offset + previous->size : 0);
-  require(field.offset <= kMaxPayload && owner.size <= kMaxPayload, OX_ERR_INVALIDARGUMENT);
+  field.offset = number(details, "offset", behind);
   if (type.kind == 'm') {
     // Only a message listed earlier, so none can hold itself.
-    const Message* const nested = byName(details.get("message"));
-    require(nested, OX_ERR_INVALIDARGUMENT);
-    field.msg = nested->description;
-    field.size = nested->description->size;
-    for (const std::size_t offset : nested->zblocks) {
-      message.zblocks.push_back(field.offset + offset);
-    }
+    const Message* const nested = find(OX_KEY_NAME, details.get("message").c_str());
+    require(nested && &nested->description != &owner);
+    field.msg = const_cast<ox_message_desc_t*>(&nested->description);
+    field.size = nested->description.size;
   }
-  if (type.kind == 'z') message.zblocks.push_back(field.offset);
+  require(field.offset <= kMaxPayload && field.size <= kMaxPayload);
   owner.size = std::max(owner.size, field.offset + field.size);
 
-  if (details.has("value")) field.value = keepInteger(type, details.get("value"));
   for (const auto& [valueName, meaning] : block(details, "values")) {
     const auto [digits, desc] = halves(meaning);
-    ox_field_value_desc_t& value = append(values_, field.values);
+    ox_field_value_desc_t& value = append(field.values);
     ++field.num_values;
     value.name = keep(valueName);
     value.desc = keep(desc);
-    value.value = keepInteger(type, digits);
-    value.int_value = value.value;
+    value.value = value.int_value = keepInteger(type, digits);
   }
 }
 
 void Scheme::addIndex(Message& message, const std::string& name, const Properties& source) {
   const Properties details = block(source, "index." + name);
-  ox_message_desc_t& owner = *message.description;
-  ox_index_desc_t& index = append(indices_, owner.indices);
+  ox_message_desc_t& owner = message.description;
+  ox_index_desc_t& index = append(owner.indices);
   index.name = keep(name);
   index.desc = keep(details.get("desc"));
   index.hints = hintsOf(details);
   for (const std::string& item : list(details, "fields")) {
     const auto [fieldName, param] = halves(item);
-    ox_index_field_desc_t& member = append(indexFields_, index.fields);
+    ox_index_field_desc_t& member = append(index.fields);
     ++index.num_fields;
     member.field = fieldNamed(owner, fieldName);
     member.param = param.empty() ? 0 : toNumber<std::int32_t>(param);
-    require(member.field, OX_ERR_INVALIDARGUMENT);
+    require(member.field);
     if (owner.num_indices == 0) message.key.push_back(member.field);
   }
   ++owner.num_indices;
@@ -124,7 +174,7 @@ void Scheme::addIndex(Message& message, const std::string& name, const Propertie
 ox_hint_t* Scheme::hintsOf(const Properties& source) {
   ox_hint_t* hints = nullptr;
   for (const auto& [key, value] : block(source, "hints")) {
-    ox_hint_t& hint = append(hints_, hints);
+    ox_hint_t& hint = append(hints);
     hint.key = keep(key);
     hint.value = keep(value);
   }
@@ -132,31 +182,25 @@ ox_hint_t* Scheme::hintsOf(const Properties& source) {
 }
 
 const void* Scheme::keepInteger(Type type, const std::string& digits) {
-  std::array<char, 8>& kept = integers_.emplace_back();
-  withInteger(type, [&](auto value) {
-    value = toNumber<decltype(value)>(digits);
-    std::memcpy(kept.data(), &value, sizeof value);
-  });
-  return kept.data();
+  require(type.kind == 'i' || type.kind == 'u');
+  const std::int64_t value = type.kind == 'i'
+                                 ? toNumber<std::int64_t>(digits)
+                                 : static_cast<std::int64_t>(toNumber<std::uint64_t>(digits));
+  require(integerAt(type, &value) == value);
+  return &make(value);
 }
 
-const Scheme::Message* Scheme::byPosition(std::int32_t position) const {
-  const auto at = static_cast<std::uint32_t>(position);
-  return at < messages_.size() ? &messages_[at] : nullptr;
-}
-
-const Scheme::Message* Scheme::byId(std::int32_t id) const {
-  const auto wanted = static_cast<std::uint32_t>(id);
-  const auto found = std::find_if(messages_.begin(), messages_.end(), [&](const Message& message) {
-    return message.id == wanted && wanted != UNKEYED_ID;
-  });
-  return found == messages_.end() ? nullptr : &*found;
-}
-
-const Scheme::Message* Scheme::byName(const std::string& name) const {
-  const auto found = std::find_if(messages_.begin(), messages_.end(), [&](const Message& message) {
-    return message.description->name == name;
-  });
+const Scheme::Message* Scheme::find(int keyType, const void* key) const {
+  std::uint32_t wanted = 0;
+  if (keyType != OX_KEY_NAME) std::memcpy(&wanted, key, sizeof wanted);
+  const auto matches = [&](const Message& message) {
+    if (keyType == OX_KEY_NAME) {
+      return std::strcmp(message.description.name, static_cast<const char*>(key)) == 0;
+    }
+    if (keyType == OX_KEY_ID) return wanted != UNKEYED_ID && message.id == wanted;
+    return keyType == OX_KEY_INDEX && message.position == wanted;
+  };
+  const auto found = std::find_if(messages_.begin(), messages_.end(), matches);
   return found == messages_.end() ? nullptr : &*found;
 }
 

@@ -1,60 +1,100 @@
+// Settings texts, and the schemes that are described in them.
 #ifndef OXLI_LOOPBACK_SCHEME_H
 #define OXLI_LOOPBACK_SCHEME_H
 
-#include <array>
+#include <charconv>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
-#include "loopback/values.h"
+#include "oxli.h"
+#include "utils/properties.h"
 
 namespace inproc {
+
+using oxutils::Properties;
+
+// Why an ox_ function does nothing: thrown where it is found out, made a result code by call().
+struct Refused {
+  int code;
+};
+
+inline void require(bool condition, int code = OX_ERR_INVALIDARGUMENT) {
+  if (!condition) throw Refused{code};
+}
+
+// The readers below refuse malformed text, a null one included, with OX_ERR_INVALIDARGUMENT.
+
+// The pairs of `text` over those of `under`.
+Properties parse(const char* text, Properties under = {});
+// What a nested settings text, "?{...}" or quoted, holds.
+std::string blockText(const Properties& settings, const std::string& key);
+// Its pairs; without the key: none.
+Properties block(const Properties& settings, const std::string& key);
+
+template <class T>
+T toNumber(const std::string& text) {
+  T value{};
+  const char* const end = text.data() + text.size();
+  const std::from_chars_result read = std::from_chars(text.data(), end, value);
+  require(read.ec == std::errc() && read.ptr == end);
+  return value;
+}
+
+template <class T>
+T number(const Properties& settings, const std::string& key, T fallback) {
+  return settings.has(key) ? toNumber<T>(settings.get(key)) : fallback;
+}
+
+// What a type text says; the kinds are those of README.md.
+struct Type {
+  char kind;
+  std::size_t size;  // 0 for m
+};
+
+Type typeOf(const std::string& text);
+// The integer at `data`, with its sign; an unsigned one of 8 bytes as its bits.
+std::int64_t integerAt(Type type, const void* data);
 
 // Description records built from a scheme text, whose grammar README.md gives. They live and stay
 // where they are as long as the object; nothing changes after the constructor.
 class Scheme {
  public:
   struct Message {
-    ox_message_desc_t* description;
-    std::uint32_t position;
-    std::uint64_t index;  // `position` or UNKEYED_INDEX
-    std::uint32_t id;
-    std::uint32_t code;                       // 0: the publisher's mode decides
-    std::vector<std::size_t> zblocks;         // offsets of the block descriptors in the payload
+    ox_message_desc_t description{};
+    std::uint32_t position = 0;
+    std::uint64_t index = 0;  // `position` or UNKEYED_INDEX
+    std::uint32_t id = UNKEYED_ID;
+    std::uint32_t code = 0;                   // 0: the publisher's mode decides
     std::vector<const ox_field_desc_t*> key;  // the first index's fields; none: rows have no key
   };
 
-  explicit Scheme(std::string source);
+  explicit Scheme(const std::string& text);
   Scheme(const Scheme&) = delete;
   Scheme& operator=(const Scheme&) = delete;
 
-  // Null when there is none.
-  const Message* byPosition(std::int32_t position) const;
-  const Message* byId(std::int32_t id) const;
-  const Message* byName(const std::string& name) const;
+  // By an OX_KEY_ type; null when there is none.
+  const Message* find(int keyType, const void* key) const;
 
-  const std::string text;
   ox_scheme_desc_t description{};
 
  private:
-  const char* keep(const std::string& kept) { return texts_.emplace_back(kept).c_str(); }
+  template <class T>
+  T& make(T value = {});
+  template <class Node>
+  Node& append(Node*& list);
+  const char* keep(const std::string& text) { return make(text).c_str(); }
   const void* keepInteger(Type type, const std::string& digits);
   void addMessage(const std::string& name, const Properties& source);
-  void addField(Message& message, const std::string& item, const Properties& source);
+  void addField(ox_message_desc_t& owner, const std::string& item, const Properties& source);
   void addIndex(Message& message, const std::string& name, const Properties& source);
   ox_hint_t* hintsOf(const Properties& source);
 
-  std::vector<Message> messages_;
-  // Deques, whose elements never move.
-  std::deque<ox_message_desc_t> descriptions_;
-  std::deque<ox_field_desc_t> fields_;
-  std::deque<ox_field_value_desc_t> values_;
-  std::deque<ox_index_desc_t> indices_;
-  std::deque<ox_index_field_desc_t> indexFields_;
-  std::deque<ox_hint_t> hints_;
-  std::deque<std::string> texts_;
-  std::deque<std::array<char, 8>> integers_;
+  std::deque<Message> messages_;  // whose elements never move
+  std::vector<std::shared_ptr<void>> kept_;
 };
 
 }  // namespace inproc

@@ -1,55 +1,18 @@
-#include "loopback/stream.h"
-
-#include <algorithm>
-
-#include "loopback/delivery.h"
+#include "loopback/gateway.h"
 
 namespace inproc {
 namespace {
 
-// One object for equal texts, so that the schemes of a stream are told apart by their addresses.
-std::shared_ptr<Scheme> shared(Stream& stream, const std::shared_ptr<Scheme>& scheme) {
-  for (const std::shared_ptr<Scheme>& known : stream.schemes) {
-    if (known->text == scheme->text) return known;
+std::string keyOf(const Scheme::Message& table, const ox_msg_streamdata_t& row) {
+  std::string key = std::to_string(table.position) + ':';
+  if (table.key.empty()) return key + std::to_string(row.rev);
+  for (const ox_field_desc_t* field : table.key) {
+    key.append(static_cast<const char*>(row.head.data) + field->offset, field->size);
   }
-  return stream.schemes.emplace_back(scheme);
+  return key;
 }
 
-// Rows of another scheme mean nothing in the new one: the stream begins a new life.
-void adopt(Stream& stream, const std::shared_ptr<Scheme>& scheme) {
-  const bool replaced = stream.scheme && stream.scheme != scheme;
-  stream.scheme = scheme;
-  if (!replaced) return;
-  ++stream.life;
-  stream.rev = 0;
-  stream.rows.clear();
-  stream.latest.clear();
-  stream.cleared.clear();
-  for (Listener* lsn : stream.listeners) {
-    if (lsn->replica) sendSnapshot(stream, *lsn, 0);
-  }
-}
-
-void retain(Stream& stream, const StoredPtr& stored, const Scheme::Message& message) {
-  Row row{{}, message.position, stored};
-  if (!message.key.empty()) {
-    row.key = std::to_string(message.position) + ':';
-    for (const ox_field_desc_t* field : message.key) {
-      row.key.append(static_cast<const char*>(stored->data) + field->offset, field->size);
-    }
-    std::int64_t& latest = stream.latest[row.key];
-    stream.rows.erase(latest);
-    latest = stored->rev;
-  }
-  stream.rows.emplace(stored->rev, std::move(row));
-}
-
-StoredPtr clearedMessage(std::uint32_t table, std::int64_t rev) {
-  const ox_data_cleardeleted_t cleared{table, rev};
-  return serviceMessage(OX_MSG_ZRREPL_CLEARDELETED, &cleared, sizeof cleared);
-}
-
-void enqueueChange(Listener& lsn, std::uint32_t type, const StoredPtr& change) {
+void enqueueChange(Listener& lsn, std::uint32_t type, const MessagePtr& change) {
   enqueue(lsn, OX_MSG_TN_BEGIN);
   enqueue(lsn, type, change);
   enqueue(lsn, OX_MSG_TN_COMMIT);
@@ -60,75 +23,64 @@ void enqueueChange(Listener& lsn, std::uint32_t type, const StoredPtr& change) {
 std::shared_ptr<Stream> streamNamed(const std::string& name) {
   std::weak_ptr<Stream>& known = gateway().streams[name];
   std::shared_ptr<Stream> stream = known.lock();
-  if (!stream) known = stream = std::make_shared<Stream>();
+  if (!stream) {
+    known = stream = std::make_shared<Stream>();
+    stream->life = ++gateway().lastLife;
+  }
   return stream;
 }
 
-void openPublisher(Publisher& pub, const std::shared_ptr<Scheme>& scheme) {
-  Stream& stream = *pub.stream;
-  pub.scheme = scheme ? shared(stream, scheme) : nullptr;
-  if (pub.scheme && (stream.publishers == 0 || !stream.scheme)) adopt(stream, pub.scheme);
-  ++stream.publishers;
-  stream.retains = stream.retains || pub.replica;
-  pub.open = true;
-}
-
-void closePublisher(Publisher& pub) {
-  pub.open = false;
-  Stream& stream = *pub.stream;
-  if (--stream.publishers > 0) return;
-  const std::int32_t reason = loopback::kStreamClosed;
-  const StoredPtr close = serviceMessage(OX_MSG_CLOSE, &reason, sizeof reason);
-  for (Listener* lsn : std::exchange(stream.listeners, {})) {
-    lsn->state = kClosing;
-    if (lsn->replica) enqueue(*lsn, OX_MSG_ZRREPL_STATE);
-    enqueue(*lsn, OX_MSG_CLOSE, close);
-  }
-}
-
-void sendSnapshot(Stream& stream, Listener& lsn, std::int64_t from) {
-  lsn.life = stream.life;
-  lsn.seen = from;
-  const ox_data_lifenum_t life{stream.life, 0};
-  enqueue(lsn, OX_MSG_ZRREPL_LIFENUM, serviceMessage(OX_MSG_ZRREPL_LIFENUM, &life, sizeof life));
-  enqueue(lsn, OX_MSG_TN_BEGIN);
-  if (from > 0) {
-    for (const auto& [table, rev] : stream.cleared) {
-      enqueue(lsn, OX_MSG_ZRREPL_CLEARDELETED, clearedMessage(table, rev));
-    }
-  }
-  for (auto row = stream.rows.upper_bound(from); row != stream.rows.end(); ++row) {
-    enqueue(lsn, OX_MSG_STREAM_DATA, row->second.message);
-  }
-  enqueue(lsn, OX_MSG_TN_COMMIT);
-  enqueue(lsn, OX_MSG_ZRREPL_ONLINE);
-}
-
-void publish(Stream& stream, const StoredPtr& stored, const Scheme::Message* message) {
-  if (message && stream.retains) retain(stream, stored, *message);
+void publish(Stream& stream, const MessagePtr& message, const Scheme::Message* row) {
+  if (row) stream.rows[keyOf(*row, message->record.row)] = {row->position, message};
+  const std::uint32_t type = message->record.head.type;
   for (Listener* lsn : stream.listeners) {
-    if (message && lsn->replica) {
-      enqueueChange(*lsn, OX_MSG_STREAM_DATA, stored);
+    if (row && lsn->replica) {
+      enqueueChange(*lsn, type, message);
     } else {
-      enqueue(*lsn, message ? std::uint32_t{OX_MSG_DATA} : stored->type, stored);
+      enqueue(*lsn, type, message);
     }
   }
 }
 
 void clearDeleted(Stream& stream, std::uint32_t table, std::int64_t rev) {
-  for (auto row = stream.rows.begin(); row != stream.rows.end() && row->first < rev;) {
-    if (row->second.table != table) {
-      ++row;
-      continue;
-    }
-    stream.latest.erase(row->second.key);
-    row = stream.rows.erase(row);
+  for (auto at = stream.rows.begin(); at != stream.rows.end();) {
+    const Stream::Row& row = at->second;
+    const bool older = row.table == table && row.message->record.row.rev < rev;
+    at = older ? stream.rows.erase(at) : std::next(at);
   }
-  std::int64_t& cleared = stream.cleared[table];
-  cleared = std::max(cleared, rev);
-  const StoredPtr message = clearedMessage(table, rev);
+  const ox_data_cleardeleted_t cleared{table, rev};
+  const MessagePtr message = makeMessage(OX_MSG_ZRREPL_CLEARDELETED, &cleared, sizeof cleared);
   for (Listener* lsn : stream.listeners) {
     if (lsn->replica) enqueueChange(*lsn, OX_MSG_ZRREPL_CLEARDELETED, message);
+  }
+}
+
+void sendSnapshot(Listener& lsn, std::int64_t from) {
+  std::map<std::int64_t, MessagePtr> rows;
+  for (const auto& [key, row] : lsn.stream->rows) {
+    const std::int64_t rev = row.message->record.row.rev;
+    if (rev > from) rows.emplace(rev, row.message);
+  }
+  lsn.seen = from;
+  const ox_data_lifenum_t life{lsn.stream->life, 0};
+  enqueue(lsn, OX_MSG_ZRREPL_LIFENUM, makeMessage(OX_MSG_ZRREPL_LIFENUM, &life, sizeof life));
+  enqueue(lsn, OX_MSG_TN_BEGIN);
+  for (const auto& [rev, message] : rows) enqueue(lsn, OX_MSG_STREAM_DATA, message);
+  enqueue(lsn, OX_MSG_TN_COMMIT);
+  enqueue(lsn, OX_MSG_ZRREPL_ONLINE);
+}
+
+void closePublisher(Publisher& pub) {
+  pub.state = kClosed;
+  pub.awaited.clear();
+  Stream& stream = *pub.stream;
+  if (--stream.publishers > 0) return;
+  const std::int32_t reason = loopback::kStreamClosed;
+  const MessagePtr close = makeMessage(OX_MSG_CLOSE, &reason, sizeof reason);
+  for (Listener* lsn : std::exchange(stream.listeners, {})) {
+    lsn->state = kClosing;
+    if (lsn->replica) enqueue(*lsn, OX_MSG_ZRREPL_STATE);
+    enqueue(*lsn, OX_MSG_CLOSE, close);
   }
 }
 

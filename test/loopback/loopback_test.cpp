@@ -19,12 +19,12 @@
 namespace {
 
 constexpr char kScheme[] =
-    "scheme=?{type=3;features=5;messages=leg,quote,odd;"
+    "scheme=?{messages=leg,quote,odd;"
     "message.leg=?{fields=price:d};"
     "message.quote=?{id=7;desc=Best prices;hints=?{group=market;zone=a};"
     "fields=isin:c12,side:u1,leg:m,volume:u8,note:z;indices=pk,late;index.late=?{fields=volume};"
     "index.pk=?{fields=isin,side:1;desc=Key;hints=?{unique=1}};"
-    "field.side=?{desc=Side;value=2;values=?{buy=1:Buyer;sell=2}};"
+    "field.side=?{desc=Side;values=?{buy=1:Buyer;sell=2}};"
     "field.leg=?{message=leg};field.volume=?{offset=24}};"
     "message.odd=?{code=768;noindex=1;fields=n:i4}};";
 constexpr char kNarrow[] = "scheme=?{messages=quote;message.quote=?{fields=isin:c12}};";
@@ -150,11 +150,9 @@ class Loopback : public ::testing::Test {
 TEST_F(Loopback, DeliversCopiesOfWhatWasPosted) {
   ox_publisher_t* pub = publish(kScheme);
   listen(inbox);
-  char block[] = "bytes";
   auto* msg = reinterpret_cast<ox_msg_data_t*>(make(pub));
   ASSERT_EQ(sizeof(Quote), msg->head.data_size);
   static_cast<Quote*>(msg->head.data)->volume = 99;
-  static_cast<Quote*>(msg->head.data)->note = {sizeof block, block};
   auto* ref = reinterpret_cast<ox_msg_data_t*>(make(pub, "leg"));
   ref->user_id = 8;
   msg->user_id = 5;
@@ -163,14 +161,12 @@ TEST_F(Loopback, DeliversCopiesOfWhatWasPosted) {
   msg->ref_msg = ref;
   ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &msg->head, 0));
   std::memset(addr, 'x', 4);
-  std::memset(block, 'x', 5);
   ASSERT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, &msg->head));
   ASSERT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, &ref->head));
   inbox.on = [&](ox_msg_t& got) {
     if (got.type != OX_MSG_DATA) return 0;
     const auto quote = at<Quote>(got.data);
     EXPECT_EQ(99u, quote.volume);
-    EXPECT_STREQ("bytes", static_cast<const char*>(quote.note.ptr));
     const auto& data = reinterpret_cast<ox_msg_data_t&>(got);
     EXPECT_EQ(1u, data.msg_index);
     EXPECT_EQ(7u, data.msg_id);
@@ -201,8 +197,6 @@ TEST_F(Loopback, SchemeTextBecomesDescriptions) {
   ASSERT_EQ(OX_ERR_OK, ox_lsn_getscheme(inbox.lsn, &scheme));
   ASSERT_EQ(OX_ERR_OK, ox_pub_getscheme(pub, &published));
   EXPECT_EQ(scheme, published);
-  EXPECT_EQ(3u, scheme->scheme_type);
-  EXPECT_EQ(5u, scheme->features);
   ASSERT_EQ(3u, scheme->num_messages);
   const ox_message_desc_t& leg = *scheme->messages;
   const ox_message_desc_t& quote = *leg.next;
@@ -234,7 +228,6 @@ TEST_F(Loopback, SchemeTextBecomesDescriptions) {
   EXPECT_EQ(nullptr, field);
   const ox_field_desc_t& side = *quote.fields->next;
   EXPECT_EQ(&leg, side.next->msg);
-  EXPECT_EQ(2, at<uint8_t>(side.value));
   ASSERT_EQ(2u, side.num_values);
   EXPECT_STREQ("Buyer", side.values->desc);
   EXPECT_STREQ("sell", side.values->next->name);
@@ -246,10 +239,10 @@ TEST_F(Loopback, SchemeTextBecomesDescriptions) {
   EXPECT_STREQ("unique", index.hints->key);
 
   for (const char* malformed :
-       {"messages=a", "messages=a,,b", "type=x", "messages=a;message.a=?{fields=n:q4}",
+       {"messages=a", "messages=a,,b", "messages=a;message.a=?{fields=n:q4}",
         "messages=a;message.a=?{fields=n:i3}", "messages=a;message.a=?{fields=n:i4,n:i4}",
         "messages=a;message.a=?{fields=n:m;field.n=?{message=a}}",
-        "messages=a;message.a=?{fields=n:i1;field.n=?{value=128}}",
+        "messages=a;message.a=?{fields=n:i1;field.n=?{values=?{a=128}}}",
         "messages=a;message.a=?{fields=n:i1;field.n=?{offset=-1}}",
         "messages=a;message.a=?{indices=i;index.i=?{fields=n}}",
         "messages=a;message.a=?{code=288}"}) {
@@ -278,20 +271,19 @@ TEST_F(Loopback, ReplicaGetsSnapshotChangesAndResumes) {
   ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, loopback::kClearDeleted));
   EXPECT_EQ(OX_ERR_OK, process());
   EXPECT_EQ((Strings{"{", "quote#4null", "}", "{", "clear1<3", "}"}), inbox.take());
-  EXPECT_EQ((Strings{"open", "quote/6/"}), plain.take());
+  EXPECT_EQ((Strings{"open", "quote#4null"}), plain.take());
 
   postRow(pub, "C");
   EXPECT_EQ(OX_ERR_OK, ox_lsn_close(inbox.lsn));
   EXPECT_EQ((Strings{"lifenum=1;rev=4", "close0"}), inbox.take());
   listen(inbox, "stream=quotes;mode=replica;replstate=\"lifenum=1;rev=4\"");
   EXPECT_EQ(OX_ERR_OK, process());
-  EXPECT_EQ((Strings{"open", "life1", "{", "clear1<3", "quote#5", "}", "online"}), inbox.take());
+  EXPECT_EQ((Strings{"open", "life1", "{", "quote#5", "}", "online"}), inbox.take());
 
-  // Another scheme is another life, without the rows.
-  ASSERT_EQ(OX_ERR_OK, ox_pub_close(pub));
-  EXPECT_EQ(OX_ERR_OK, process());
-  EXPECT_EQ((Strings{"lifenum=1;rev=5", "close1"}), inbox.take());
-  publish(kNarrow);
+  // A stream that nobody holds any more ends with its rows; the next one has another life.
+  for (Inbox* each : {&inbox, &plain}) ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(each->lsn));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_destroy(pub));
+  inbox = {};
   listen(inbox, "stream=quotes;mode=replica;replstate=?{lifenum=1;rev=5}");
   EXPECT_EQ(OX_ERR_OK, process());
   EXPECT_EQ((Strings{"open", "life2", "{", "}", "online"}), inbox.take());
@@ -422,6 +414,8 @@ TEST_F(Loopback, DeadHandlesAndForeignRecordsAreRefused) {
   ox_msg_t* lasting = make(pub);
   ASSERT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, msg));
   ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(inbox.lsn));
+  Inbox sleeper;
+  listen(sleeper);
   int32_t state = 0;
   uint64_t size = 0;
   ox_scheme_desc_t* scheme = nullptr;
@@ -437,7 +431,7 @@ TEST_F(Loopback, DeadHandlesAndForeignRecordsAreRefused) {
                          ox_msg_dump(msg, 0, nullptr, &size),
                          ox_conn_open(conn, nullptr),
                          ox_conn_process(conn, -1, nullptr),
-                         ox_lsn_new(conn, "time=soon", Inbox::receive, nullptr, &inbox.lsn),
+                         ox_lsn_open(sleeper.lsn, "time=soon"),
                          ox_lsn_new(conn, "no pair", Inbox::receive, nullptr, &inbox.lsn),
                          ox_pub_msgnew(pub, 9, &state, &msg),
                          ox_pub_msgnew(pub, OX_KEY_NAME, "none", &msg)};
@@ -486,8 +480,8 @@ TEST_F(Loopback, TextsSayHowMuchRoomTheyNeed) {
                 {"u1", "\xFF", "255"},
                 {"c4", std::string("ab\0d", 4), "ab"},
                 {"d", std::string("\5\0\0\0\0\0\0\0\1", 9), "0.5"},
-                {"d9.2", std::string("\x85\xFF\xFF\xFF\xFF\xFF\xFF\xFF\2", 9), "-1.23"},
-                {"d", std::string("\5\0\0\0\0\0\0\0\xFF", 9), "50"}};
+                {"d", std::string("\x85\xFF\xFF\xFF\xFF\xFF\xFF\xFF\2", 9), "-1.23"},
+                {"d", std::string("\5\0\0\0\0\0\0\0\xFF", 9), "5e1"}};
   for (const auto& value : values) {
     char text[32] = {};
     size_t size = std::strlen(value.text);
@@ -496,9 +490,6 @@ TEST_F(Loopback, TextsSayHowMuchRoomTheyNeed) {
     EXPECT_EQ(OX_ERR_OK, ox_getstr(value.type, value.bytes.data(), text, &size));
     EXPECT_STREQ(value.text, text);
   }
-  int64_t mantissa = 0;
-  int8_t scale = 0;
-  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_bcd_get("\0\0\0\0\0\0\0\0\x13", &mantissa, &scale));
   size_t none = 0;
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_getstr("m", "", nullptr, &none));
 
@@ -510,7 +501,7 @@ TEST_F(Loopback, TextsSayHowMuchRoomTheyNeed) {
   row->nulls = nulls;
   std::strcpy(static_cast<Quote*>(row->head.data)->isin, "XS1");
   const std::string expected =
-      "STREAM_DATA quote, 44 bytes\nuser_id=0\nrev=0\nnulls=00010\n"
+      "type=288\nsize=44\nname=quote\nuser_id=0\nrev=0\n"
       "isin=XS1\nside=0\nleg.price=0\nvolume=null\nnote=0 bytes\n";
   std::string text(expected.size(), '\0');
   uint64_t size = text.size() - 1;
