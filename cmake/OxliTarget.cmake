@@ -20,3 +20,14 @@ function(oxli_exports target script)
     "-Wl,--version-script=${path}" "-Wl,-z,defs" "-Wl,--enable-new-dtags")
   set_target_properties(${target} PROPERTIES LINK_DEPENDS "${path}")
 endfunction()
+
+# oxli_vm_program(<target>): a program that starts a virtual machine of its own and has the library's
+# objects linked in: it exports them, so that the virtual machine binds the natives by name.
+function(oxli_vm_program target)
+  oxli_target(${target})
+  cmake_path(GET JAVA_JVM_LIBRARY PARENT_PATH jvm)
+  set_target_properties(${target} PROPERTIES
+    ENABLE_EXPORTS ON INSTALL_RPATH "$ORIGIN/../lib;${jvm}")
+  target_link_libraries(${target} PRIVATE
+    oxli_jni_objects oxutils_objects loopback_control JNI::JVM)
+endfunction()

@@ -47,7 +47,8 @@ public final class Connection implements AutoCloseable {
       // First, with the lock held: closing the environment then waits for the native object.
       environment.register(this);
       final ObjRef ref = new ObjRef();
-      Results.check("Environment.newConnection", OxliImpl.conn_new(settings, ref, this));
+      Bindings.check("Environment.newConnection",
+          () -> OxliImpl.conn_new(settings, ref, this));
       handle = ref.getRef();
     } finally {
       unlock();
@@ -64,7 +65,7 @@ public final class Connection implements AutoCloseable {
     Objects.requireNonNull(settings, "settings");
     final long conn = enter();
     try {
-      Results.check("Connection.open", OxliImpl.conn_open(conn, settings));
+      Bindings.check("Connection.open", () -> OxliImpl.conn_open(conn, settings));
     } finally {
       unlock();
     }
@@ -78,7 +79,7 @@ public final class Connection implements AutoCloseable {
   public void shut() {
     final long conn = enter();
     try {
-      Results.check("Connection.shut", OxliImpl.conn_close(conn));
+      Bindings.check("Connection.shut", () -> OxliImpl.conn_close(conn));
     } finally {
       unlock();
     }
@@ -182,7 +183,8 @@ public final class Connection implements AutoCloseable {
       final Releases releases = new Releases();
       for (Listener listener : new ArrayList<>(listeners)) releases.run(listener::close);
       for (Publisher publisher : publishers) releases.run(publisher::close);
-      releases.run(() -> Results.check("Connection.close", OxliImpl.conn_destroy(conn)));
+      releases.run(() -> Bindings.check("Connection.close",
+          () -> OxliImpl.conn_destroy(conn)));
       releases.finish();
     } finally {
       unlock();

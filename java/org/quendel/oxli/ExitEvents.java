@@ -37,8 +37,9 @@ final class ExitEvents implements IExitEventHandler {
     try {
       current.onExitEvent();
     } catch (Throwable e) {
-      // An exception would stay pending on a thread of the gateway's.
-      OxliImpl.log_errorstr("exit event handler: " + e);
+      // An exception would stay pending on a thread of the gateway's. Its class alone is named: any
+      // method of the exception may be the application's and throw again.
+      OxliImpl.log_errorstr("exit event handler threw " + e.getClass().getName());
     }
   }
 }

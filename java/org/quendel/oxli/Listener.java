@@ -36,8 +36,8 @@ public class Listener implements AutoCloseable {
 
   void create(long conn, String settings) {
     final ObjRef ref = new ObjRef();
-    Results.check("Connection.newListener",
-        OxliImpl.lsn_new(conn, settings, this::deliver, ref, connection, this));
+    Bindings.check("Connection.newListener",
+        () -> OxliImpl.lsn_new(conn, settings, this::deliver, ref, connection, this));
     handle = ref.getRef();
   }
 
@@ -61,7 +61,7 @@ public class Listener implements AutoCloseable {
     final long lsn = enter();
     try {
       scheme = null;
-      Results.check("Listener.open", OxliImpl.lsn_open(lsn, settings));
+      Bindings.check("Listener.open", () -> OxliImpl.lsn_open(lsn, settings));
     } finally {
       connection.unlock();
     }
@@ -75,7 +75,7 @@ public class Listener implements AutoCloseable {
   public final void shut() {
     final long lsn = enter();
     try {
-      Results.check("Listener.shut", OxliImpl.lsn_close(lsn));
+      Bindings.check("Listener.shut", () -> OxliImpl.lsn_close(lsn));
     } finally {
       scheme = null;
       connection.unlock();
@@ -151,7 +151,7 @@ public class Listener implements AutoCloseable {
       // Not 0 yet: what is delivered meanwhile may need the scheme.
       releasing = true;
       try {
-        Results.check("Listener.close", OxliImpl.lsn_destroy(handle));
+        Bindings.check("Listener.close", () -> OxliImpl.lsn_destroy(handle));
       } finally {
         handle = 0;
         scheme = null;

@@ -16,9 +16,12 @@ public final class Results {
     if (code != ResultCode.OK) throw failure(operation, code);
   }
 
-  /** The exception for a failed operation, with the gateway's text for the code. */
+  /** The exception for a failed operation: the code's name and number and the gateway's text. */
   public static OxliException failure(String operation, int code) {
-    return new OxliException(operation + ": " + ResultCode.nameOf(code) + " (0x"
-        + Integer.toHexString(code) + "): " + OxliImpl.err_getstr(code), code);
+    final String name = ResultCode.nameOf(code);
+    final String text = String.valueOf(OxliImpl.err_getstr(code));
+    // The gateway's text may begin with the name.
+    return new OxliException(operation + ": " + (text.startsWith(name) ? text : name + ": " + text)
+        + " (0x" + Integer.toHexString(code) + ')', code);
   }
 }
