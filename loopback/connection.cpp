@@ -84,14 +84,14 @@ int ox_conn_close(ox_conn_t* handle) {
 }
 
 int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
-  return call(__func__, {}, handle, [&](Connection& conn, Lock& lock) -> int {
+  return call(__func__, {}, handle, [&](Connection& conn, Lock& lock) {
     require(timeout >= 0);
     require(conn.isOpen(), OX_ERR_INVALIDSTATE);
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
     Turn turn;
     if (conn.deliverer != std::this_thread::get_id()) {
       const auto isFree = [&] { return !conn.isOpen() || conn.deliverer == std::thread::id(); };
-      if (!conn.changed.wait_until(lock, until, isFree) || !conn.isOpen()) return OX_ERR_OK;
+      if (!conn.changed.wait_until(lock, until, isFree) || !conn.isOpen()) return;
       conn.deliverer = std::this_thread::get_id();
       turn.conn = &conn;
     }
@@ -100,9 +100,9 @@ int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
       const auto now = Clock::now();
       const auto next = enqueueDue(conn, now);
       if (!conn.queue.empty()) break;
-      if (now >= until) return OX_ERR_OK;
+      if (now >= until) return;
       conn.changed.wait_until(lock, std::min(until, next));
-      if (!conn.isOpen()) return OX_ERR_OK;
+      if (!conn.isOpen()) return;
     }
     // What callbacks post joins the queue but must not keep this call from ending.
     for (auto left = conn.queue.size(); left > 0 && !conn.queue.empty() && conn.isOpen();) {
@@ -111,9 +111,9 @@ int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
         conn.queue.pop_front();
         --left;
       }
-      if (const int result = hand(lock, item)) return result;
+      const int result = hand(lock, item);
+      require(result == OX_ERR_OK, result);
     }
-    return OX_ERR_OK;
   });
 }
 

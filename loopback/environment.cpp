@@ -38,21 +38,60 @@ int log(const char* function, const char* level, const char* text, va_list* args
   });
 }
 
-std::thread startExitThread(std::chrono::milliseconds delay) {
-  gateway().exitRaised = false;
-  return std::thread([delay, own = gateway().timesClosed] {
+// It is left to end by itself: the exit callback may be what closes the environment, or may wait
+// for a lock of the host's that the closing thread holds.
+void startExitThread(std::chrono::milliseconds delay) {
+  std::thread([delay, own = gateway().timesClosed] {
     Lock lock(gateway().mutex);
     const auto isClosed = [own] { return gateway().timesClosed != own; };
     if (gateway().closed.wait_for(lock, delay, isClosed)) return;
-    gateway().exitRaised = true;
     lock.unlock();
     raiseExitEvent();
-  });
+  }).detach();
 }
 
 }  // namespace
 
-bool inproc::raiseExitEvent() {
+namespace inproc {
+
+Gateway& gateway() {
+  static Gateway& lasting = *new Gateway;
+  return lasting;
+}
+
+Lock enter() {
+  Lock lock(gateway().mutex);
+  require(gateway().open, OX_ERR_INVALIDSTATE);
+  return lock;
+}
+
+void destroy(Listener& lsn) {
+  detach(lsn);
+  lsn.stream.reset();
+  gateway().listeners.erase(lsn.handle);
+  eraseFrom(lsn.conn->listeners, lsn);
+}
+
+void destroy(Publisher& pub) {
+  if (pub.isOpen()) closePublisher(pub);
+  auto& outgoing = gateway().outgoing;
+  for (auto at = outgoing.begin(); at != outgoing.end();) {
+    at = at->second->owner == &pub ? outgoing.erase(at) : std::next(at);
+  }
+  pub.stream.reset();
+  gateway().publishers.erase(pub.handle);
+  eraseFrom(pub.conn->publishers, pub);
+}
+
+void destroy(Connection& conn) {
+  for (const auto& lsn : std::vector(conn.listeners)) destroy(*lsn);
+  for (const auto& pub : std::vector(conn.publishers)) destroy(*pub);
+  conn.state = kClosed;
+  conn.changed.notify_all();
+  gateway().connections.erase(conn.handle);
+}
+
+bool raiseExitEvent() {
   Lock lock(gateway().mutex);
   const ox_exit_cb_t callback = gateway().exitCallback;
   void* const data = gateway().exitData;
@@ -61,6 +100,8 @@ bool inproc::raiseExitEvent() {
   return callback != nullptr;
 }
 
+}  // namespace inproc
+
 int ox_env_open(const char* text) {
   return call(__func__, {text}, [&] {
     const Lock lock(gateway().mutex);
@@ -68,9 +109,7 @@ int ox_env_open(const char* text) {
     require(!gateway().open, OX_ERR_INVALIDSTATE);
     const auto exitAfter = number<std::uint32_t>(settings, "exit_after", 0);
     useLog(openLog(settings.get("log")));
-    if (exitAfter > 0) {
-      gateway().exitThread = startExitThread(std::chrono::milliseconds(exitAfter));
-    }
+    if (exitAfter > 0) startExitThread(std::chrono::milliseconds(exitAfter));
     gateway().open = true;
     write("info", "in-process loopback gateway: its streams end with this process");
   });
@@ -78,7 +117,7 @@ int ox_env_open(const char* text) {
 
 int ox_env_close(void) {
   return call(__func__, {}, [] {
-    Lock lock = enter();
+    const Lock lock = enter();
     while (!gateway().connections.empty()) {
       const std::shared_ptr<Connection> conn = gateway().connections.begin()->second;
       destroy(*conn);
@@ -90,13 +129,6 @@ int ox_env_close(void) {
     useLog(nullptr);
     ++gateway().timesClosed;
     gateway().closed.notify_all();
-    std::thread thread = std::move(gateway().exitThread);
-    if (!thread.joinable()) return;
-    // An exit callback that has begun may itself be closing the environment, or wait for a lock of
-    // the host's that this thread holds: its thread is left to end by itself.
-    if (gateway().exitRaised) return thread.detach();
-    lock.unlock();
-    thread.join();
   });
 }
 

@@ -11,14 +11,12 @@
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
-#include <initializer_list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
-#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -171,9 +169,7 @@ struct Gateway {
 
   ox_exit_cb_t exitCallback = nullptr;
   void* exitData = nullptr;
-  std::thread exitThread;
-  bool exitRaised = false;
-  std::uint64_t timesClosed = 0;  // ends the wait of the exit thread
+  std::uint64_t timesClosed = 0;  // ends the exit thread
   std::condition_variable closed;
 
   // What tests prepare and read. `watched`: they do, so that no other call pays for it.
@@ -244,14 +240,10 @@ int call(const char* function, std::initializer_list<const char*> texts, Body&& 
     if (gateway().watched.load(std::memory_order_relaxed)) {
       if (const std::optional<int> failure = noteCall(function, texts)) return *failure;
     }
-    if constexpr (std::is_void_v<decltype(body())>) {
-      body();
-      return OX_ERR_OK;
-    } else {
-      return body();
-    }
-  } catch (const Refused& refused) {
-    return refused.code;
+    body();
+    return OX_ERR_OK;
+  } catch (const Ended& ended) {
+    return ended.code;
   } catch (...) {
     return OX_ERR_INTERNAL;
   }
@@ -264,7 +256,7 @@ int call(const char* function, std::initializer_list<const char*> texts, Handle*
   return call(function, texts, [&] {
     Lock lock = enter();
     const auto object = gateway().table(handle).live(handle);
-    return body(*object, lock);
+    body(*object, lock);
   });
 }
 

@@ -115,16 +115,16 @@ int ox_pub_msgnew(ox_publisher_t* handle, int keyType, const void* key, ox_msg_t
     made->type = pub.replica ? OX_MSG_STREAM_DATA : OX_MSG_DATA;
     if (message.code != 0) made->type = message.code;
     made->payload.resize(message.description.size);
-    const std::size_t size = made->payload.size();
-    const ox_msg_t head{made->type, size, size > 0 ? made->payload.data() : nullptr, 0};
-    const char* const msgName = message.description.name;
+    Record& record = made->record;
+    record.head = {made->type, made->payload.size(), nullptr, 0};
+    if (!made->payload.empty()) record.head.data = made->payload.data();
+    record.data.msg_index = message.index;
+    record.data.msg_id = message.id;
+    record.data.msg_name = message.description.name;
     if (made->type == OX_MSG_STREAM_DATA) {
-      auto& nulls = made->nulls;
-      nulls.resize(message.description.num_fields);
-      made->record.row = {head, message.index, message.id,   msgName,
-                          0,    nulls.size(),  nulls.data(), 0};
-    } else {
-      made->record.data = {head, message.index, message.id, msgName, 0, nullptr, nullptr};
+      made->nulls.resize(message.description.num_fields);
+      record.row.num_nulls = made->nulls.size();
+      record.row.nulls = made->nulls.data();
     }
     *msg = &made->record.head;
     gateway().outgoing.emplace(*msg, std::move(made));

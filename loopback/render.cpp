@@ -49,7 +49,7 @@ std::string render(Type type, const void* data) {
     case 'z':
       return std::to_string(integerAt({'u', sizeof(ox_zblock_t::size)}, data)) + " bytes";
     default:
-      throw Refused{OX_ERR_INVALIDARGUMENT};
+      throw Ended{OX_ERR_INVALIDARGUMENT};
   }
 }
 

@@ -17,13 +17,13 @@ namespace inproc {
 
 using oxutils::Properties;
 
-// Why an ox_ function does nothing: thrown where it is found out, made a result code by call().
-struct Refused {
+// Ends an ox_ function early: thrown where the reason is found out, made its result by call().
+struct Ended {
   int code;
 };
 
 inline void require(bool condition, int code = OX_ERR_INVALIDARGUMENT) {
-  if (!condition) throw Refused{code};
+  if (!condition) throw Ended{code};
 }
 
 // The readers below refuse malformed text, a null one included, with OX_ERR_INVALIDARGUMENT.
