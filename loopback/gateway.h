@@ -1,5 +1,5 @@
-// The gateway's live objects. Everything here is guarded by the one lock that enter() takes, and
-// every function but enter() and raiseExitEvent() is called with it held. It is released while a
+// The gateway's live objects. Everything here is guarded by the one lock that enter() takes; it is
+// held where a function is called that does not say that it takes it. It is released while a
 // callback of the host's runs, so an object may be destroyed meanwhile: whoever calls back keeps a
 // shared_ptr to it.
 #ifndef OXLI_LOOPBACK_GATEWAY_H
@@ -183,10 +183,10 @@ struct Gateway {
 // Never destroyed: the host's threads may call while the process ends.
 Gateway& gateway();
 
-// The lock; refuses while the environment is closed.
+// Takes the lock; refuses while the environment is closed.
 Lock enter();
 
-// Calls the registered exit callback on this thread; false when there is none.
+// Calls the registered exit callback on this thread; false when there is none. Takes the lock.
 bool raiseExitEvent();
 
 // These call nobody back. The objects' handles are dead then.
@@ -233,7 +233,8 @@ KnownRecord knownRecord(const ox_msg_t* record);
 // Records the call; gives the code of a failure that was prepared for it. Takes the lock.
 std::optional<int> noteCall(const char* function, std::initializer_list<const char*> texts);
 
-// The boundary of every ox_ function: nothing that is thrown inside leaves it.
+// The boundary of every ox_ function: nothing that is thrown inside leaves it. Takes no lock for
+// `body`.
 template <class Body>
 int call(const char* function, std::initializer_list<const char*> texts, Body&& body) noexcept {
   try {
