@@ -1,8 +1,6 @@
 package org.quendel.oxli;
 
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.*;
 
 import java.util.ArrayDeque;
 import java.util.ArrayList;
@@ -11,9 +9,7 @@ import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
-import org.quendel.oxli.messages.CloseMessage;
-import org.quendel.oxli.messages.DataMessage;
-import org.quendel.oxli.messages.OpenMessage;
+import org.quendel.oxli.messages.*;
 
 class ErrorTest extends GatewayTest {
   @Test
@@ -60,21 +56,10 @@ class ErrorTest extends GatewayTest {
     final OxliException refused = assertRefused(code, "Connection.process",
         () -> connection.process(0));
     assertEquals(name, refused.getName());
-    assertEquals(true, refused.getMessage().contains(text), refused.getMessage());
+    assertTrue(refused.getMessage().endsWith(text), refused.getMessage());
     assertEquals(List.of(0), results);
     connection.process(0);
     assertEquals(List.of(), results);
-  }
-
-  @Test
-  void everyKnownCodeIsNamed() throws IllegalAccessException {
-    for (java.lang.reflect.Field code : ResultCode.class.getFields()) {
-      final String name = ResultCode.nameOf(code.getInt(null));
-      assertEquals("OX_ERR_" + code.getName().replace("_", ""), name);
-    }
-    final OxliException plain = new OxliException("text");
-    assertEquals("text", plain.getMessage());
-    assertEquals(ResultCode.INTERNAL, plain.getCode());
   }
 
   @Test

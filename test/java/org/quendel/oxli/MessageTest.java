@@ -1,13 +1,6 @@
 package org.quendel.oxli;
 
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNotSame;
-import static org.junit.jupiter.api.Assertions.assertNull;
-import static org.junit.jupiter.api.Assertions.assertSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
 import java.math.BigDecimal;
 import java.nio.ByteBuffer;
@@ -19,12 +12,7 @@ import java.util.concurrent.CompletableFuture;
 import java.util.function.Function;
 import java.util.stream.Collectors;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
-import org.quendel.oxli.messages.DataMessage;
-import org.quendel.oxli.messages.Message;
-import org.quendel.oxli.messages.MessageType;
-import org.quendel.oxli.messages.StreamDataMessage;
-import org.quendel.oxli.messages.ZrMqTimeOutMessage;
+import org.quendel.oxli.messages.*;
 
 class MessageTest extends GatewayTest {
   private static final int REPLY_WANTED = 1;
@@ -34,23 +22,20 @@ class MessageTest extends GatewayTest {
     final Publisher publisher = publish(SCHEME);
     final DataMessage quote = publisher.newMessage("quote");
     final List<String> texts = new ArrayList<>();
-    final List<Message> objects = new ArrayList<>();
     listen("", onData(message -> {
       assertPayload(message.getData(), true);
       assertSame(message.getData(), message.getData());
       message.getData().position(5).limit(6);
       texts.add(message.getText(ISIN, 12));
-      objects.add(message);
     }));
     assertPayload(quote.getData(), true);
-    quote.getData().put(ISIN, (byte) 'A');
+    quote.getData().put(ISIN, (byte) 'A').position(QUOTE_SIZE);
     publisher.post(quote);
-    quote.getData().put(ISIN, (byte) 'B').position(QUOTE_SIZE);
+    quote.getData().put(ISIN, (byte) 'B');
     publisher.post(quote);
     quote.getData().put(ISIN, (byte) 'C');
     connection.process(0);
     assertEquals(List.of("A", "B"), texts);
-    assertSame(objects.get(0), objects.get(1));
   }
 
   @Test
@@ -62,43 +47,38 @@ class MessageTest extends GatewayTest {
       lent.add((StreamDataMessage) message);
       message.getData().position(QUOTE_SIZE);
       copies.add(((StreamDataMessage) message).copy());
-      assertSame(message.getData(), message.getData());
     }));
     final StreamDataMessage row = publisher.newMessage("quote");
     for (int i = 0; i < 2; ++i) {
       row.setText(ISIN, 12, "DE" + i);
-      row.getData().putLong(VOLUME, i);
       row.setUserId(10 + i);
       row.setNull(i, true);
       publisher.post(row);
     }
     final StreamDataMessage unsent = row.copy();
-    row.setNull(0, false);
+    row.setNull(1, false);
     row.close();
     connection.process(0);
 
     assertSame(lent.get(0), lent.get(1));
     assertEnded(lent.get(0));
     assertThrows(IllegalStateException.class, () -> publisher.post(lent.get(0)));
-    for (int i = 0; i < 2; ++i) {
-      final StreamDataMessage copy = CompletableFuture.supplyAsync(copies.get(i)::copy).join();
-      copies.get(i).close();
-      assertNotSame(copies.get(i).getData(), copy.getData());
-      for (StreamDataMessage kept : List.of(copies.get(i), copy)) {
-        assertPayload(kept.getData(), false);
-        assertEquals(0, kept.getData().position());
-        assertEquals("DE" + i, kept.getText(ISIN, 12));
-        assertEquals(i, kept.getData().getLong(VOLUME));
-        assertEquals(List.of(10L + i, 1L + i), List.of(kept.getUserId(), kept.getRev()));
-        assertEquals("quote", kept.getMsgName());
-        assertArrayEquals(new boolean[] {true, i == 1, false}, kept.getNulls());
-        assertThrows(IllegalStateException.class, kept::dump);
-        assertThrows(IllegalStateException.class, () -> publisher.post(kept));
-      }
+    copies.get(0).close();
+    copies.add(CompletableFuture.supplyAsync(copies.get(0)::copy).join());
+    copies.add(unsent);
+    assertNotSame(copies.get(0).getData(), copies.get(2).getData());
+    final List<String> contents = new ArrayList<>();
+    for (StreamDataMessage copy : copies) {
+      assertPayload(copy.getData(), false);
+      assertEquals(0, copy.getData().position());
+      contents.add(copy.getMsgName() + ' ' + copy.getText(ISIN, 12) + ' ' + copy.getUserId() + ' '
+          + copy.getRev() + ' ' + Arrays.toString(copy.getNulls()));
+      assertThrows(IllegalStateException.class, copy::dump);
+      assertThrows(IllegalStateException.class, () -> publisher.post(copy));
     }
-    assertEquals("DE1", unsent.getText(ISIN, 12));
-    assertTrue(unsent.isNull(0));
-    assertThrows(IllegalStateException.class, () -> publisher.post(unsent));
+    final String first = "quote DE0 10 1 [true, false, false]";
+    assertEquals(List.of(first, "quote DE1 11 2 [true, true, false]", first,
+        "quote DE1 11 0 [true, true, false]"), contents);
   }
 
   @Test
@@ -108,6 +88,7 @@ class MessageTest extends GatewayTest {
     listen("", onData(message -> {
       final DataMessage data = (DataMessage) message;
       assertNull(data.getRefMessage());
+      data.setRefMessage(data);
       received.add(data.getUserId() + " '" + data.getAddress() + '\'');
     }));
     final DataMessage quote = publisher.newMessage("quote");
@@ -320,24 +301,30 @@ class MessageTest extends GatewayTest {
     final DataMessage quote = publish(SCHEME).newMessage("quote");
     for (Message message : List.of(quote, quote.copy())) {
       message.getData().putLong(VOLUME, -1);
-      message.setText(ISIN, 12, "ABCDEFGHIJKL");
-      assertEquals("ABCDEFGHIJKL", message.getText(ISIN, 12));
-      message.setText(ISIN, 12, "éé");
-      assertEquals("éé", message.getText(ISIN, 12));
-      assertEquals(0, message.getData().getLong(ISIN + 4), "filled up with zeros");
-      assertThrows(IllegalArgumentException.class, () -> message.setText(ISIN, 3, "éé"));
-      assertEquals("éé", message.getText(ISIN, 12));
+      for (String text : List.of("ABCDEFGHIJKL", "éé", "")) {
+        message.setText(ISIN, 12, text);
+        assertEquals(text, message.getText(ISIN, 12));
+        assertThrows(IllegalArgumentException.class, () -> message.setText(ISIN, 3, "éé"));
+        assertEquals(text, message.getText(ISIN, 12));
+      }
+      assertEquals(0, message.getData().getLong(ISIN), "filled up with zeros");
       assertEquals(-1, message.getData().getLong(VOLUME));
       message.setText(QUOTE_SIZE - 1, 1, "Z");
       assertEquals("Z", message.getText(QUOTE_SIZE - 1, 1));
-      assertEquals("", message.getText(QUOTE_SIZE, 0));
-      final List<Executable> outside = List.of(() -> message.getText(QUOTE_SIZE, 1),
-          () -> message.getText(-1, 1), () -> message.getText(0, QUOTE_SIZE + 1),
-          () -> message.getText(1, -1), () -> message.setText(QUOTE_SIZE, 1, ""),
-          () -> message.setText(-1, 1, ""), () -> message.setText(0, QUOTE_SIZE + 1, ""),
-          () -> message.setText(1, -1, ""), () -> message.setText(Integer.MAX_VALUE, 1, ""));
-      for (Executable call : outside) assertThrows(IndexOutOfBoundsException.class, call);
+      for (int[] outside : new int[][] {{QUOTE_SIZE, 1}, {-1, 1}, {0, QUOTE_SIZE + 1}}) {
+        assertThrows(IndexOutOfBoundsException.class,
+            () -> message.setText(outside[0], outside[1], ""));
+        assertThrows(IndexOutOfBoundsException.class,
+            () -> message.getText(outside[0], outside[1]));
+      }
     }
+  }
+
+  @Test
+  void lengthsAreNotNegative() {
+    final DataMessage quote = publish(SCHEME).newMessage("quote");
+    assertThrows(IndexOutOfBoundsException.class, () -> quote.setText(1, -1, ""));
+    assertThrows(IndexOutOfBoundsException.class, () -> quote.getText(1, -1));
   }
 
   @Test
