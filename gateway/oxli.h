@@ -1,6 +1,7 @@
 // The gateway's client library as this project uses it: functions, records, type codes and result
 // codes. The library itself is closed; everything that depends on its binary layout stands here and
-// is pinned by the assertions below, for 64-bit little-endian Linux.
+// is pinned by the assertions below, for 64-bit little-endian Linux. Where only the gateway can say
+// what a value means or how long a record lives, this says what the project relies on.
 //
 // Memory: every record belongs to the gateway. A record or text that a callback receives is valid
 // until the callback returns; a description record until the last listener or publisher on its
@@ -254,6 +255,7 @@ OX_AT(ox_msg_data_t, msg_name, 48);
 OX_AT(ox_msg_data_t, user_id, 56);
 OX_AT(ox_msg_data_t, addr, 64);
 OX_AT(ox_msg_data_t, ref_msg, 72);
+static_assert(sizeof(ox_msg_data_t) == 80, "data message");
 OX_AT(ox_msg_streamdata_t, msg_index, 32);
 OX_AT(ox_msg_streamdata_t, msg_id, 40);
 OX_AT(ox_msg_streamdata_t, msg_name, 48);
@@ -261,6 +263,7 @@ OX_AT(ox_msg_streamdata_t, rev, 56);
 OX_AT(ox_msg_streamdata_t, num_nulls, 64);
 OX_AT(ox_msg_streamdata_t, nulls, 72);
 OX_AT(ox_msg_streamdata_t, user_id, 80);
+static_assert(sizeof(ox_msg_streamdata_t) == 88, "stream data message");
 OX_AT(ox_data_lifenum_t, life_number, 0);
 OX_AT(ox_data_lifenum_t, flags, 4);
 OX_AT(ox_data_cleardeleted_t, table_idx, 0);

@@ -14,7 +14,7 @@ namespace oxli::jni {
 
 void ConnData::retire(JNIEnv* environment) {
   jconn.drop(environment);
-  letGo();
+  unpin();
 }
 
 namespace {
@@ -30,39 +30,37 @@ jint newConnection(JNIEnv* env, JEnv& cache, jstring settings, jobject ref, jobj
   Reservation<ox_conn_t, ConnData> entry(record.get());
 
   if (const int result = ox_conn_new(text.get(), &record->conn)) return result;
-  if (!record->jconn.hold(env, connection)) {
-    reportFailure(kSetRef);
+  if (!record->jconn.hold(env, connection, kSetRef)) {
     ox_conn_destroy(record->conn);
     return OX_ERR_INTERNAL;
   }
   entry.insertInto(ConnData::sConnDataMap, record->conn);
-  return setObjRef(env, ref, toHandle(record.release()), kSetRef);
+  return setObjRef(env, cache, ref, toHandle(record.release()), kSetRef);
 }
 
 jint destroyConnection(JNIEnv* env, JEnv& cache, ConnData& record) {
   const MutexLock lock(cache.connMutex);
   ox_conn_t* const conn = record.conn;
-  // The entry may be that of another Java object which bound the connection first; its record stays
-  // for that object's own destroy.
-  take(ConnData::sConnDataMap, conn);
+  record.jconn.drop(env);
+  ConnData* const registered = take(ConnData::sConnDataMap, conn);
   record.retire(env);
+  // The record of a wrapped connection is not the registered one if it was bound before.
+  if (registered && registered != &record) registered->retire(env);
   return ox_conn_destroy(conn);
 }
 
 jobject wrapConnection(JNIEnv* env, JEnv& cache, ox_conn_t* conn) {
   constexpr char kNewConnection[] = "oxjni_conn_wrap new connection";
+  if (exceptionPending(env)) return nullptr;
   auto record = std::make_unique<ConnData>();
   Reservation<ox_conn_t, ConnData> entry(record.get());
   LocalRef<jobject> connection(
       env, env->NewObject(cache.connection.cls, cache.connection.ctor, toHandle(record.get())));
-  if (notMade(env, connection.get(), kNewConnection)) return nullptr;
+  if (javaFailed(env, kNewConnection) || !connection.get()) return nullptr;
 
   const MutexLock lock(cache.connMutex);
   record->conn = conn;
-  if (!record->jconn.hold(env, connection.get())) {
-    reportFailure(kNewConnection);
-    return nullptr;
-  }
+  if (!record->jconn.hold(env, connection.get(), kNewConnection)) return nullptr;
   entry.insertInto(ConnData::sConnDataMap, conn);
   static_cast<void>(record.release());
   return connection.release();
@@ -89,13 +87,15 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1open(JNIEnv* en
   return resultWithCache([&](JEnv& cache) -> jint {
     auto* const record = fromHandle<ConnData>(handle);
     if (!settings || !record) return OX_ERR_INVALIDARGUMENT;
-    const UtfChars text(env, settings);
+    UtfChars text(env, settings);
     if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_conn_1open settings")) {
       return OX_ERR_INTERNAL;
     }
     const MutexLock lock(cache.connMutex);
     const InsideCall<ConnData> inside(*record, env);
-    return ox_conn_open(record->conn, text.get());
+    const jint result = ox_conn_open(record->conn, text.get());
+    text.release();
+    return result;
   });
 }
 
@@ -124,7 +124,7 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1process(JNIEnv*
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1getstate(JNIEnv* env, jclass,
                                                                           jlong handle,
                                                                           jobject state) {
-  return resultWithCache([&](JEnv&) -> jint {
+  return resultWithCache([&](JEnv& cache) -> jint {
     auto* const record = fromHandle<ConnData>(handle);
     if (!state || !record) return OX_ERR_INVALIDARGUMENT;
     std::int32_t value = 0;
@@ -132,7 +132,7 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1getstate(JNIEnv
       const InsideCall<ConnData> inside(*record, env);
       if (const int result = ox_conn_getstate(record->conn, &value)) return result;
     }
-    return setIntRef(env, state, value,
+    return setIntRef(env, cache, state, value,
                      "Java_org_quendel_oxli_impl_OxliImpl_conn_1getstate set ref");
   });
 }
@@ -155,9 +155,8 @@ jobject oxjni_conn_wrap(JNIEnv* env, ox_conn_t* conn) {
 }
 
 void oxjni_conn_unwrap(JNIEnv* env, ox_conn_t* conn) {
-  resultWithCache([&](JEnv& cache) -> jint {
+  doWithCache([&](JEnv& cache) {
     const MutexLock lock(cache.connMutex);
     if (ConnData* const record = take(ConnData::sConnDataMap, conn)) record->retire(env);
-    return OX_ERR_OK;
   });
 }

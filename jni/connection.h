@@ -13,9 +13,9 @@
 namespace oxli::jni {
 
 // Binds a gateway connection to its Java `Connection`; the Java handle is this record's address.
-// Does not own the gateway connection. Listener records of the connection hold its memory.
+// Does not own the gateway connection. Listener records of the connection pin its memory.
 struct ConnData : CountedRecord<ConnData> {
-  // Drops the reference and lets the memory go. REQUIRES: no registry entry leads here any more.
+  // Drops the reference and the registry's pin. REQUIRES: no registry entry leads here any more.
   void retire(JNIEnv* env);
 
   // Environment of the thread that is inside a gateway call on this connection, or null.

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "jni/base/boundary.h"
-#include "jni/base/failure.h"
 #include "jni/base/text.h"
 #include "jni/jenv/jenv.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
@@ -74,13 +73,17 @@ void deliverExitEvent(const ExitEventData& data) {
     ox_log_error("[ExitEvent]: Can't get java environment.");
     return;
   }
+  // Read once: the environment may be closed meanwhile.
   const JEnv* const cache = JEnv::spInstance;
-  if (!cache || !data.handler.get()) {
+  const jmethodID onExitEvent = cache ? cache->exitEventSubscriber.onExitEvent : nullptr;
+  if (!onExitEvent || !data.handler.get()) {
     if (attached) data.vm->DetachCurrentThread();
     return;
   }
+  // An earlier event's exception, or one of the Java code that this thread is inside.
+  if (env->ExceptionCheck()) return;
   ox_log_info("[ExitEvent]: Invoke java onExitEvent.");
-  env->CallVoidMethod(data.handler.get(), cache->exitEventSubscriber.onExitEvent);
+  env->CallVoidMethod(data.handler.get(), onExitEvent);
   // The exception stays with the thread: detaching would hand it to the thread's uncaught handler.
   if (env->ExceptionCheck()) return;
   ox_log_info("[ExitEvent]: After Invoke java onExitEvent.");
@@ -118,8 +121,9 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_env_1register_1exitha
     ExitEventData& data = *sExitEventData;
     data.handler.drop(env);
     env->GetJavaVM(&data.vm);
-    if (!data.handler.hold(env, handler)) {
-      reportFailure("Java_org_quendel_oxli_impl_OxliImpl_env_1register_1exithandler handler");
+    if (!data.handler.hold(
+            env, handler,
+            "Java_org_quendel_oxli_impl_OxliImpl_env_1register_1exithandler handler")) {
       return OX_ERR_INTERNAL;
     }
     return handler ? ox_env_register_exithandler(&ExitEventCB, &data)

@@ -14,12 +14,12 @@
 namespace oxli::jni {
 
 ListenerData::~ListenerData() {
-  if (connData) connData->letGo();
+  if (connData) connData->unpin();
 }
 
 void ListenerData::bindTo(ConnData* connection) {
   connData = connection;
-  if (connData) connData->hold();
+  if (connData) connData->pin();
 }
 
 void ListenerData::dropReferences(JNIEnv* environment) {
@@ -31,8 +31,9 @@ void ListenerData::dropReferences(JNIEnv* environment) {
 }
 
 void ListenerData::retire(JNIEnv* environment) {
+  retired = true;
   dropReferences(environment);
-  letGo();
+  unpin();
 }
 
 namespace {
@@ -55,14 +56,12 @@ bool isSchemeData(std::uint32_t type) {
 // message. False when Java failed or dropped the listener meanwhile.
 bool fetchScheme(JNIEnv* env, const JEnv& cache, ListenerData& record) {
   constexpr char kGetScheme[] = "cacheGet getScheme";
-  const Holding<ListenerData> held(record);
+  if (!record.jlsn.get()) return false;
+  const Pin<ListenerData> pin(record);
   const LocalRef<jobject> scheme(
       env, env->CallObjectMethod(record.jlsn.get(), cache.listener.getScheme));
-  if (javaFailed(env, kGetScheme)) return false;
-  if (!record.jlsn.get()) return false;
-  if (record.jscheme.get() || record.jscheme.hold(env, scheme.get())) return true;
-  reportFailure(kGetScheme);
-  return false;
+  if (javaFailed(env, kGetScheme) || record.retired) return false;
+  return record.jscheme.get() || record.jscheme.hold(env, scheme.get(), kGetScheme);
 }
 
 // The filled Java object for a message, owned by the record's cache; null when it failed.
@@ -111,9 +110,8 @@ jint newListener(JNIEnv* env, JEnv& cache, ConnData& connection, jstring setting
   }
   auto record = std::make_unique<ListenerData>();
   Reservation<ox_listener_t, ListenerData> entry(record.get());
-  if (!record->jsubscriber.hold(env, subscriber) || !record->jconn.hold(env, jconn) ||
-      !record->jlsn.hold(env, jlsn)) {
-    reportFailure(kSetRef);
+  if (!record->jsubscriber.hold(env, subscriber, kSetRef) ||
+      !record->jconn.hold(env, jconn, kSetRef) || !record->jlsn.hold(env, jlsn, kSetRef)) {
     record->dropReferences(env);
     return OX_ERR_INTERNAL;
   }
@@ -127,7 +125,7 @@ jint newListener(JNIEnv* env, JEnv& cache, ConnData& connection, jstring setting
   // From here on the gateway has the record as its callback data, registered or not.
   ListenerData* const bound = record.release();
   bound->lsn = lsn;
-  if (const jint result = setObjRef(env, ref, toHandle(bound), kSetRef)) return result;
+  if (const jint result = setObjRef(env, cache, ref, toHandle(bound), kSetRef)) return result;
   entry.replaceIn(ListenerData::sLsnMap, lsn);
   return OX_ERR_OK;
 }
@@ -157,6 +155,9 @@ jint destroyListener(JNIEnv* env, JEnv& cache, ListenerData& record) {
   ox_listener_t* const lsn = record.lsn;
   const InsideCall<ListenerData> inside(record, env);
   const jint result = ox_lsn_destroy(lsn);
+  // Destroyed once more by a callback: an entry, if there is one, is that of another listener,
+  // which may have got the same handle since.
+  if (record.retired) return result;
   if (ListenerData* const registered = take(ListenerData::sLsnMap, lsn)) {
     // A wrap may have replaced this record: it has lost its listener as well.
     if (registered != &record) record.retire(env);
@@ -167,18 +168,16 @@ jint destroyListener(JNIEnv* env, JEnv& cache, ListenerData& record) {
 
 jobject wrapListener(JNIEnv* env, JEnv& cache, ox_conn_t* conn, ox_listener_t* lsn, void** out) {
   constexpr char kNewListener[] = "oxjni_lsn_wrap lsn";
+  if (exceptionPending(env)) return nullptr;
   auto record = std::make_unique<ListenerData>();
   Reservation<ox_listener_t, ListenerData> entry(record.get());
   record->lsn = lsn;
   LocalRef<jobject> listener(
       env, env->NewObject(cache.listener.cls, cache.listener.ctor, toHandle(record.get())));
-  if (notMade(env, listener.get(), kNewListener)) return nullptr;
+  if (javaFailed(env, kNewListener) || !listener.get()) return nullptr;
 
   const ListenerAndConnectionLock lock(cache);
-  if (!record->jlsn.hold(env, listener.get())) {
-    reportFailure(kNewListener);
-    return nullptr;
-  }
+  if (!record->jlsn.hold(env, listener.get(), kNewListener)) return nullptr;
   record->bindTo(lookUp(ConnData::sConnDataMap, conn));
   // An earlier record stays with the Java object that carries its address.
   entry.replaceIn(ListenerData::sLsnMap, lsn);
@@ -223,13 +222,13 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1close(JNIEnv* en
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1getstate(JNIEnv* env, jclass,
                                                                          jlong handle,
                                                                          jobject state) {
-  return resultWithCache([&](JEnv&) -> jint {
+  return resultWithCache([&](JEnv& cache) -> jint {
     auto* const record = fromHandle<ListenerData>(handle);
     if (!state || !record) return OX_ERR_INVALIDARGUMENT;
     const InsideCall<ListenerData> inside(*record, env);
     std::int32_t value = 0;
     if (const int result = ox_lsn_getstate(record->lsn, &value)) return result;
-    return setIntRef(env, state, value,
+    return setIntRef(env, cache, state, value,
                      "Java_org_quendel_oxli_impl_OxliImpl_lsn_1getstate set state");
   });
 }
@@ -237,12 +236,12 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1getstate(JNIEnv*
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1getscheme(JNIEnv* env, jclass,
                                                                           jlong handle,
                                                                           jobject ref) {
-  return resultWithCache([&](JEnv&) -> jint {
+  return resultWithCache([&](JEnv& cache) -> jint {
     const auto* const record = fromHandle<ListenerData>(handle);
     if (!ref || !record) return OX_ERR_INVALIDARGUMENT;
     ox_scheme_desc_t* scheme = nullptr;
     if (const int result = ox_lsn_getscheme(record->lsn, &scheme)) return result;
-    return setObjRef(env, ref, toHandle(scheme),
+    return setObjRef(env, cache, ref, toHandle(scheme),
                      "Java_org_quendel_oxli_impl_OxliImpl_lsn_1getscheme get scheme");
   });
 }
@@ -265,10 +264,9 @@ jobject oxjni_lsn_wrap(JNIEnv* env, ox_conn_t* conn, ox_listener_t* lsn, void** 
 }
 
 void oxjni_lsn_unwrap(JNIEnv* env, ox_listener_t* lsn) {
-  resultWithCache([&](JEnv& cache) -> jint {
+  doWithCache([&](JEnv& cache) {
     const MutexLock lock(cache.lsnMutex);
     if (ListenerData* const record = take(ListenerData::sLsnMap, lsn)) record->retire(env);
-    return OX_ERR_OK;
   });
 }
 

@@ -23,12 +23,13 @@ struct ListenerData : CountedRecord<ListenerData> {
   ListenerData() = default;
   ~ListenerData();
 
-  // Links the connection's record, which may be null, and holds its memory.
+  // Links the connection's record, which may be null, and pins its memory.
   void bindTo(ConnData* connection);
-  // Drops every reference, those of the cache included, and lets the memory go. REQUIRES: no
-  // registry entry leads here any more.
-  void retire(JNIEnv* env);
+  // Drops every reference, those of the cache included. Enough for a record that never was the
+  // gateway's callback data.
   void dropReferences(JNIEnv* env);
+  // Drops every reference and the registry's pin. REQUIRES: no registry entry leads here any more.
+  void retire(JNIEnv* env);
 
   // Environment of the thread that is inside a gateway call on this listener, or null.
   std::atomic<JNIEnv*> env{nullptr};
@@ -40,6 +41,7 @@ struct ListenerData : CountedRecord<ListenerData> {
   HeldRef jscheme;
   MessageCache cache;
   ConnData* connData = nullptr;
+  bool retired = false;  // only its memory is left, for the calls in progress
 
   // Guarded by JEnv::lsnMutex.
   static Registry<ox_listener_t, ListenerData> sLsnMap;
@@ -50,10 +52,11 @@ struct ListenerData : CountedRecord<ListenerData> {
 extern "C" {
 
 // The gateway's callback for every listener made from Java: hands the message to `onMessage` of the
-// subscriber and its result to the gateway. `data`: the ListenerData. OX_ERR_INTERNAL when no
-// thread is inside a call on the listener or its connection, when the calling thread is not
-// attached to the virtual machine (it is not attached here), and when Java failed: the exception
-// then stays pending for the enclosing native.
+// subscriber and its result to the gateway. `data`: the ListenerData. OX_ERR_INTERNAL, without a
+// call of Java, when no environment is recorded for a call on the listener or its connection, when
+// the calling thread is not attached to the virtual machine (it is not attached here), when an
+// exception is pending already, without a subscriber and while the environment is closed. The same
+// when Java failed: the exception then stays pending for the enclosing native.
 JNIEXPORT int ListenerCB(ox_conn_t* conn, ox_listener_t* lsn, ox_msg_t* msg, void* data);
 }
 

@@ -7,7 +7,8 @@ namespace oxli::jni {
 
 namespace {
 
-// An object whose filling failed goes out only with the exception that says so.
+// What get() returns after filling `message`. A failure that left an exception pending shows by the
+// exception; without one null has to say it.
 jobject filled(JNIEnv* env, bool applied, jobject message) {
   return applied || exceptionPending(env) ? message : nullptr;
 }
@@ -16,10 +17,7 @@ jobject filled(JNIEnv* env, bool applied, jobject message) {
 jobject keep(JNIEnv* env, HeldRef& slot, jobject created, ox_msg_t* msg, const char* step) {
   const LocalRef<jobject> message(env, created);
   if (!created) return nullptr;
-  if (!slot.hold(env, created)) {
-    reportFailure(step);
-    return nullptr;
-  }
+  if (!slot.hold(env, created, step)) return nullptr;
   return filled(env, MessageFactory::Apply(env, slot.get(), msg), slot.get());
 }
 
@@ -37,7 +35,6 @@ HeldRef& MessageCache::dataSlot(const ox_msg_data_t& msg) {
 }
 
 jobject MessageCache::get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme) {
-  constexpr char kNewData[] = "CreateDataMessage new object";
   if (msg->type == OX_MSG_DATA || msg->type == OX_MSG_STREAM_DATA) {
     // Both kinds have index and id at the same place.
     HeldRef& slot = dataSlot(*reinterpret_cast<const ox_msg_data_t*>(msg));
@@ -45,17 +42,17 @@ jobject MessageCache::get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, 
       return filled(env, MessageFactory::ApplyDataPartial(env, slot.get(), msg), slot.get());
     }
     return keep(env, slot, MessageFactory::CreateDataMessage(env, msg, scheme, jscheme), msg,
-                kNewData);
+                MessageFactory::kNewDataMessage);
   }
 
   HeldRef& slot = typeObjects[static_cast<int>(msg->type)];
   if (slot.get()) return filled(env, MessageFactory::Apply(env, slot.get(), msg), slot.get());
   if (msg->type == OX_MSG_PARSEERR) {
     return keep(env, slot, MessageFactory::CreateDataMessage(env, msg, scheme, jscheme), msg,
-                kNewData);
+                MessageFactory::kNewDataMessage);
   }
   return keep(env, slot, MessageFactory::CreateMessage(env, msg, scheme), msg,
-              "CreateMessage new object");
+              MessageFactory::kNewMessage);
 }
 
 void MessageCache::clear(JNIEnv* env) {

@@ -19,9 +19,9 @@ namespace oxli::jni {
 // reference.
 class MessageCache {
  public:
-  // The object for this record, filled: lent until clear(). Null when it could not be made or
-  // filled; but an object whose filling left a Java exception pending is returned all the same.
-  // `scheme` and `jscheme` may be null.
+  // The object for this record, filled: lent until clear(). When filling it left a Java exception
+  // pending, it is returned as far as it was filled. Null when it could not be made, or not filled
+  // and no exception is pending. `scheme` and `jscheme` may be null.
   jobject get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme);
 
   // Deletes every reference.

@@ -247,7 +247,7 @@ jobject MessageFactory::CreateMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc
   LocalRef<jobject> message(env, service.cls ? env->NewObject(service.cls, service.id)
                                              : env->NewObject(cache.message.cls, cache.message.ctor,
                                                               static_cast<jint>(msg->type)));
-  if (notMade(env, message.get(), "CreateMessage new object")) return nullptr;
+  if (notMade(env, message.get(), kNewMessage)) return nullptr;
   const auto& to = cache.message;
   if (!set(env, message.get(), to.setRef, toHandle(msg), "CreateMessage set ref") ||
       !set(env, message.get(), to.setSchemeRef, toHandle(scheme), "CreateMessage set scheme ref")) {
@@ -258,7 +258,6 @@ jobject MessageFactory::CreateMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc
 
 jobject MessageFactory::CreateDataMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme,
                                           jobject jscheme) {
-  constexpr char kNewObject[] = "CreateDataMessage new object";
   const JEnv& cache = *JEnv::spInstance;
   const Constructor data = dataConstructor(cache, msg->type);
   if (!data.cls) return nullptr;
@@ -266,10 +265,10 @@ jobject MessageFactory::CreateDataMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_
   // All three kinds have index, id and name at the same place.
   const auto& record = *reinterpret_cast<const ox_msg_data_t*>(msg);
   const JavaText name(env, record.msg_name);
-  if (name.notMadeFor(kNewObject)) return nullptr;
+  if (name.notMadeFor(kNewDataMessage)) return nullptr;
   LocalRef<jobject> message(env, env->NewObject(data.cls, data.id, static_cast<jint>(record.msg_id),
                                                 javaIndex(record.msg_index), name.get(), jscheme));
-  if (notMade(env, message.get(), kNewObject)) return nullptr;
+  if (notMade(env, message.get(), kNewDataMessage)) return nullptr;
   const auto& to = cache.message;
   if (!set(env, message.get(), to.setRef, toHandle(msg), "CreateDataMessage set ref") ||
       !set(env, message.get(), to.setSchemeRef, toHandle(scheme),

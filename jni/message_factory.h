@@ -18,6 +18,10 @@ class MessageFactory {
  public:
   MessageFactory() = delete;
 
+  // The steps that make an object, for whoever keeps it.
+  static constexpr char kNewMessage[] = "CreateMessage new object";
+  static constexpr char kNewDataMessage[] = "CreateDataMessage new object";
+
   // A new object of the class of a service type, or a plain `Message` for any other type, bound to
   // the record but not filled from it: Apply does that. A local reference; null when it failed.
   static jobject CreateMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme);

@@ -14,6 +14,13 @@ namespace oxli::jni {
 
 namespace {
 
+// Whether memory that Java was to lend is missing; the line for `step` has been written then.
+bool notLent(JNIEnv* env, const void* lent, const char* step, SavedMsgFields& saved) {
+  if (!notMade(env, lent, step)) return false;
+  if (!exceptionPending(env)) saved.refusal = OX_ERR_INTERNAL;
+  return true;
+}
+
 void replaceDataFields(JNIEnv* env, const JEnv& cache, ox_msg_data_t& msg, jobject message,
                        SavedMsgFields& saved) {
   constexpr char kGetAddress[] = "replaceMsgFields getAddress";
@@ -27,7 +34,7 @@ void replaceDataFields(JNIEnv* env, const JEnv& cache, ox_msg_data_t& msg, jobje
   if (javaFailed(env, kGetAddress)) return;
   if (address.get()) {
     const char* const text = env->GetStringUTFChars(address.get(), nullptr);
-    if (notMade(env, text, kGetAddress)) return;
+    if (notLent(env, text, kGetAddress, saved)) return;
     saved.addrText = text;
     saved.addrString = address.release();
     saved.oldAddr = msg.addr;
@@ -50,6 +57,8 @@ void replaceStreamFields(JNIEnv* env, const JEnv& cache, ox_msg_streamdata_t& ms
                          SavedMsgFields& saved) {
   constexpr char kGetNulls[] = "replaceMsgFields get nulls";
   const auto& of = cache.streamDataMessage;
+  const std::int64_t oldRev = msg.rev;
+  const std::uint64_t oldUserId = msg.user_id;
   msg.rev = env->CallLongMethod(message, of.getRev);
   if (javaFailed(env, "replaceMsgFields getRef streamdata")) return;
   msg.user_id = static_cast<std::uint64_t>(env->CallLongMethod(message, of.getUserId));
@@ -61,11 +70,13 @@ void replaceStreamFields(JNIEnv* env, const JEnv& cache, ox_msg_streamdata_t& ms
   if (!nulls.get()) return;
   // The gateway reads as many flags as the record says.
   if (static_cast<std::uint64_t>(env->GetArrayLength(nulls.get())) < msg.num_nulls) {
-    saved.refused = true;
+    saved.refusal = OX_ERR_INVALIDARGUMENT;
+    msg.rev = oldRev;
+    msg.user_id = oldUserId;
     return;
   }
   jboolean* const elements = env->GetBooleanArrayElements(nulls.get(), nullptr);
-  if (notMade(env, elements, kGetNulls)) return;
+  if (notLent(env, elements, kGetNulls, saved)) return;
   saved.nullsElements = elements;
   saved.nullsArray = nulls.release();
   saved.oldNulls = msg.nulls;
@@ -101,7 +112,7 @@ class ExchangedFields {
   ExchangedFields& operator=(const ExchangedFields&) = delete;
   ~ExchangedFields() { restoreMsgFields(env_, msg_, &saved_); }
 
-  bool refused() const { return saved_.refused; }
+  int refusal() const { return saved_.refusal; }
 
  private:
   JNIEnv* env_;
@@ -132,20 +143,20 @@ class NewRecord {
   ox_msg_t* msg_ = nullptr;
 };
 
-// OX_ERR_INTERNAL when the key could not be read; otherwise `made` has the gateway's answer.
-jint makeRecord(JNIEnv* env, const JEnv& cache, NewRecord& record, jint keyType, jobject key,
-                int& made) {
+// False when the key could not be read; otherwise `answer` is the gateway's.
+bool makeRecord(JNIEnv* env, const JEnv& cache, NewRecord& record, jint keyType, jobject key,
+                int& answer) {
   constexpr char kKey[] = "Java_org_quendel_oxli_impl_OxliImpl_pub_1msgnew int val";
   if (keyType == OX_KEY_NAME) {
     const UtfChars name(env, static_cast<jstring>(key));
-    if (name.notTaken(kKey)) return OX_ERR_INTERNAL;
-    made = record.make(keyType, name.get());
-    return OX_ERR_OK;
+    if (name.notTaken(kKey)) return false;
+    answer = record.make(keyType, name.get());
+    return true;
   }
   const jint value = env->CallIntMethod(key, cache.integer.intValue);
-  if (javaFailed(env, kKey)) return OX_ERR_INTERNAL;
-  made = record.make(keyType, &value);
-  return OX_ERR_OK;
+  if (javaFailed(env, kKey)) return false;
+  answer = record.make(keyType, &value);
+  return true;
 }
 
 jobject createOutgoing(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme) {
@@ -162,12 +173,14 @@ jobject createOutgoing(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, job
 jint newMessage(JNIEnv* env, const JEnv& cache, ox_publisher_t* pub, jint keyType, jobject key,
                 jobject jscheme, jobjectArray out) {
   NewRecord record(pub);
-  int made = OX_ERR_OK;
-  if (const jint result = makeRecord(env, cache, record, keyType, key, made)) return result;
-  // Asked for and answered first, whatever became of the record.
+  int answer = OX_ERR_OK;
+  if (!makeRecord(env, cache, record, keyType, key, answer)) return OX_ERR_INTERNAL;
+  // Asked for, and its failure returned first, whatever became of the record.
   ox_scheme_desc_t* scheme = nullptr;
   if (const int result = ox_pub_getscheme(pub, &scheme)) return result;
-  if (made != OX_ERR_OK) return made;
+  if (answer != OX_ERR_OK) return answer;
+  // A callback of the gateway's may have thrown meanwhile.
+  if (exceptionPending(env)) return OX_ERR_INTERNAL;
 
   const LocalRef<jobject> message(env, createOutgoing(env, record.get(), scheme, jscheme));
   if (!message.get() || !MessageFactory::Apply(env, message.get(), record.get())) {
@@ -194,7 +207,7 @@ jint postMessage(JNIEnv* env, const JEnv& cache, ox_publisher_t* pub, jobject me
   if (!msg) return OX_ERR_INVALIDARGUMENT;
   const ExchangedFields exchanged(env, msg, message);
   // Posted also with an exception pending: the exception reaches the caller all the same.
-  return exchanged.refused() ? OX_ERR_INVALIDARGUMENT : ox_pub_post(pub, msg, flags);
+  return exchanged.refusal() ? exchanged.refusal() : ox_pub_post(pub, msg, flags);
 }
 
 // The dump's text in `text`; false when the gateway gave none.
@@ -220,12 +233,12 @@ jbyteArray dumpMessage(JNIEnv* env, const JEnv& cache, jobject message, jlong ar
   std::string text;
   {
     const ExchangedFields exchanged(env, msg, message);
-    if (exchanged.refused() || !dumpRecord(msg, argument, text)) return nullptr;
+    if (exchanged.refusal() || !dumpRecord(msg, argument, text)) return nullptr;
   }
   if (exceptionPending(env)) return nullptr;
   const auto length = static_cast<jsize>(text.size());
   const jbyteArray dump = env->NewByteArray(length);
-  if (notMade(env, dump, "Java_org_quendel_oxli_impl_OxliImpl_msg_1dump new array")) return nullptr;
+  if (!dump) return nullptr;
   env->SetByteArrayRegion(dump, 0, length, reinterpret_cast<const jbyte*>(text.data()));
   return dump;
 }

@@ -25,8 +25,9 @@ struct SavedMsgFields {
   bool addrReplaced = false;
   bool refMsgReplaced = false;
   bool nullsReplaced = false;
-  // The Java null map is shorter than the record's: nothing may be done with the record.
-  bool refused = false;
+  // OX_ERR_OK, or why the record must not be used as it is: the Java null map is shorter than the
+  // record's, or the virtual machine had no memory to lend and no exception says so.
+  int refusal = OX_ERR_OK;
 };
 
 }  // namespace oxli::jni
@@ -35,7 +36,8 @@ extern "C" {
 
 // Copies the fields that live in the Java message into the record: user id, address and reference
 // message of data; revision, user id and null map of stream data. A failed step leaves its Java
-// exception pending, and what was replaced until then for restoreMsgFields.
+// exception pending, and what was replaced until then for restoreMsgFields. With a `refusal` in
+// `saved` the record is only to be restored.
 JNIEXPORT void replaceMsgFields(JNIEnv* env, ox_msg_t* msg, jobject message,
                                 oxli::jni::SavedMsgFields* saved);
 

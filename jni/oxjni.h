@@ -1,10 +1,9 @@
 // For native code that shares a process with this library and owns gateway objects of its own: the
 // Java counterparts of those objects.
 //
-// Every function needs the environment to be open and no Java exception pending on entry; with the
-// environment closed a wrap gives null and an unwrap does nothing. `env` is the calling thread's.
-// Any thread that is attached to the virtual machine may call. A failed wrap gives null and leaves
-// the Java exception pending.
+// `env` is the calling thread's; any thread that is attached to the virtual machine may call. While
+// the environment is closed a wrap gives null and an unwrap does nothing. A wrap gives null as well
+// when a Java exception is pending on entry, and when it fails: the exception is pending then.
 #ifndef OXLI_JNI_OXJNI_H
 #define OXLI_JNI_OXJNI_H
 
@@ -20,7 +19,8 @@ extern "C" {
 // connection stays the caller's. Wrapping a connection again gives another Java object; the first
 // binding stays the registered one.
 JNIEXPORT jobject oxjni_conn_wrap(JNIEnv* env, ox_conn_t* conn);
-// Releases the registered binding, if any. The Java object must not be used afterwards.
+// Releases the registered binding, if any. The Java object must not be used afterwards. For what
+// was wrapped: what Java made, Java releases.
 JNIEXPORT void oxjni_conn_unwrap(JNIEnv* env, ox_conn_t* conn);
 
 // The same for a listener that the caller made with its own callback; `conn` is its connection,

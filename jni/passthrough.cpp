@@ -30,16 +30,19 @@ jstring valueText(JNIEnv* env, jstring typeName, jobject data) {
   char onStack[1024];
   std::size_t size = sizeof onStack;
   const void* const address = bufferAddress(env, data);
-  const UtfChars name(env, typeName);
+  UtfChars name(env, typeName);
   if (name.notTaken(kStep)) return nullptr;
 
+  std::string larger;
+  const char* rendered = onStack;
   int result = ox_getstr(name.get(), address, onStack, &size);
-  if (result != OX_ERR_BUFFERTOOSMALL) {
-    return result == OX_ERR_OK ? toJava(env, onStack, kStep) : nullptr;
+  if (result == OX_ERR_BUFFERTOOSMALL) {
+    larger.resize(size);
+    rendered = larger.c_str();
+    result = ox_getstr(name.get(), address, larger.data(), &size);
   }
-  std::string larger(size, '\0');
-  result = ox_getstr(name.get(), address, larger.data(), &size);
-  return result == OX_ERR_OK ? toJava(env, larger.c_str(), kStep) : nullptr;
+  name.release();
+  return result == OX_ERR_OK ? toJava(env, rendered, kStep) : nullptr;
 }
 
 jint logText(JNIEnv* env, jstring text, int (*log)(const char*), const char* step) {

@@ -1,4 +1,4 @@
-// Every static object of the library, in the order of construction: within one file that order is
+// Every static object of the JNI layer, in the order of construction: within one file that order is
 // the language's promise, across files it is not. They die in the reverse order when the library is
 // unloaded; there is no environment then to release what is still registered.
 #include <memory>

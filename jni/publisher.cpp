@@ -37,30 +37,27 @@ jint newPublisher(JNIEnv* env, JEnv& cache, ox_conn_t* conn, jstring settings, j
   ox_publisher_t* pub = nullptr;
   if (const int result = ox_pub_new(conn, text.get(), &pub)) return result;
   record->pub = pub;
-  if (!record->jpub.hold(env, publisher)) {
-    reportFailure(kSetRef);
+  if (!record->jpub.hold(env, publisher, kSetRef)) {
     ox_pub_destroy(pub);
     return OX_ERR_INTERNAL;
   }
   static_cast<void>(record.release());
   retire(env, entry.replaceIn(PublisherData::sPubMap, pub));
-  return setObjRef(env, ref, toHandle(pub), kSetRef);
+  return setObjRef(env, cache, ref, toHandle(pub), kSetRef);
 }
 
 jobject wrapPublisher(JNIEnv* env, JEnv& cache, ox_publisher_t* pub) {
   constexpr char kNewObject[] = "oxjni_pub_wrap new object";
+  if (exceptionPending(env)) return nullptr;
   auto record = std::make_unique<PublisherData>();
   Reservation<ox_publisher_t, PublisherData> entry(record.get());
   LocalRef<jobject> publisher(
       env, env->NewObject(cache.publisher.cls, cache.publisher.ctor, toHandle(pub)));
-  if (notMade(env, publisher.get(), kNewObject)) return nullptr;
+  if (javaFailed(env, kNewObject) || !publisher.get()) return nullptr;
 
   const MutexLock lock(cache.pubMutex);
   record->pub = pub;
-  if (!record->jpub.hold(env, publisher.get())) {
-    reportFailure(kNewObject);
-    return nullptr;
-  }
+  if (!record->jpub.hold(env, publisher.get(), kNewObject)) return nullptr;
   static_cast<void>(record.release());
   retire(env, entry.replaceIn(PublisherData::sPubMap, pub));
   return publisher.release();
@@ -115,13 +112,13 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1close(JNIEnv*, j
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1getstate(JNIEnv* env, jclass,
                                                                          jlong handle,
                                                                          jobject state) {
-  return resultWithCache([&](JEnv&) -> jint {
+  return resultWithCache([&](JEnv& cache) -> jint {
     if (!state) return OX_ERR_INVALIDARGUMENT;
     std::int32_t value = 0;
     if (const int result = ox_pub_getstate(fromHandle<ox_publisher_t>(handle), &value)) {
       return result;
     }
-    return setIntRef(env, state, value,
+    return setIntRef(env, cache, state, value,
                      "Java_org_quendel_oxli_impl_OxliImpl_pub_1getstate set state");
   });
 }
@@ -129,13 +126,13 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1getstate(JNIEnv*
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1getscheme(JNIEnv* env, jclass,
                                                                           jlong handle,
                                                                           jobject ref) {
-  return resultWithCache([&](JEnv&) -> jint {
+  return resultWithCache([&](JEnv& cache) -> jint {
     if (!ref) return OX_ERR_INVALIDARGUMENT;
     ox_scheme_desc_t* scheme = nullptr;
     if (const int result = ox_pub_getscheme(fromHandle<ox_publisher_t>(handle), &scheme)) {
       return result;
     }
-    return setObjRef(env, ref, toHandle(scheme),
+    return setObjRef(env, cache, ref, toHandle(scheme),
                      "Java_org_quendel_oxli_impl_OxliImpl_pub_1getscheme set objref");
   });
 }
@@ -150,9 +147,8 @@ jobject oxjni_pub_wrap(JNIEnv* env, ox_publisher_t* pub) {
 }
 
 void oxjni_pub_unwrap(JNIEnv* env, ox_publisher_t* pub) {
-  resultWithCache([&](JEnv& cache) -> jint {
+  doWithCache([&](JEnv& cache) {
     const MutexLock lock(cache.pubMutex);
     retire(env, take(PublisherData::sPubMap, pub));
-    return OX_ERR_OK;
   });
 }

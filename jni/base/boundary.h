@@ -5,9 +5,9 @@
 
 namespace oxli::jni {
 
-// The edge of the library: every native, exported function and callback runs its body through this,
-// because neither the virtual machine nor the gateway can be unwound through. What the body held
-// has been released when `onUnwind` is returned.
+// The edge of the library: natives, exported functions and callbacks run what may throw through
+// this, because neither the virtual machine nor the gateway can be unwound through. What the body
+// held has been released when `onUnwind` is returned.
 template <class Result, class Body>
 Result atBoundary(Result onUnwind, Body&& body) noexcept {
   try {

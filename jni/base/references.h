@@ -7,6 +7,8 @@
 
 #include <utility>
 
+#include "jni/base/failure.h"
+
 namespace oxli::jni {
 
 // A global reference, or null. Holds until drop(): the destructor deletes nothing, because records
@@ -17,11 +19,14 @@ class HeldRef {
   HeldRef(const HeldRef&) = delete;
   HeldRef& operator=(const HeldRef&) = delete;
 
-  // False when the virtual machine could not make the reference. A null `object` is held as null.
-  // REQUIRES: nothing is held.
-  [[nodiscard]] bool hold(JNIEnv* env, jobject object) {
-    ref_ = object ? env->NewGlobalRef(object) : nullptr;
-    return !object || ref_;
+  // False, after the line for `step`, when the reference could not be made. A null `object` is held
+  // as null. REQUIRES: nothing is held.
+  [[nodiscard]] bool hold(JNIEnv* env, jobject object, const char* step) {
+    // A callback of the gateway's may have thrown in the call before.
+    if (javaFailed(env, step)) return false;
+    if (!object) return true;
+    ref_ = env->NewGlobalRef(object);
+    return !notMade(env, ref_, step);
   }
 
   // Legal with an exception pending.

@@ -4,6 +4,8 @@
 
 #include <jni.h>
 
+#include <utility>
+
 #include "jni/base/failure.h"
 #include "jni/base/references.h"
 
@@ -20,8 +22,13 @@ class UtfChars {
       : env_(env), string_(string), chars_(env->GetStringUTFChars(string, nullptr)) {}
   UtfChars(const UtfChars&) = delete;
   UtfChars& operator=(const UtfChars&) = delete;
-  ~UtfChars() {
-    if (chars_) env_->ReleaseStringUTFChars(string_, chars_);
+  ~UtfChars() { release(); }
+
+  // Gives the characters back before the scope ends.
+  void release() {
+    if (const char* const chars = std::exchange(chars_, nullptr)) {
+      env_->ReleaseStringUTFChars(string_, chars);
+    }
   }
 
   // Writes the line for `step` if the characters could not be had.

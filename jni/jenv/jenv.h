@@ -14,7 +14,9 @@ namespace oxli::jni {
 // closes it, while no other native runs; read by any thread, without a lock, in between. It also
 // carries the mutexes of the four registries, because these live as long.
 //
-// Of two mutexes, lsnMutex is locked before connMutex; no other two are held together.
+// An operation that needs both locks lsnMutex before connMutex. They are held during gateway calls,
+// so what a callback does there comes on top: see the Java side, which runs such calls one at a
+// time.
 struct JEnv {
   // Publishes itself as spInstance, then makes the mutexes.
   JEnv();

@@ -21,6 +21,15 @@ jint resultWithCache(Body&& body) noexcept {
   });
 }
 
+// The same for what returns nothing.
+template <class Body>
+void doWithCache(Body&& body) noexcept {
+  atBoundary<bool>(false, [&] {
+    if (JEnv* const cache = JEnv::spInstance) std::forward<Body>(body)(*cache);
+    return true;
+  });
+}
+
 // The same for what returns an object: null without a cache.
 template <class Object = jobject, class Body>
 Object objectWithCache(Body&& body) noexcept {

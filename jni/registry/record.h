@@ -9,9 +9,9 @@
 
 namespace oxli::jni {
 
-// Memory that lives until its last holder lets go. A new record has one holder: its registry entry,
-// or the operation that is about to register it. A subscriber may destroy the object whose gateway
-// call it runs in; the calls in progress then still hold the memory, although the record's
+// Memory that lives until its last pin is gone. A new record has one: that of its registry entry,
+// or of the operation that is about to register it. A subscriber may destroy the object whose
+// gateway call it runs in; the calls in progress still pin the memory then, although the record's
 // references are gone.
 template <class Record>
 class CountedRecord {
@@ -20,26 +20,26 @@ class CountedRecord {
   CountedRecord(const CountedRecord&) = delete;
   CountedRecord& operator=(const CountedRecord&) = delete;
 
-  void hold() noexcept { holders_.fetch_add(1, std::memory_order_relaxed); }
-  void letGo() noexcept {
-    if (holders_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete static_cast<Record*>(this);
+  void pin() noexcept { pins_.fetch_add(1, std::memory_order_relaxed); }
+  void unpin() noexcept {
+    if (pins_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete static_cast<Record*>(this);
   }
 
  protected:
   ~CountedRecord() = default;
 
  private:
-  std::atomic<int> holders_{1};
+  std::atomic<int> pins_{1};
 };
 
-// Holds a record's memory for the scope.
+// Pins a record's memory for the scope.
 template <class Record>
-class Holding {
+class Pin {
  public:
-  explicit Holding(Record& record) : record_(record) { record_.hold(); }
-  Holding(const Holding&) = delete;
-  Holding& operator=(const Holding&) = delete;
-  ~Holding() { record_.letGo(); }
+  explicit Pin(Record& record) : record_(record) { record_.pin(); }
+  Pin(const Pin&) = delete;
+  Pin& operator=(const Pin&) = delete;
+  ~Pin() { record_.unpin(); }
 
  private:
   Record& record_;
@@ -52,7 +52,7 @@ template <class Record>
 class InsideCall {
  public:
   InsideCall(Record& record, JNIEnv* env)
-      : held_(record), env_(record.env), mine_(env), before_(record.env.load()) {
+      : pin_(record), env_(record.env), mine_(env), before_(record.env.load()) {
     env_.store(env);
   }
   InsideCall(const InsideCall&) = delete;
@@ -60,7 +60,7 @@ class InsideCall {
   ~InsideCall() { env_.compare_exchange_strong(mine_, before_); }
 
  private:
-  Holding<Record> held_;
+  Pin<Record> pin_;
   std::atomic<JNIEnv*>& env_;
   JNIEnv* mine_;
   JNIEnv* before_;

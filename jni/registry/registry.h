@@ -1,5 +1,5 @@
 // The registries: from a gateway handle to the record that binds it to its Java object. What all
-// four kinds share stands here; it knows no record type.
+// four kinds share stands here, out-parameters included; it knows no record type.
 //
 // An entry owns its record. A record that is taken out is retired by whoever took it: references
 // dropped, then the memory let go.
@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <map>
 #include <utility>
+
+#include "jni/jenv/jenv.h"
 
 namespace oxli::jni {
 
@@ -63,8 +65,10 @@ Record* take(Registry<Handle, Record>& registry, Handle* handle) {
 }
 
 // Out-parameters: OX_ERR_OK, or OX_ERR_INTERNAL after the line for `step`.
-[[nodiscard]] jint setObjRef(JNIEnv* env, jobject objRef, jlong value, const char* step);
-[[nodiscard]] jint setIntRef(JNIEnv* env, jobject intRef, std::int32_t value, const char* step);
+[[nodiscard]] jint setObjRef(JNIEnv* env, const JEnv& cache, jobject objRef, jlong value,
+                             const char* step);
+[[nodiscard]] jint setIntRef(JNIEnv* env, const JEnv& cache, jobject intRef, std::int32_t value,
+                             const char* step);
 
 }  // namespace oxli::jni
 

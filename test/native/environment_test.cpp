@@ -178,6 +178,15 @@ TEST_F(ExitEventTest, DetachesAThreadThatWasAttachedBefore) {
   EXPECT_EQ("info: [ExitEvent]: jni env found.", loopback::logLines().at(0));
 }
 
+TEST_F(ExitEventTest, LeavesAThreadWithAnExceptionAlone) {
+  script.onExit = [](JNIEnv*) { FAIL(); };
+  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  ASSERT_EQ(OX_ERR_OK, open(""));
+  env->ThrowNew(env->FindClass("java/lang/Error"), "before");
+  ExitEventCB(jni::sExitEventData.get());
+  EXPECT_EQ("Error", takeException());
+}
+
 TEST_F(ExitEventTest, EachRegistrationReplacesTheHandler) {
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
   const jni::ExitEventData* const record = jni::sExitEventData.get();

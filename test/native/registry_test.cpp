@@ -135,6 +135,18 @@ TEST_F(RegistryTest, ClosedEnvironmentBindsNothing) {
   openEnvironment();
 }
 
+TEST_F(RegistryTest, DestroyThroughAWrapReleasesTheRegisteredRecordToo) {
+  const int before = probe->counts.globals;
+  const jlong connection = newConnection();
+  ox_conn_t* const native = fromHandle<ConnData>(connection)->conn;
+  const jobject wrapped = oxjni_conn_wrap(env, native);
+  ASSERT_NE(nullptr, wrapped);
+  EXPECT_EQ(before + 2, probe->counts.globals);
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(env, nullptr, connection));
+  EXPECT_EQ(before + 1, probe->counts.globals);
+  globalsLeft = 1;
+}
+
 // A subscriber's record that native code has wrapped anew: destroying releases both.
 TEST_F(RegistryTest, DestroyReleasesAReplacedRecordToo) {
   const jlong connection = newConnection();

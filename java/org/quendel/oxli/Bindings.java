@@ -11,7 +11,7 @@ import org.quendel.oxli.impl.Results;
  * for each other for ever.
  */
 final class Bindings {
-  /** Taken after the lock of the connection. */
+  /** Taken after the lock of the connection that the call is on. */
   private static final ReentrantLock LOCK = new ReentrantLock();
 
   private Bindings() {}

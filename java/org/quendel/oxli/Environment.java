@@ -14,6 +14,8 @@ public final class Environment implements AutoCloseable {
   /** Held while the environment of the process opens or ends; taken last. */
   private static final Object LIFECYCLE = new Object();
 
+  private static boolean isOpen; // guarded by LIFECYCLE
+
   /**
    * Every connection in a native or about to enter one is in here: a released one stays until its
    * outermost call has returned.
@@ -37,10 +39,13 @@ public final class Environment implements AutoCloseable {
     Objects.requireNonNull(settings, "settings");
     synchronized (LIFECYCLE) {
       final int code = OxliImpl.env_open(settings);
-      if (code == ResultCode.OK) return new Environment();
+      if (code == ResultCode.OK) {
+        isOpen = true;
+        return new Environment();
+      }
       final OxliException failure = Results.failure("Environment.open", code);
-      // What a failed attempt leaves would block the next one; but not what another owner opened.
-      if (code != ResultCode.INVALID_STATE) OxliImpl.env_close();
+      // What a failed attempt leaves would block the next one.
+      if (!isOpen) OxliImpl.env_close();
       throw failure;
     }
   }
@@ -96,6 +101,7 @@ public final class Environment implements AutoCloseable {
     synchronized (LIFECYCLE) {
       if (ended) return;
       ended = true;
+      isOpen = false;
       final int code = OxliImpl.env_close();
       // Afterwards: the gateway may raise the event while it closes.
       ExitEvents.handleNoMore();
