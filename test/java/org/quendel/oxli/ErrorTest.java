@@ -43,7 +43,7 @@ class ErrorTest extends GatewayTest {
   @CsvSource({
       "131072, OX_ERR_INTERNAL,        the gateway itself failed",
       "131073, OX_ERR_INVALIDARGUMENT, an argument is not usable",
-      "131077, OX_ERR_INVALIDSTATE,    the operation does not fit the object's state",
+      "131077, OX_ERR_INVALIDSTATE,    it does not fit the object's state",
       "131079, OX_ERR_BUFFERTOOSMALL,  the buffer does not hold the result",
       "77,     OX_ERR_0x4d,            unknown result code",
       "-1,     OX_ERR_0xffffffff,      unknown result code"})
@@ -56,7 +56,7 @@ class ErrorTest extends GatewayTest {
     final OxliException refused = assertRefused(code, "Connection.process",
         () -> connection.process(0));
     assertEquals(name, refused.getName());
-    assertTrue(refused.getMessage().endsWith(text), refused.getMessage());
+    assertTrue(refused.getMessage().contains(": " + text + " ("), refused.getMessage());
     assertEquals(List.of(0), results);
     connection.process(0);
     assertEquals(List.of(), results);

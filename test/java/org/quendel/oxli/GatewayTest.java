@@ -17,13 +17,14 @@ import org.quendel.oxli.messages.Message;
 
 /** Every test has an environment with an open connection. */
 abstract class GatewayTest {
-  static final String SCHEME = "scheme=?{messages=odd,quote,narrow,wide,rare;"
+  static final String SCHEME = "scheme=?{messages=odd,quote,narrow,wide,rare,empty;"
       + "message.odd=?{fields=n:i4;code=768};"
       + "message.quote=?{id=7;indices=pk;fields=isin:c12,volume:i8,price:d;"
       + "index.pk=?{fields=isin}};"
       + "message.narrow=?{noindex=1;fields=a:i4};"
       + "message.wide=?{noindex=1;fields=a:i4,b:i4,c:i4};"
-      + "message.rare=?{noindex=1;id=1;fields=a:i4,b:i4,c:i4,d:i4}};";
+      + "message.rare=?{noindex=1;id=1;fields=a:i4,b:i4,c:i4,d:i4};"
+      + "message.empty=?{noindex=1;id=1}};";
   static final int ISIN = 0;
   static final int VOLUME = 12;
   static final int PRICE = 20;
@@ -68,10 +69,11 @@ abstract class GatewayTest {
     final OxliException refused = assertThrows(OxliException.class, call);
     assertEquals(code, refused.getCode());
     assertEquals(ResultCode.nameOf(code), refused.getName());
-    final String start =
-        operation + ": " + ResultCode.nameOf(code) + " (0x" + Integer.toHexString(code) + "): ";
-    assertTrue(refused.getMessage().startsWith(start), refused.getMessage());
-    assertTrue(refused.getMessage().length() > start.length(), refused.getMessage());
+    final String start = operation + ": " + ResultCode.nameOf(code) + ": ";
+    final String end = " (0x" + Integer.toHexString(code) + ')';
+    final String text = refused.getMessage();
+    assertTrue(text.startsWith(start) && text.endsWith(end), text);
+    assertTrue(text.length() > start.length() + end.length(), text);
     return refused;
   }
 

@@ -179,7 +179,7 @@ class LifecycleTest extends GatewayTest {
     final int code = ResultCode.INVALID_ARGUMENT;
     final Publisher publisher = publish(SCHEME);
     assertRefused(code, "Environment.newConnection", () -> environment.newConnection("malformed"));
-    assertRefused(code, "Connection.newPublisher", () -> connection.newPublisher("scheme=?{type=x}"));
+    assertRefused(code, "Connection.newPublisher", () -> connection.newPublisher("malformed"));
     assertRefused(code, "Publisher.newMessage", () -> publisher.newMessage("unknown"));
     assertRefused(code, "Publisher.newMessage", () -> publisher.newMessageById(8));
     assertRefused(code, "Publisher.newMessage", () -> publisher.newMessageByIndex(-1));

@@ -39,8 +39,8 @@ class LoadingTest {
 
   @Test
   void propertyLeadsToTheLibrary() throws Exception {
-    final Path jar = jarElsewhere();
-    assertEquals("opened\n", run(jar, "-Doxli.library.path=" + jarOf(Environment.class).getParent()));
+    final Path libraries = jarOf(Environment.class).getParent();
+    assertEquals("opened\n", run(jarElsewhere(), "-Doxli.library.path=" + libraries));
   }
 
   @Test
