@@ -299,6 +299,21 @@ TEST_F(DeliveryTest, CallbackMayDestroyTheListenerThatIsBeingClosed) {
   OXLI(lsn_1destroy)(env, nullptr, listener);
   EXPECT_EQ(2, messages);
 
+  // Destroyed and made anew meanwhile, under the handle that has become free.
+  listener = newListener(connection);
+  OXLI(lsn_1open)(env, nullptr, listener, text(""));
+  ox_listener_t* const handle = lsn();
+  ListenerData newcomer;
+  script.onMessage = [&](JNIEnv* on, jobject message) {
+    const jint result = destroy(on, message);
+    ListenerData::sLsnMap[handle] = &newcomer;
+    return result;
+  };
+  OXLI(lsn_1destroy)(env, nullptr, listener);
+  EXPECT_EQ(&newcomer, ListenerData::sLsnMap[handle]);
+  EXPECT_FALSE(newcomer.retired);
+  ListenerData::sLsnMap.clear();
+
   listener = newListener(connection);
   OXLI(lsn_1open)(env, nullptr, listener, text(""));
   newPublisher(connection, "stream=s;scheme=?{messages=m;message.m=?{fields=f:i4}}");

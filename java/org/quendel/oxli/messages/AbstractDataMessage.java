@@ -29,7 +29,10 @@ public abstract class AbstractDataMessage extends Message {
     return msgId;
   }
 
-  /** The message's name in the scheme. */
+  /**
+   * The message's name in the scheme. Delivered messages with neither index nor id share one object,
+   * which has the name of the first of them.
+   */
   public final String getMsgName() {
     return msgName;
   }

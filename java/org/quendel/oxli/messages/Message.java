@@ -36,6 +36,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
   // More than any encoded decimal takes.
   private static final int DECIMAL_ROOM = 64;
+  private static final byte[] ZEROS = new byte[DECIMAL_ROOM];
 
   static {
     MessageAccess.install(new Access());
@@ -46,6 +47,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
   private long schemeRef;
   private ByteBuffer data;
   private MessageOwner owner;
+  private ByteBuffer decimalRoom; // of messages that have a record
 
   Message(int type) {
     this.type = type;
@@ -75,8 +77,10 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
    * @throws IndexOutOfBoundsException when the payload is shorter
    */
   public final String getText(int offset, int length) {
+    // Checked before anything of that length is made.
+    final ByteBuffer field = payloadAt(offset, length);
     final byte[] bytes = new byte[length];
-    payloadAt(offset, length).get(bytes);
+    field.get(bytes);
     int end = 0;
     while (end < length && bytes[end] != 0) ++end;
     return new String(bytes, 0, end, StandardCharsets.UTF_8);
@@ -108,11 +112,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
   public final BigDecimal getDecimal(int offset) {
     ByteBuffer field = payloadAt(offset, 1);
     field.limit(field.capacity());
-    if (!field.isDirect()) {
-      final ByteBuffer direct = ByteBuffer.allocateDirect(DECIMAL_ROOM);
-      field.limit(Math.min(field.limit(), field.position() + DECIMAL_ROOM));
-      field = direct.put(field).clear();
-    }
+    if (!field.isDirect() || field.remaining() < DECIMAL_ROOM) field = padded(field);
     // Sliced, because native code takes the address of a buffer's first byte.
     final BigDecimal value = OxliImpl.bcd_get(field.slice());
     if (value == null) throw Results.failure("Message.getDecimal", ResultCode.INTERNAL);
@@ -149,6 +149,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     copy.set(0);
     copy.schemeRef = 0;
     copy.owner = null;
+    copy.decimalRoom = null;
     copy.setAllocCreateType();
     copy.setData(payload == null ? null : ByteBuffer.allocate(payload.capacity())
         .put(payload.duplicate().clear()).clear());
@@ -202,6 +203,21 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
   final boolean isOutgoing() {
     return owner != null;
+  }
+
+  /**
+   * The bytes that are left, followed by zeros: native code reads as far as an encoding reaches,
+   * which only the gateway knows.
+   */
+  private ByteBuffer padded(ByteBuffer field) {
+    // A copy may be read by several threads.
+    final boolean shared = createType == MADE_ON_HEAP;
+    if (!shared && decimalRoom == null) decimalRoom = ByteBuffer.allocateDirect(2 * DECIMAL_ROOM);
+    final ByteBuffer room = shared ? ByteBuffer.allocateDirect(2 * DECIMAL_ROOM) : decimalRoom;
+    field.limit(Math.min(field.limit(), field.position() + DECIMAL_ROOM));
+    room.clear();
+    room.put(field).put(ZEROS);
+    return room.clear();
   }
 
   private boolean isAlive() {
