@@ -174,15 +174,19 @@ JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*) {
 
 JNIEXPORT jint Java_org_quendel_oxli_ScriptedSubscriber_onMessage(JNIEnv* env, jobject, jobject,
                                                                   jobject, jobject message) {
-  return oxli::test::script.onMessage ? oxli::test::script.onMessage(env, message) : 0;
+  // A copy each time: what runs may replace itself in the script.
+  const auto onMessage = oxli::test::script.onMessage;
+  return onMessage ? onMessage(env, message) : 0;
 }
 
 JNIEXPORT jobject Java_org_quendel_oxli_ScriptedListener_getScheme(JNIEnv* env, jobject) {
-  return oxli::test::script.getScheme ? oxli::test::script.getScheme(env) : nullptr;
+  const auto getScheme = oxli::test::script.getScheme;
+  return getScheme ? getScheme(env) : nullptr;
 }
 
 JNIEXPORT void Java_org_quendel_oxli_ScriptedExitHandler_onExitEvent(JNIEnv* env, jobject) {
-  if (oxli::test::script.onExit) oxli::test::script.onExit(env);
+  const auto onExit = oxli::test::script.onExit;
+  if (onExit) onExit(env);
 }
 }
 
