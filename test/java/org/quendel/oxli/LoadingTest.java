@@ -2,14 +2,11 @@ package org.quendel.oxli;
 
 import static org.junit.jupiter.api.Assertions.*;
 
-import java.io.IOException;
 import java.io.File;
+import java.net.URI;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
-import java.nio.file.Path;
-import java.nio.file.Paths;
-import java.util.ArrayList;
-import java.util.List;
+import java.nio.file.*;
+import java.util.*;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -17,6 +14,8 @@ class LoadingTest {
   private static final String LIBRARY = System.mapLibraryName("oxli_jni");
 
   @TempDir Path elsewhere;
+  private final Path jar = Path.of(URI.create(
+      Environment.class.getProtectionDomain().getCodeSource().getLocation().toString()));
 
   /** What the child virtual machines run. */
   static final class Child {
@@ -28,82 +27,54 @@ class LoadingTest {
         System.out.println("opened");
       } catch (UnsatisfiedLinkError e) {
         System.out.println(e.getMessage());
-        try {
-          Environment.open("");
-        } catch (NoClassDefFoundError again) {
-          System.out.println("failed again");
-        }
+        assertThrows(NoClassDefFoundError.class, () -> Environment.open(""));
+        System.out.println("failed again");
       }
     }
   }
 
   @Test
-  void propertyLeadsToTheLibrary() throws Exception {
-    final Path libraries = jarOf(Environment.class).getParent();
-    assertEquals("opened\n", run(jarElsewhere(), "-Doxli.library.path=" + libraries));
+  void libraryIsFoundByThePropertyOrBesideTheJar() throws Exception {
+    assertEquals("opened\n", run(copy(), "-Doxli.library.path=" + jar.getParent()));
+    assertEquals("opened\n", run(jar, "-Djava.library.path=" + elsewhere));
   }
 
   @Test
-  void libraryBesideTheJarIsFound() throws Exception {
-    assertEquals("opened\n", run(jarOf(Environment.class), "-Djava.library.path=" + elsewhere));
-  }
+  void everyPlaceTriedIsNamedAndAWrongPropertyIsFollowed() throws Exception {
+    final String every = run(copy(), "-Djava.library.path=/nonexistent");
+    assertTrue(every.contains("\n  java.library.path=/nonexistent: "), every);
+    assertTrue(every.contains("\n  " + elsewhere.resolve(LIBRARY) + ": "), every);
+    assertTrue(every.endsWith("failed again\n"), every);
 
-  @Test
-  void wrongPropertyIsFollowedAllTheSame() throws Exception {
-    final Path jar = jarOf(Environment.class);
     final String text = run(jar, "-Doxli.library.path=" + elsewhere,
         "-Djava.library.path=" + jar.getParent());
     assertTrue(text.startsWith("cannot load the native library oxli_jni:\n  "
         + elsewhere.resolve(LIBRARY) + ": "), text);
-    assertTrue(text.endsWith("failed again\n"), text);
     assertFalse(text.contains("java.library.path"), text);
-    assertFalse(text.contains(jar.getParent().toString()), text);
-  }
-
-  @Test
-  void everyPlaceTriedIsNamed() throws Exception {
-    final Path jar = jarElsewhere();
-    final String text = run(jar, "-Djava.library.path=/nonexistent");
-    assertTrue(text.contains("\n  java.library.path=/nonexistent: "), text);
-    assertTrue(text.contains("\n  " + jar.resolveSibling(LIBRARY) + ": "), text);
     assertTrue(text.endsWith("failed again\n"), text);
   }
 
-  /** What the child writes; nothing of it may be an error or a warning. */
-  private String run(Path jar, String... options) throws Exception {
-    final List<String> command = new ArrayList<>();
-    command.add(Paths.get(System.getProperty("java.home"), "bin", "java").toString());
-    command.add("-Xcheck:jni");
+  /** What the child writes, errors and warnings included. */
+  private static String run(Path jar, String... options) throws Exception {
+    final List<String> command = new ArrayList<>(List.of(
+        Path.of(System.getProperty("java.home"), "bin", "java").toString(), "-Xcheck:jni"));
     // Newer virtual machines warn of native code that nobody has given leave to.
     if (Runtime.version().feature() >= 22) command.add("--enable-native-access=ALL-UNNAMED");
     command.addAll(List.of(options));
-    command.addAll(List.of("-cp", jar + File.pathSeparator + jarOf(LoadingTest.class),
+    command.addAll(List.of("-cp", jar + File.pathSeparator + System.getProperty("java.class.path"),
         Child.class.getName()));
-    final Path output = Files.createTempFile(elsewhere, "output", "");
-    final Path errors = Files.createTempFile(elsewhere, "errors", "");
-    final ProcessBuilder builder = new ProcessBuilder(command)
-        .redirectOutput(output.toFile()).redirectError(errors.toFile());
+    final ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
     // Each makes the virtual machine write a line that it has picked it up.
     builder.environment().keySet()
         .removeAll(List.of("JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"));
-    assertEquals(0, builder.start().waitFor(), () -> text(errors));
-    assertEquals("", text(errors));
-    return text(output);
+    final Process child = builder.start();
+    final String text =
+        new String(child.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+    assertEquals(0, child.waitFor(), text);
+    return text;
   }
 
-  private Path jarElsewhere() throws Exception {
-    return Files.copy(jarOf(Environment.class), elsewhere.resolve("oxli.jar"));
-  }
-
-  private static Path jarOf(Class<?> type) throws Exception {
-    return Paths.get(type.getProtectionDomain().getCodeSource().getLocation().toURI());
-  }
-
-  private static String text(Path file) {
-    try {
-      return new String(Files.readAllBytes(file), StandardCharsets.UTF_8);
-    } catch (IOException e) {
-      throw new java.io.UncheckedIOException(e);
-    }
+  private Path copy() throws Exception {
+    return Files.copy(jar, elsewhere.resolve("oxli.jar"));
   }
 }
