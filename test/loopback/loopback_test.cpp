@@ -214,9 +214,9 @@ TEST_F(Loopback, ReplicaGetsSnapshotChangesAndResumes) {
   for (Inbox* each : {&inbox, &plain}) ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(each->lsn));
   ASSERT_EQ(OX_ERR_OK, ox_pub_destroy(pub));
   inbox = {};
-  publish(kReplica);
+  post(publish(kReplica), "E");
   listen(conn, inbox, "mode=replica;replstate=?{lifenum=1;rev=5}");
-  EXPECT_EQ("open life2 { } online", received());
+  EXPECT_EQ("open life2 { E#1 } online", received());
 }
 
 TEST_F(Loopback, UnansweredRequestTimesOut) {
@@ -268,16 +268,19 @@ TEST_F(Loopback, OneThreadAtATimeDelivers) {
   start();
   post(pub, "A");
   std::thread next;
+  const auto wait = [&] { EXPECT_EQ(OX_ERR_OK, process(40000)); };
   inbox.on = [&](ox_msg_t& msg) {
     if (msg.type != OX_MSG_OPEN) return 0;
     std::thread([&] { EXPECT_EQ(OX_ERR_OK, process()); }).join();
     EXPECT_EQ("open", inbox.words);
-    next = std::thread([&] { EXPECT_EQ(OX_ERR_OK, process(40000)); });
-    std::this_thread::sleep_for(20ms);  // it waits for its turn, then for a message
-    return 0;
+    next = std::thread(wait);
+    std::this_thread::sleep_for(20ms);  // it waits for its turn
+    return 77;
   };
-  EXPECT_EQ(OX_ERR_OK, process());
-  std::this_thread::sleep_for(20ms);
+  EXPECT_EQ(77, process());
+  next.join();
+  next = std::thread(wait);
+  std::this_thread::sleep_for(20ms);  // it waits for a message
   post(pub, "B");
   next.join();
   EXPECT_EQ("open A/0 B/0", take());
