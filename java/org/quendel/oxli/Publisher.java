@@ -176,7 +176,7 @@ public final class Publisher implements AutoCloseable {
       if (messageOwner != null && messageOwner != owner) {
         throw new IllegalArgumentException("the message is another publisher's");
       }
-      if (message.getRef() == 0) {
+      if (!MessageAccess.get().isAttached(message)) {
         throw new IllegalStateException("the message is a copy, has ended or has been closed");
       }
       Results.check("Publisher.post", OxliImpl.pub_post(pub, message, flags));

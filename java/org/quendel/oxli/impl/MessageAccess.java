@@ -25,6 +25,9 @@ public abstract class MessageAccess {
   /** Takes the record away from the message; later uses of its payload fail. Gives the address. */
   public abstract long detach(Message message);
 
+  /** Whether the message has a record now. */
+  public abstract boolean isAttached(Message message);
+
   /** Makes the owner the one through which the message is closed and rendered. */
   public abstract void adopt(Message message, MessageOwner owner);
 

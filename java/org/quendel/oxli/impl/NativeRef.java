@@ -2,7 +2,7 @@ package org.quendel.oxli.impl;
 
 /**
  * Holds an address of native memory. Messages and out-parameters share this class because native
- * code both asks a holder for its address and gives it a new one, whichever of the two it is.
+ * code asks a holder for its address and gives it a new one without telling the two apart.
  */
 public abstract class NativeRef {
   private long ref;
@@ -10,13 +10,13 @@ public abstract class NativeRef {
   /** For the holders of this library. */
   protected NativeRef() {}
 
-  /** The address held, 0 when there is none. Also called by the library's native code. */
-  public long getRef() {
+  /** The address held, 0 when there is none. Also called by native code, whatever the access. */
+  protected long getRef() {
     return ref;
   }
 
-  /** Called by the library's native code; does not touch what the address points to. */
-  public void set(long newRef) {
+  /** Called by native code, whatever the access; does not touch what the address points to. */
+  protected void set(long newRef) {
     ref = newRef;
   }
 }

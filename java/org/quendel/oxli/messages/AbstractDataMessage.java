@@ -30,8 +30,9 @@ public abstract class AbstractDataMessage extends Message {
   }
 
   /**
-   * The message's name in the scheme. Delivered messages with neither index nor id share one object,
-   * which has the name of the first of them.
+   * The message's name in the scheme. Delivered messages of one index share an object, those without
+   * an index one for each id, those with neither one for all; an index and an id of the same number
+   * count as one. Index, id and name are those of the first message that the object showed.
    */
   public final String getMsgName() {
     return msgName;

@@ -28,7 +28,8 @@ import org.quendel.oxli.impl.Results;
  * </ul>
  *
  * <p>Never keep a buffer or a part of one beyond the life of its message: the bytes may be gone,
- * and nothing can tell. Messages are not thread-safe. Offsets and lengths are in bytes.
+ * and nothing can tell. Never write into a delivered message's buffer: others may be receiving the
+ * same bytes. Messages are not thread-safe. Offsets and lengths are in bytes.
  */
 public class Message extends NativeRef implements AutoCloseable, Cloneable {
   private static final int MADE_BY_GATEWAY = 0;
@@ -246,6 +247,11 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
       final long ref = message.getRef();
       message.forgetRecord();
       return ref;
+    }
+
+    @Override
+    public boolean isAttached(Message message) {
+      return message.getRef() != 0;
     }
 
     @Override
