@@ -73,7 +73,7 @@ void deliverExitEvent(const ExitEventData& data) {
     ox_log_error("[ExitEvent]: Can't get java environment.");
     return;
   }
-  // Read once: the environment may be closed meanwhile.
+  // Read before anything that takes time: nothing keeps the environment open meanwhile.
   const JEnv* const cache = JEnv::spInstance;
   const jmethodID onExitEvent = cache ? cache->exitEventSubscriber.onExitEvent : nullptr;
   if (!onExitEvent || !data.handler.get()) {
