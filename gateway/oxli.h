@@ -177,8 +177,8 @@ typedef struct ox_scheme_desc {
   ox_message_desc_t* messages;
 } ox_scheme_desc_t;
 
-// Receives one message. A non-zero result ends the gateway call that delivers and becomes its
-// result. `data` is what ox_lsn_new was given.
+// Receives one message. A non-zero result ends the ox_conn_process that delivers and becomes its
+// result; what other calls do with it is the gateway's. `data` is what ox_lsn_new was given.
 typedef int (*ox_listener_cb_t)(ox_conn_t* conn, ox_listener_t* lsn, ox_msg_t* msg, void* data);
 typedef void (*ox_exit_cb_t)(void* data);
 

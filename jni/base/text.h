@@ -50,7 +50,8 @@ class JavaText {
 
   // Writes the line for `step` if the string could not be made.
   [[nodiscard]] bool notMadeFor(const char* step) const {
-    return text_ && notMade(env_, string_.get(), step);
+    // A string that is there left no exception: not asked for again on the way of every message.
+    return text_ && !string_.get() && notMade(env_, nullptr, step);
   }
   jstring get() const { return string_.get(); }
 

@@ -18,7 +18,7 @@ import org.quendel.oxli.impl.Results;
  * <p>One lock, fair, is held by every call on the connection and its listeners: one thread at a
  * time is inside, and another one waits, for a {@link #process} in progress as well. Choose
  * timeouts of {@code process} by how long others may wait. The thread inside may call again from
- * {@code onMessage}. Publishers have locks of their own.
+ * {@code onMessage}, within the limits that {@link ISubscriber} gives. Publishers have locks of their own.
  */
 public final class Connection implements AutoCloseable {
   private final Environment environment;
