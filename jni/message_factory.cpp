@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
 #include "jni/base/failure.h"
 #include "jni/base/handles.h"
+#include "jni/base/load.h"
 #include "jni/base/references.h"
 #include "jni/base/text.h"
 #include "jni/jenv/jenv.h"
@@ -13,14 +13,6 @@
 namespace oxli::jni {
 
 namespace {
-
-// Payload fields lie where the gateway puts them: some are not aligned.
-template <class T>
-T load(const void* address) {
-  T value;
-  std::memcpy(&value, address, sizeof value);
-  return value;
-}
 
 // Calls a setter; false after the line for `step` if it threw.
 template <class Value>

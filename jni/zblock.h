@@ -7,12 +7,15 @@
 
 namespace oxli::jni {
 
-// Binds a Java `ZBlock` to the descriptor of a block of bytes outside a message's payload.
+// Binds a Java `ZBlock` to the descriptor of a block of bytes outside a message's payload; the Java
+// handle is this record's address. Everything but `zblock_unwrap` reads and writes it, and
+// descriptors in payloads too, while JEnv::zblockMutex is held.
 struct ZBlockData {
-  ox_zblock_t* zblock = nullptr;  // in a payload, or the record's own
+  // In a payload, or the record's own; null when the latest binding failed.
+  ox_zblock_t* zblock = nullptr;
   HeldRef jzblock;
   HeldRef jbuffer;     // whose memory the binding depends on
-  bool owned = false;  // the descriptor is freed with the record
+  bool owned = false;  // the descriptor is freed with the binding
 
   // Guarded by JEnv::zblockMutex.
   static Registry<ox_zblock_t, ZBlockData> sZBlockMap;

@@ -35,6 +35,9 @@ class HeldRef {
     if (const jobject ref = std::exchange(ref_, nullptr)) env->DeleteGlobalRef(ref);
   }
 
+  // Holds what `other` holds from now on, and the other way round.
+  void swap(HeldRef& other) noexcept { std::swap(ref_, other.ref_); }
+
   jobject get() const { return ref_; }
 
  private:

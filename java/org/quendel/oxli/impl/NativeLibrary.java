@@ -4,8 +4,8 @@ import java.io.File;
 import java.net.URISyntaxException;
 import java.security.CodeSource;
 
-/** Finds and loads the native library. */
-final class NativeLibrary {
+/** Finds and loads the native library. For the classes that declare natives. */
+public final class NativeLibrary {
   private static final String NAME = "oxli_jni";
   private static final String DIRECTORY_PROPERTY = "oxli.library.path";
 
@@ -14,11 +14,11 @@ final class NativeLibrary {
   /**
    * Loads from the directory of the property {@code oxli.library.path} when it is set, and then
    * from nowhere else; otherwise from {@code java.library.path}, and after that from the directory
-   * of this library's jar.
+   * of this library's jar. Harmless when it has been loaded.
    *
    * @throws UnsatisfiedLinkError naming every place tried and what was wrong with it
    */
-  static void load() {
+  public static void load() {
     final String directory = System.getProperty(DIRECTORY_PROPERTY);
     final StringBuilder tried = new StringBuilder("cannot load the native library " + NAME + ':');
     final boolean loaded = directory != null

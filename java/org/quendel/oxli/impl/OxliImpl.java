@@ -8,6 +8,7 @@ import org.quendel.oxli.ISubscriber;
 import org.quendel.oxli.Listener;
 import org.quendel.oxli.Publisher;
 import org.quendel.oxli.Scheme;
+import org.quendel.oxli.ZBlock;
 import org.quendel.oxli.messages.Message;
 
 /**
@@ -99,6 +100,9 @@ public final class OxliImpl {
   /** Stores the address of the listener's scheme description. */
   public static native int lsn_getscheme(long lsn, ObjRef ref);
 
+  /** Fills the scheme from the listener's description. */
+  public static native int lsn_newscheme(long lsn, Scheme scheme);
+
   /** The listener's name. */
   public static native String lsn_getname(long lsn);
 
@@ -123,6 +127,9 @@ public final class OxliImpl {
   /** Stores the address of the publisher's scheme description. */
   public static native int pub_getscheme(long pub, ObjRef ref);
 
+  /** Fills the scheme from the publisher's description. */
+  public static native int pub_newscheme(long pub, Scheme scheme);
+
   /** The publisher's name. */
   public static native String pub_getname(long pub);
 
@@ -143,4 +150,24 @@ public final class OxliImpl {
 
   /** Renders a message's record as UTF-8 text; null when the gateway gave none. */
   public static native byte[] msg_dump(Message message, long argument);
+
+  /** Makes a descriptor of the buffer's memory, from its first byte to its capacity. */
+  public static native int zblock_new(NativeRef ref, ByteBuffer buffer, ZBlock zblock);
+
+  /**
+   * Binds to the descriptor at the offset of a payload and gives the z-block its bytes, or null when
+   * no descriptor fits there or none of it can be a buffer; {@code ref} is then left alone. A
+   * binding that {@code ref} holds is released and used again.
+   */
+  public static native void zblock_wrap(ByteBuffer payload, NativeRef ref, ZBlock zblock,
+      long offset);
+
+  /** Copies the descriptor to the offset of a payload: 0, or -1 when it does not fit. */
+  public static native int zblock_unwrap(ByteBuffer payload, long handle, long offset);
+
+  /** Makes the descriptor, wherever it is, that of the buffer's memory. */
+  public static native int zblock_rebind(ByteBuffer buffer, long handle);
+
+  /** Ends a binding; 0 is ignored. */
+  public static native int zblock_destroy(long handle);
 }

@@ -1,0 +1,2 @@
+/** Internal: the binding to native code that needs no gateway. Not an API. */
+package org.quendel.oxli.ex.impl;

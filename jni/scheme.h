@@ -1,0 +1,32 @@
+// Java's description of a scheme, made from the gateway's. What a conversion makes are local
+// references that live until the calling native returns; buffers are views of the gateway's own
+// bytes. A failed step writes its line and leaves its Java exception pending; what was made until
+// then stays behind. The records must not change meanwhile. While the environment is closed, and
+// with a null record, nothing happens.
+#ifndef OXLI_JNI_SCHEME_H
+#define OXLI_JNI_SCHEME_H
+
+#include <jni.h>
+
+#include "oxli.h"
+
+extern "C" {
+
+// Fills a Java `Scheme`.
+JNIEXPORT void createScheme(JNIEnv* env, const ox_scheme_desc_t* desc, jobject scheme);
+
+// `out` receives the new `MessageDesc`; a conversion that ends early leaves it alone.
+JNIEXPORT void create_message_desc(JNIEnv* env, const ox_message_desc_t* desc, jobject* out);
+
+// A new `FieldDesc`, of the classes given. Writes no line of its own: null with the exception
+// pending when it failed.
+JNIEXPORT jobject create_field_desc(JNIEnv* env, jclass fieldDesc, jmethodID fieldDescCtor,
+                                    jclass fieldValueDesc, jmethodID fieldValueDescCtor,
+                                    const ox_field_desc_t* desc);
+
+// A new array: key, value, key, value, in list order; empty for a null list. Fails as
+// create_field_desc does.
+JNIEXPORT jobjectArray getHints(JNIEnv* env, const ox_hint_t* hints);
+}
+
+#endif  // OXLI_JNI_SCHEME_H
