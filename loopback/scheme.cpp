@@ -10,6 +10,9 @@ namespace {
 
 constexpr std::size_t kMaxPayload = std::size_t{1} << 20;
 constexpr std::size_t kDecimalSize = 9;
+// Of a list, and fields of a message, those of nested ones included. Keeps small what is squared
+// below, and what doubles with every level of nesting.
+constexpr std::size_t kMaxItems = 4096;
 
 // The items of a comma-separated list, none of them empty.
 std::vector<std::string> list(const Properties& settings, const std::string& key) {
@@ -18,7 +21,7 @@ std::vector<std::string> list(const Properties& settings, const std::string& key
   const std::string& text = settings.get(key);
   for (std::size_t begin = 0; begin <= text.size();) {
     const std::size_t end = std::min(text.find(',', begin), text.size());
-    require(end > begin);
+    require(end > begin && items.size() < kMaxItems);
     items.push_back(text.substr(begin, end - begin));
     begin = end + 1;
   }
@@ -100,11 +103,11 @@ T& Scheme::make(T value) {
 }
 
 template <class Node>
-Node& Scheme::append(Node*& list) {
-  Node** end = &list;
-  while (*end) end = &(*end)->next;
-  *end = &make<Node>();
-  return **end;
+Node& Scheme::append(Node**& end) {
+  Node& added = make<Node>();
+  *end = &added;
+  end = &added.next;
+  return added;
 }
 
 void Scheme::addMessage(const std::string& name, const Properties& source) {
@@ -122,20 +125,24 @@ void Scheme::addMessage(const std::string& name, const Properties& source) {
   added.name = keep(name);
   added.desc = keep(source.get("desc"));
   added.hints = hintsOf(source);
-  for (const std::string& item : list(source, "fields")) addField(added, item, source);
+  for (const std::string& item : list(source, "fields")) addField(message, item, source);
   for (const std::string& index : list(source, "indices")) addIndex(message, index, source);
   link = &added;
 }
 
-void Scheme::addField(ox_message_desc_t& owner, const std::string& item, const Properties& source) {
+void Scheme::addField(Message& message, const std::string& item, const Properties& source) {
   const auto [name, typeText] = halves(item);
-  require(!fieldNamed(owner, name));
   const Properties details = block(source, "field." + name);
   const Type type = typeOf(typeText);
 
+  ox_message_desc_t& owner = message.description;
+  ox_field_desc_t** end = &owner.fields;
   std::size_t behind = 0;
-  for (const ox_field_desc_t* f = owner.fields; f; f = f->next) behind = f->offset + f->size;
-  ox_field_desc_t& field = append(owner.fields);
+  for (; *end; end = &(*end)->next) {
+    require((*end)->name != name);
+    behind = (*end)->offset + (*end)->size;
+  }
+  ox_field_desc_t& field = append(end);
   field.number = owner.num_fields++;
   field.name = keep(name);
   field.desc = keep(details.get("desc"));
@@ -148,13 +155,16 @@ void Scheme::addField(ox_message_desc_t& owner, const std::string& item, const P
     require(nested && &nested->description != &owner);
     field.msg = const_cast<ox_message_desc_t*>(&nested->description);
     field.size = nested->description.size;
+    message.numFields += nested->numFields;
   }
-  require(field.offset <= kMaxPayload && field.size <= kMaxPayload);
+  require(++message.numFields <= kMaxItems);
+  require(field.offset <= kMaxPayload && field.offset + field.size <= kMaxPayload);
   owner.size = std::max(owner.size, field.offset + field.size);
 
+  ox_field_value_desc_t** endOfValues = &field.values;
   for (const auto& [valueName, meaning] : block(details, "values")) {
     const auto [digits, desc] = halves(meaning);
-    ox_field_value_desc_t& value = append(field.values);
+    ox_field_value_desc_t& value = append(endOfValues);
     ++field.num_values;
     value.name = keep(valueName);
     value.desc = keep(desc);
@@ -165,17 +175,23 @@ void Scheme::addField(ox_message_desc_t& owner, const std::string& item, const P
 void Scheme::addIndex(Message& message, const std::string& name, const Properties& source) {
   const Properties details = block(source, "index." + name);
   ox_message_desc_t& owner = message.description;
-  ox_index_desc_t& index = append(owner.indices);
+  ox_index_desc_t** end = &owner.indices;
+  for (; *end; end = &(*end)->next) require((*end)->name != name);
+  ox_index_desc_t& index = append(end);
   index.name = keep(name);
   index.desc = keep(details.get("desc"));
   index.hints = hintsOf(details);
+  ox_index_field_desc_t** endOfFields = &index.fields;
+  std::size_t size = 0;
   for (const std::string& item : list(details, "fields")) {
     const auto [fieldName, param] = halves(item);
-    ox_index_field_desc_t& member = append(index.fields);
+    ox_index_field_desc_t& member = append(endOfFields);
     ++index.num_fields;
     member.field = fieldNamed(owner, fieldName);
     member.param = param.empty() ? 0 : toNumber<std::int32_t>(param);
     require(member.field);
+    size += member.field->size;
+    require(size <= kMaxPayload);
     if (owner.num_indices == 0) message.key.push_back(member.field);
   }
   ++owner.num_indices;
@@ -183,8 +199,9 @@ void Scheme::addIndex(Message& message, const std::string& name, const Propertie
 
 ox_hint_t* Scheme::hintsOf(const Properties& source) {
   ox_hint_t* hints = nullptr;
+  ox_hint_t** end = &hints;
   for (const auto& [key, value] : block(source, "hints")) {
-    ox_hint_t& hint = append(hints);
+    ox_hint_t& hint = append(end);
     hint.key = keep(key);
     hint.value = keep(value);
   }

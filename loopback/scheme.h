@@ -69,6 +69,7 @@ class Scheme {
     std::uint64_t index = 0;  // `position` or UNKEYED_INDEX
     std::uint32_t id = UNKEYED_ID;
     std::uint32_t code = 0;                   // 0: the publisher's mode decides
+    std::size_t numFields = 0;                // those of nested messages included
     std::vector<const ox_field_desc_t*> key;  // the first index's fields; none: rows have no key
   };
 
@@ -85,11 +86,11 @@ class Scheme {
   template <class T>
   T& make(T value = {});
   template <class Node>
-  Node& append(Node*& list);
+  Node& append(Node**& end);
   const char* keep(const std::string& text) { return make(text).c_str(); }
   const void* keepInteger(Type type, const std::string& digits);
   void addMessage(const std::string& name, const Properties& source);
-  void addField(ox_message_desc_t& owner, const std::string& item, const Properties& source);
+  void addField(Message& message, const std::string& item, const Properties& source);
   void addIndex(Message& message, const std::string& name, const Properties& source);
   ox_hint_t* hintsOf(const Properties& source);
 

@@ -179,9 +179,23 @@ TEST_F(Loopback, SchemeTextBecomesDescriptions) {
   for (const char* malformed :
        {"fields=n:q4", "fields=n:i3", "fields=n:i4,n:i4", "fields=n:i4,,m:i4",
         "fields=n:m;field.n=?{message=a}", "fields=n:i1;field.n=?{values=?{a=128}}",
-        "fields=n:i1;field.n=?{offset=-1}", "indices=i;index.i=?{fields=n}", "code=288"}) {
+        "fields=n:i1;field.n=?{offset=-1}", "indices=i;index.i=?{fields=n}", "indices=i,i",
+        "fields=n:c1048576,m:u1", "fields=n:c524289;indices=i;index.i=?{fields=n,n}", "code=288"}) {
     const std::string text = std::string("scheme=?{messages=a;message.a=?{") + malformed + "}}";
     EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_new(conn, text.c_str(), &pub)) << malformed;
+  }
+  // In one place, so that their fields double with every level and their size does not.
+  std::string names = "m0";
+  std::string doubling = "message.m0=?{fields=a:u1}";
+  for (int level = 1; level <= 11; ++level) {
+    const std::string m = "m" + std::to_string(level);
+    const std::string details = "=?{message=m" + std::to_string(level - 1) + ";offset=0}";
+    names += ',' + m;
+    doubling +=
+        ";message." + m + "=?{fields=a:m,b:m;field.a" + details + ";field.b" + details + '}';
+    const std::string text = "scheme=?{messages=" + names + ';' + doubling + '}';
+    const int expected = level < 11 ? OX_ERR_OK : OX_ERR_INVALIDARGUMENT;
+    EXPECT_EQ(expected, ox_pub_new(conn, text.c_str(), &pub)) << text;
   }
 }
 
