@@ -1,13 +1,16 @@
 package org.quendel.oxli;
 
+import java.nio.ByteBuffer;
 import java.util.Objects;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.function.Supplier;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
 
 /**
- * The gateway's library, opened for this process: one at a time. Owns the connections made from it.
+ * The gateway's library, opened for this process: one at a time. Owns the connections and z-blocks
+ * made from it.
  * May be used by any thread.
  */
 public final class Environment implements AutoCloseable {
@@ -21,6 +24,9 @@ public final class Environment implements AutoCloseable {
    * outermost call has returned.
    */
   private final Set<Connection> connections = ConcurrentHashMap.newKeySet();
+
+  /** All that are not closed. */
+  private final Set<ZBlock> zblocks = ConcurrentHashMap.newKeySet();
 
   private boolean closing; // guarded by this, which is held for no call into native code
   private boolean ended; // guarded by LIFECYCLE
@@ -63,6 +69,27 @@ public final class Environment implements AutoCloseable {
     return connection;
   }
 
+  /** Makes a z-block to receive blocks with. */
+  public ZBlock newZBlock() {
+    final ZBlock zblock = new ZBlock(this);
+    zblock.create(null);
+    return zblock;
+  }
+
+  /**
+   * Makes a z-block to send.
+   *
+   * @param memory a direct buffer: the bytes from its position to its limit. It stays the caller's;
+   *     its later position and limit do not count.
+   * @throws IllegalArgumentException when the buffer is not direct
+   */
+  public ZBlock newZBlock(ByteBuffer memory) {
+    final ByteBuffer slice = ZBlock.memoryOf(memory);
+    final ZBlock zblock = new ZBlock(this);
+    zblock.create(slice);
+    return zblock;
+  }
+
   /**
    * Sets who receives the gateway's exit event, until the next call or the close.
    *
@@ -75,7 +102,8 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Releases all connections, waiting for calls in progress on them, and closes the environment.
+   * Releases all connections and z-blocks, waiting for calls in progress on them, and closes the
+   * environment.
    * When it returns another can be opened.
    *
    * @throws IllegalStateException when called from inside {@code onMessage}; nothing is released
@@ -93,6 +121,7 @@ public final class Environment implements AutoCloseable {
     }
     final Releases releases = new Releases();
     for (Connection connection : connections) releases.run(connection::close);
+    for (ZBlock zblock : zblocks) releases.run(zblock::close);
     releases.run(this::end);
     releases.finish();
   }
@@ -120,6 +149,31 @@ public final class Environment implements AutoCloseable {
   /** Called when the connection is released and no call on it is in progress any more. */
   void forget(Connection connection) {
     connections.remove(connection);
+  }
+
+  /** The same for a z-block. */
+  void register(ZBlock zblock) {
+    synchronized (this) {
+      requireOpen();
+      zblocks.add(zblock);
+    }
+  }
+
+  /** Called when the z-block is closed. */
+  void forget(ZBlock zblock) {
+    zblocks.remove(zblock);
+  }
+
+  /**
+   * Runs what needs an open environment and nothing of it.
+   *
+   * @throws IllegalStateException when there is none
+   */
+  static <T> T whileOpen(Supplier<T> call) {
+    synchronized (LIFECYCLE) {
+      if (!isOpen) throw new IllegalStateException("no environment is open");
+      return call.get();
+    }
   }
 
   private synchronized void requireOpen() {

@@ -36,4 +36,13 @@ public final class IndexDesc {
   public List<IndexFieldDesc> getFields() {
     return fields;
   }
+
+  /** Called once: the fields lie in rows where the message's of the same name do. */
+  void placeLike(Map<String, FieldDesc> fieldsByName) {
+    for (IndexFieldDesc member : fields) {
+      final FieldDesc field = member == null ? null : member.getField();
+      final FieldDesc same = field == null ? null : fieldsByName.get(field.getName());
+      if (same != null) field.place(same.getPosition());
+    }
+  }
 }

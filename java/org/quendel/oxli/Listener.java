@@ -128,10 +128,8 @@ public class Listener implements AutoCloseable {
 
   private Scheme fetchScheme() {
     if (scheme == null) {
-      final ObjRef ref = new ObjRef();
-      Results.check("Listener.getScheme", OxliImpl.lsn_getscheme(handle, ref));
       final Scheme fetched = new Scheme();
-      fetched.setRef(ref.getRef());
+      Results.check("Listener.getScheme", OxliImpl.lsn_newscheme(handle, fetched));
       scheme = fetched;
     }
     return scheme;

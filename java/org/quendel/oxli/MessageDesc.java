@@ -2,6 +2,7 @@ package org.quendel.oxli;
 
 import java.util.List;
 import java.util.Map;
+import java.util.NoSuchElementException;
 
 /** One message of a {@link Scheme}. Immutable; made by native code. */
 public final class MessageDesc {
@@ -11,6 +12,8 @@ public final class MessageDesc {
   private final Map<String, String> hints;
   private final List<FieldDesc> fields;
   private final List<IndexDesc> indices;
+  private final Map<String, FieldDesc> fieldsByName;
+  private final Map<String, IndexDesc> indicesByName;
 
   MessageDesc(long number, String name, String description, String[] hints, FieldDesc[] fields,
       IndexDesc[] indices) {
@@ -20,6 +23,19 @@ public final class MessageDesc {
     this.hints = Descriptions.hints(hints);
     this.fields = Descriptions.list(fields);
     this.indices = Descriptions.list(indices);
+    fieldsByName = Descriptions.byName(fields, FieldDesc::getName);
+    indicesByName = Descriptions.byName(indices, IndexDesc::getName);
+    place(fields, indices);
+  }
+
+  /** Native code gives indexes field objects of their own. */
+  private void place(FieldDesc[] fieldArray, IndexDesc[] indexArray) {
+    for (int i = 0; i < fieldArray.length; ++i) {
+      if (fieldArray[i] != null) fieldArray[i].place(i);
+    }
+    for (IndexDesc index : indexArray) {
+      if (index != null) index.placeLike(fieldsByName);
+    }
   }
 
   /** The gateway's number of the message, unsigned 32-bit. */
@@ -47,8 +63,26 @@ public final class MessageDesc {
     return fields;
   }
 
+  /**
+   * A field by its name. For every message of the scheme's opening: look it up once.
+   *
+   * @throws NoSuchElementException when there is none of that name
+   */
+  public FieldDesc getField(String fieldName) {
+    return Descriptions.get(fieldsByName, fieldName, "message", name, "field");
+  }
+
   /** The indexes, unmodifiable. */
   public List<IndexDesc> getIndices() {
     return indices;
+  }
+
+  /**
+   * An index by its name.
+   *
+   * @throws NoSuchElementException when there is none of that name
+   */
+  public IndexDesc getIndex(String indexName) {
+    return Descriptions.get(indicesByName, indexName, "message", name, "index");
   }
 }

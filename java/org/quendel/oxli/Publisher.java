@@ -110,10 +110,8 @@ public final class Publisher implements AutoCloseable {
     synchronized (lock) {
       final long pub = alive();
       if (scheme == null) {
-        final ObjRef ref = new ObjRef();
-        Results.check("Publisher.getScheme", OxliImpl.pub_getscheme(pub, ref));
         final Scheme fetched = new Scheme();
-        fetched.setRef(ref.getRef());
+        Results.check("Publisher.getScheme", OxliImpl.pub_newscheme(pub, fetched));
         scheme = fetched;
       }
       return scheme;

@@ -2,17 +2,26 @@ package org.quendel.oxli;
 
 import java.util.Collections;
 import java.util.List;
+import java.util.Map;
+import java.util.NoSuchElementException;
 
 /**
- * The layout of a listener's or publisher's messages. It belongs to one opening: reopening gives a
- * new one. Type, features and messages are empty until native code has converted the gateway's
- * description; after that the object does not change and any thread may read it.
+ * The layout of a listener's or publisher's messages: {@link MessageDesc messages} of {@link
+ * FieldDesc fields} and {@link IndexDesc indexes}. It belongs to one opening: reopening gives a new
+ * one. Filled once, by native code; after that the whole tree does not change and any thread may
+ * read it.
+ *
+ * <p>Names, descriptions, hints and type texts of a scheme pass through the virtual machine's
+ * modified UTF-8, as do all settings, addresses, message names and log lines: in them, characters
+ * beyond U+FFFF that the gateway writes in standard UTF-8 do not arrive as such. Texts in payloads
+ * do not pass through it: see {@link FieldDesc#getText}.
  */
 public final class Scheme {
   private long ref;
   private long type;
   private long features;
   private List<MessageDesc> messages = Collections.emptyList();
+  private Map<String, MessageDesc> messagesByName = Collections.emptyMap();
 
   Scheme() {}
 
@@ -36,6 +45,15 @@ public final class Scheme {
     return messages;
   }
 
+  /**
+   * A message by its name.
+   *
+   * @throws NoSuchElementException when there is none of that name
+   */
+  public MessageDesc getMessage(String name) {
+    return Descriptions.get(messagesByName, name, "the", "scheme", "message");
+  }
+
   void setRef(long newRef) {
     ref = newRef;
   }
@@ -50,5 +68,6 @@ public final class Scheme {
 
   void setMessages(MessageDesc[] newMessages) {
     messages = Descriptions.list(newMessages);
+    messagesByName = Descriptions.byName(newMessages, MessageDesc::getName);
   }
 }

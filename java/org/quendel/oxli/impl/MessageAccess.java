@@ -1,5 +1,6 @@
 package org.quendel.oxli.impl;
 
+import java.nio.ByteBuffer;
 import org.quendel.oxli.messages.Message;
 
 /**
@@ -33,4 +34,7 @@ public abstract class MessageAccess {
 
   /** Null for delivered messages and copies. */
   public abstract MessageOwner ownerOf(Message message);
+
+  /** Keeps memory that the payload points to at the offset, until the next one or the end. */
+  public abstract void keep(Message message, int offset, ByteBuffer memory);
 }

@@ -1,5 +1,7 @@
 package org.quendel.oxli.messages;
 
+import java.util.NoSuchElementException;
+import org.quendel.oxli.MessageDesc;
 import org.quendel.oxli.Scheme;
 
 /** A message that a scheme describes. */
@@ -41,6 +43,16 @@ public abstract class AbstractDataMessage extends Message {
   /** The scheme of the opening that the message came with, or null. */
   public final Scheme getScheme() {
     return scheme;
+  }
+
+  /**
+   * The description of {@link #getMsgName} in the message's scheme.
+   *
+   * @throws NoSuchElementException when there is no scheme, or no such message in it
+   */
+  public final MessageDesc getDesc() {
+    if (scheme == null) throw new NoSuchElementException("no scheme describes " + msgName);
+    return scheme.getMessage(msgName);
   }
 
   /** Whether the object may show messages of different descriptions one after the other. */

@@ -5,6 +5,8 @@ import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
+import java.util.HashMap;
+import java.util.Map;
 import java.util.Objects;
 import org.quendel.oxli.OxliException;
 import org.quendel.oxli.ResultCode;
@@ -49,6 +51,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
   private ByteBuffer data;
   private MessageOwner owner;
   private ByteBuffer decimalRoom; // of messages that have a record
+  private Map<Integer, ByteBuffer> blocks; // that the payload points to, by offset; or null
 
   Message(int type) {
     this.type = type;
@@ -135,7 +138,8 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
   /**
    * A message of the same class and content that can be kept: its payload is on the heap. It can be
-   * read by any thread that gets it safely, not posted.
+   * read by any thread that gets it safely, not posted. The blocks of z-block fields are not copied
+   * with it: read them before.
    *
    * @throws IllegalStateException when the message has ended or has been closed
    */
@@ -151,6 +155,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     copy.schemeRef = 0;
     copy.owner = null;
     copy.decimalRoom = null;
+    copy.blocks = null;
     copy.setAllocCreateType();
     copy.setData(payload == null ? null : ByteBuffer.allocate(payload.capacity())
         .put(payload.duplicate().clear()).clear());
@@ -200,6 +205,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
   void forgetRecord() {
     set(0);
     data = null;
+    blocks = null;
   }
 
   final boolean isOutgoing() {
@@ -262,6 +268,12 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     @Override
     public MessageOwner ownerOf(Message message) {
       return message.owner;
+    }
+
+    @Override
+    public void keep(Message message, int offset, ByteBuffer memory) {
+      if (message.blocks == null) message.blocks = new HashMap<>();
+      message.blocks.put(offset, memory);
     }
   }
 }
