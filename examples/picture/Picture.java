@@ -1,0 +1,66 @@
+import java.nio.ByteBuffer;
+import org.quendel.oxli.Connection;
+import org.quendel.oxli.Environment;
+import org.quendel.oxli.FieldDesc;
+import org.quendel.oxli.Listener;
+import org.quendel.oxli.Publisher;
+import org.quendel.oxli.ZBlock;
+import org.quendel.oxli.messages.DataMessage;
+import org.quendel.oxli.messages.Message;
+
+/**
+ * Sends a picture of 1 MiB beside its message. Neither side copies it: the sender lends the buffer
+ * that it painted, the receiver sums up the gateway's bytes where they are.
+ */
+public final class Picture {
+  private static final String SCHEME =
+      "scheme=?{messages=picture;message.picture=?{fields=title:c16,pixels:z}}";
+  private static final int SIZE = 1 << 20;
+
+  private final ZBlock block;
+
+  private Picture(ZBlock block) {
+    this.block = block;
+  }
+
+  private int onMessage(Connection connection, Listener listener, Message message) {
+    if (message instanceof DataMessage) {
+      final DataMessage picture = (DataMessage) message;
+      picture.getDesc().getField("pixels").getZBlock(picture, block);
+      final ByteBuffer pixels = block.getData(); // until this method returns
+      System.out.printf("received %s: %d bytes beside a message of %d, sum %d%n",
+          picture.getDesc().getField("title").getText(picture), pixels.capacity(),
+          picture.getData().capacity(), sum(pixels));
+    }
+    return 0;
+  }
+
+  private static long sum(ByteBuffer bytes) {
+    long sum = 0;
+    for (int i = 0; i < bytes.capacity(); ++i) sum += bytes.get(i) & 0xff;
+    return sum;
+  }
+
+  public static void main(String[] args) {
+    final ByteBuffer painted = ByteBuffer.allocateDirect(SIZE);
+    for (int i = 0; i < SIZE; ++i) painted.put(i, (byte) (i * 31 >> 5));
+
+    try (Environment environment = Environment.open("");
+        Connection connection = environment.newConnection("");
+        ZBlock received = environment.newZBlock();
+        ZBlock sent = environment.newZBlock(painted)) {
+      connection.open("");
+      connection.newListener("stream=pictures", new Picture(received)::onMessage).open("");
+      final Publisher publisher = connection.newPublisher("stream=pictures;" + SCHEME);
+      publisher.open("");
+      try (DataMessage message = publisher.newMessage("picture")) {
+        final FieldDesc pixels = message.getDesc().getField("pixels");
+        message.getDesc().getField("title").setText(message, "dunes");
+        pixels.setZBlock(message, sent);
+        System.out.printf("sending  dunes: %d bytes, sum %d%n", SIZE, sum(painted));
+        publisher.post(message);
+      }
+      connection.process(1000);
+    }
+  }
+}
