@@ -1,8 +1,47 @@
 #include "utils/string_utils.h"
 
+#include <iconv.h>
+#include <sys/utsname.h>
+
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 namespace oxutils {
+
+namespace {
+
+class Converter {
+ public:
+  Converter(const char* to, const char* from) : descriptor_(iconv_open(to, from)) {}
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+  ~Converter() {
+    if (*this) iconv_close(descriptor_);
+  }
+
+  explicit operator bool() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }
+
+  // Moves all pointers behind what was converted; false unless that is everything.
+  bool convert(char* in, std::size_t inSize, char* out, std::size_t& outRoom) {
+    return iconv(descriptor_, &in, &inSize, &out, &outRoom) != static_cast<std::size_t>(-1);
+  }
+
+ private:
+  iconv_t descriptor_;
+};
+
+// What a strto function made of `text`. A number that overflowed it is above the limit as well.
+int store(unsigned int& value, const char* text, const char* end, unsigned long number) {
+  if (number > UINT32_MAX) return 1;
+  if (!end || end == text || *end != '\0') return 2;
+  value = static_cast<unsigned int>(number);
+  return 0;
+}
+
+}  // namespace
 
 std::string StringUtils::vformat(const char* format, va_list args) {
   char text[16384 + 1];
@@ -18,6 +57,61 @@ std::string StringUtils::format(const char* format, ...) {
   std::string text = vformat(format, args);
   va_end(args);
   return text;
+}
+
+char* StringUtils::appendParamStr(const char* list, const char* param) {
+  if (!param) return nullptr;
+  const std::size_t paramSize = std::strlen(param) + 1;
+  const std::size_t listSize = list ? std::strlen(list) + 1 : 0;
+  char* const joined = new char[listSize + paramSize];
+  if (list) {
+    std::memcpy(joined, list, listSize);
+    joined[listSize - 1] = ';';
+  }
+  std::memcpy(joined + listSize, param, paramSize);
+  delete[] list;
+  return joined;
+}
+
+std::string StringUtils::int2str(int value) {
+  return std::to_string(value);
+}
+
+int StringUtils::str2int(unsigned int& value, const char* text, int base) {
+  char* end = nullptr;  // left alone when the base is none
+  const long number = std::strtol(text, &end, base);
+  return store(value, text, end, static_cast<unsigned long>(number));
+}
+
+int StringUtils::str2uint32(unsigned int& value, const char* text, int base) {
+  char* end = nullptr;
+  const unsigned long number = std::strtoul(text, &end, base);
+  return store(value, text, end, number);
+}
+
+std::string StringUtils::getOsVersion() {
+  utsname os;
+  if (uname(&os) != 0) return "Unknown OS";
+  return std::string(os.sysname) + ' ' + os.release + ' ' + os.version + ' ' + os.machine;
+}
+
+std::string StringUtils::cp1251ToUtf8(char* text, unsigned long length) {
+  constexpr std::size_t kMostBytes = 3;  // that a character of the code page becomes
+  Converter converter("UTF8", "CP1251");
+  if (!converter) return {};
+  std::string converted;
+  if (length > converted.max_size() / kMostBytes) throw std::bad_alloc();
+  converted.resize(kMostBytes * length);
+  std::size_t unused = converted.size();
+  if (!converter.convert(text, length, converted.data(), unused)) return {};
+  converted.resize(converted.size() - unused);
+  return converted;
+}
+
+unsigned long str_to_ul(const std::string& text) {
+  const bool binary = text.compare(0, 2, "0b") == 0 || text.compare(0, 2, "0B") == 0;
+  return binary ? std::strtoul(text.c_str() + 2, nullptr, 2)
+                : std::strtoul(text.c_str(), nullptr, 0);
 }
 
 }  // namespace oxutils

@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "utils/string_utils.h"
-
 namespace {
 
 using oxutils::Properties;
-using oxutils::StringUtils;
 using Pairs = std::map<std::string, std::string>;
 
 struct Case {
@@ -76,12 +73,6 @@ TEST(Properties, ReadsThroughItsDictionary) {
   EXPECT_FALSE(dictionary.has("A"));
   EXPECT_EQ("", dictionary.get("a"));
   EXPECT_EQ(&dictionary.get("A"), &dictionary.get("B"));
-}
-
-TEST(StringUtils, FormatCutsLongText) {
-  EXPECT_EQ("7 = x", StringUtils::format("%d = %s", 7, "x"));
-  const std::string longText(20000, 'x');
-  EXPECT_EQ(std::string(16383, 'x'), StringUtils::format("%s", longText.c_str()));
 }
 
 }  // namespace

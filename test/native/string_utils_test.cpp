@@ -1,0 +1,178 @@
+#include "utils/string_utils.h"
+
+#include <gtest/gtest.h>
+#include <iconv.h>
+#include <sys/utsname.h>
+
+#include <cerrno>
+
+#include "test/native/support/new_faults.h"
+
+namespace {
+
+thread_local int arrays = 0;  // alive
+int converters = 0;           // open
+bool unameFails = false;
+
+}  // namespace
+
+void* operator new[](std::size_t size) {
+  void* const array = operator new(size);
+  ++arrays;
+  return array;
+}
+void operator delete[](void* array) noexcept {
+  if (array) --arrays;
+  operator delete(array);
+}
+void operator delete[](void* array, std::size_t) noexcept {
+  operator delete[](array);
+}
+
+// The linker puts these in front of the system's functions.
+extern "C" {
+int __real_uname(utsname* os);
+int __wrap_uname(utsname* os);
+iconv_t __real_iconv_open(const char* to, const char* from);
+iconv_t __wrap_iconv_open(const char* to, const char* from);
+int __real_iconv_close(iconv_t converter);
+int __wrap_iconv_close(iconv_t converter);
+
+int __wrap_uname(utsname* os) {
+  return unameFails ? -1 : __real_uname(os);
+}
+iconv_t __wrap_iconv_open(const char* to, const char* from) {
+  ++converters;
+  return __real_iconv_open(to, from);
+}
+int __wrap_iconv_close(iconv_t converter) {
+  --converters;
+  return __real_iconv_close(converter);
+}
+}
+
+namespace {
+
+using oxutils::StringUtils;
+
+TEST(StringUtils, FormatCutsLongText) {
+  EXPECT_EQ("7 = x", StringUtils::format("%d = %s", 7, "x"));
+  const std::string longText(20000, 'x');
+  EXPECT_EQ(std::string(16383, 'x'), StringUtils::format("%s", longText.c_str()));
+}
+
+TEST(StringUtils, AppendParamStrTakesTheListOver) {
+  const int before = arrays;
+  char* list = StringUtils::appendParamStr(nullptr, "a");
+  EXPECT_STREQ("a", list);
+  EXPECT_EQ(nullptr, StringUtils::appendParamStr(list, nullptr));
+  oxli::test::failAllocationAt(1);
+  EXPECT_THROW(StringUtils::appendParamStr(list, "b"), std::bad_alloc);
+  EXPECT_TRUE(oxli::test::disarmAllocations());
+  EXPECT_STREQ("a", list);
+  list = StringUtils::appendParamStr(list, "b");
+  EXPECT_STREQ("a;b", list);
+  list = StringUtils::appendParamStr(list, "");
+  EXPECT_STREQ("a;b;", list);
+  EXPECT_EQ(before + 1, arrays);
+  delete[] list;
+}
+
+TEST(StringUtils, WritesIntegers) {
+  EXPECT_EQ("0", StringUtils::int2str(0));
+  EXPECT_EQ("-2147483648", StringUtils::int2str(-2147483647 - 1));
+}
+
+TEST(StringUtils, ReadsIntegers) {
+  constexpr unsigned kUntouched = 77;
+  struct {
+    const char* text;
+    int base;
+    int asInt, asUint32;  // results
+    unsigned value;
+  } const cases[] = {
+      {"42", 10, 0, 0, 42},
+      {" 12", 10, 0, 0, 12},
+      {"+7", 10, 0, 0, 7},
+      {"0", 10, 0, 0, 0},
+      {"-0", 10, 0, 0, 0},
+      {"4294967295", 10, 0, 0, 4294967295u},
+      {"0x1f", 16, 0, 0, 31},
+      {"0x1f", 0, 0, 0, 31},
+      {"017", 0, 0, 0, 15},
+      {"-1", 10, 1, 1, kUntouched},
+      {"4294967296", 10, 1, 1, kUntouched},
+      {"9223372036854775808", 10, 1, 1, kUntouched},
+      {"18446744073709551616", 10, 1, 1, kUntouched},
+      {"-9223372036854775809", 10, 1, 1, kUntouched},
+      {"-18446744073709551615", 10, 1, 0, 1},
+      {"4294967296x", 10, 1, 1, kUntouched},
+      {"", 10, 2, 2, kUntouched},
+      {" ", 10, 2, 2, kUntouched},
+      {"12 ", 10, 2, 2, kUntouched},
+      {"12x", 10, 2, 2, kUntouched},
+      {"x", 10, 2, 2, kUntouched},
+      {"0x1f", 10, 2, 2, kUntouched},
+      {"1", 1, 2, 2, kUntouched},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    unsigned value = kUntouched;
+    errno = ERANGE;  // of an earlier call
+    EXPECT_EQ(c.asInt, StringUtils::str2int(value, c.text, c.base));
+    EXPECT_EQ(c.asInt == 0 ? c.value : kUntouched, value);
+    value = kUntouched;
+    EXPECT_EQ(c.asUint32, StringUtils::str2uint32(value, c.text, c.base));
+    EXPECT_EQ(c.asUint32 == 0 ? c.value : kUntouched, value);
+  }
+}
+
+TEST(StringUtils, ReadsBinaryAsWell) {
+  struct {
+    const char* text;
+    unsigned long value;
+  } const cases[] = {{"0b101", 5}, {"0B11", 3},  {"0x1F", 31}, {"017", 15},
+                     {"19", 19},   {"0b", 0},    {"abc", 0},   {"", 0},
+                     {"0b12", 1},  {"12ab", 12}, {"0b2", 0},   {"18446744073709551615", ~0ul}};
+  for (const auto& c : cases) EXPECT_EQ(c.value, oxutils::str_to_ul(c.text)) << c.text;
+}
+
+TEST(StringUtils, NamesTheSystem) {
+  utsname os;
+  ASSERT_EQ(0, uname(&os));
+  EXPECT_EQ(StringUtils::format("%s %s %s %s", os.sysname, os.release, os.version, os.machine),
+            StringUtils::getOsVersion());
+  unameFails = true;
+  EXPECT_EQ("Unknown OS", StringUtils::getOsVersion());
+  unameFails = false;
+}
+
+TEST(StringUtils, ConvertsCodePage1251) {
+  struct {
+    std::string in, out;
+  } const cases[] = {
+      {"", ""},
+      {"A\xC0", "A\xD0\x90"},
+      {std::string("a\0b\0", 4), std::string("a\0b\0", 4)},
+      {"\xCF\xF0\xE8\xE2\xE5\xF2", "Привет"},
+      {"\x88\x88\x85", "€€…"},
+      {"a\x98", ""},  // not in the code page
+  };
+  for (const auto& c : cases) {
+    std::string in = c.in;
+    EXPECT_EQ(c.out, StringUtils::cp1251ToUtf8(in.data(), in.size()));
+    EXPECT_EQ(c.in, in);
+    EXPECT_EQ(0, converters);
+  }
+}
+
+TEST(StringUtils, GivesItsConverterBackWhenMemoryRunsOut) {
+  std::string in(100, 'x');
+  oxli::test::failAllocationAt(1);
+  EXPECT_THROW(StringUtils::cp1251ToUtf8(in.data(), in.size()), std::bad_alloc);
+  EXPECT_TRUE(oxli::test::disarmAllocations());
+  EXPECT_THROW(StringUtils::cp1251ToUtf8(in.data(), ~0ul / 3 + 2), std::bad_alloc);
+  EXPECT_EQ(0, converters);
+}
+
+}  // namespace
