@@ -1,0 +1,185 @@
+#include "utils/base64.h"
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "test/native/support/native_test.h"
+
+namespace {
+
+std::atomic<int> tables{0};  // made
+std::atomic<bool> tablesFail{false};
+
+}  // namespace
+
+// The linker puts this in front of calloc, which nothing else here calls with these arguments.
+extern "C" {
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __wrap_calloc(std::size_t count, std::size_t size);
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+  if (count == 256 && size == 1) {
+    ++tables;
+    if (tablesFail) return nullptr;
+  }
+  return __real_calloc(count, size);
+}
+}
+
+namespace oxli::test {
+
+namespace {
+
+using oxutils::Base64;
+
+std::string encode(const std::string& data) {
+  std::string text(Base64::encode_len(data.data(), data.size()) + 1, '#');
+  const std::string more = data + "\xFF\xFF";
+  EXPECT_EQ(text.size() - 1, Base64::encode(more.data(), data.size(), text.data()));
+  EXPECT_EQ('#', text.back());
+  text.pop_back();
+  return text;
+}
+
+// Decoding writes `size` bytes and says so; the others stay.
+std::string decode(const std::string& text, std::size_t size) {
+  std::string data(size + 4, '#');
+  EXPECT_EQ(size, Base64::decode(text.data(), text.size(), data.data())) << text;
+  EXPECT_EQ("####", data.substr(size)) << text;
+  return data.substr(0, size);
+}
+
+TEST(Base64, KnownTexts) {
+  struct {
+    const char *data, *text;
+  } const cases[] = {{"", ""},
+                     {"f", "Zg=="},
+                     {"fo", "Zm8="},
+                     {"foo", "Zm9v"},
+                     {"foob", "Zm9vYg=="},
+                     {"fooba", "Zm9vYmE="},
+                     {"foobar", "Zm9vYmFy"},
+                     {"\xFB\xFF", "-_8="},
+                     {"\xFB\xFF\xBF", "-_-_"}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.text, encode(c.data));
+    EXPECT_EQ(c.data, decode(c.text, std::strlen(c.data)));
+  }
+}
+
+TEST(Base64, TextsThatNobodyEncodes) {
+  struct {
+    const char* text;
+    std::string data;
+  } const cases[] = {{"Z", ""},
+                     {"Zg", ""},
+                     {"Zg=", ""},
+                     {"Zm9v=", ""},
+                     {"====", {'\0'}},
+                     {"Zm=8", "f`"},
+                     {"Z=9v", "d\x0Fo"},
+                     {"+/+/", {'\0', '\0', '\0'}},
+                     {"Zg==Zm9v", {'f', '\0', '\0', 'f', 'o', 'o'}}};
+  for (const auto& c : cases) EXPECT_EQ(c.data, decode(c.text, c.data.size()));
+}
+
+TEST(Base64, Lengths) {
+  struct {
+    unsigned long data, text;
+  } const cases[] = {{0, 0},
+                     {1, 4},
+                     {2, 4},
+                     {3, 4},
+                     {4, 8},
+                     {3ul << 40, 4ul << 40},
+                     {1ul << 60, 1537228672809129216ul},  // as near as doubles come
+                     {~0ul, ~0ul}};
+  for (const auto& c : cases) EXPECT_EQ(c.text, Base64::encode_len(nullptr, c.data));
+  for (const unsigned long size : {0, 1, 2, 3}) EXPECT_EQ(0u, Base64::decode_len("===", size));
+}
+
+TEST(Base64, EveryByteHasAValue) {
+  for (int c = 0; c < 256; ++c) {
+    const char text[] = {static_cast<char>(c), 'A', 'A', 'A'};
+    const void* const found = std::memchr(Base64::encoding_table, c, 64);
+    const auto value = found ? static_cast<const char*>(found) - Base64::encoding_table : 0;
+    EXPECT_EQ(value << 2, static_cast<unsigned char>(decode({text, 4}, 3)[0])) << c;
+    EXPECT_EQ(value, Base64::decoding_table[c]) << c;
+  }
+}
+
+TEST(Base64, TableIsMadeAgain) {
+  Base64::base64_cleanup();
+  Base64::base64_cleanup();
+  tablesFail = true;
+  EXPECT_EQ("", decode("Zm9v", 0));
+  EXPECT_EQ(nullptr, Base64::decoding_table);
+  tablesFail = false;
+  EXPECT_EQ("foo", decode("Zm9v", 3));
+  const unsigned char* const table = Base64::decoding_table;
+  Base64::build_decoding_table();
+  EXPECT_EQ(table, Base64::decoding_table);
+}
+
+TEST(Base64, ThreadsShareTheFirstTable) {
+  for (int round = 0; round < 200; ++round) {
+    Base64::base64_cleanup();
+    tables = 0;
+    std::atomic<int> waiting{4};
+    std::vector<std::thread> threads;
+    while (threads.size() < 4) {
+      threads.emplace_back([&] {
+        --waiting;
+        while (waiting > 0) std::this_thread::yield();
+        EXPECT_EQ("foo", decode("Zm9v", 3));
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(1, tables);
+  }
+}
+
+class JavaBase64Test : public NativeTest {
+ protected:
+  // What `method` of the java.util.Base64 coder for URLs, an "Encoder" or "Decoder", makes of it.
+  std::string java(const std::string& coder, const char* method, const std::string& bytes) const {
+    const jclass base64 = env->FindClass("java/util/Base64");
+    const jmethodID factory = env->GetStaticMethodID(
+        base64, ("getUrl" + coder).c_str(), ("()Ljava/util/Base64$" + coder + ';').c_str());
+    const jobject made = env->CallStaticObjectMethod(base64, factory);
+    auto size = static_cast<jsize>(bytes.size());
+    const jbyteArray in = env->NewByteArray(size);
+    env->SetByteArrayRegion(in, 0, size, reinterpret_cast<const jbyte*>(bytes.data()));
+    const auto out = static_cast<jbyteArray>(env->CallObjectMethod(
+        made, env->GetMethodID(env->GetObjectClass(made), method, "([B)[B"), in));
+    if (!out) return takeException();
+    size = env->GetArrayLength(out);
+    std::string result(static_cast<std::size_t>(size), '\0');
+    env->GetByteArrayRegion(out, 0, size, reinterpret_cast<jbyte*>(result.data()));
+    return result;
+  }
+};
+
+TEST_F(JavaBase64Test, AgreesWithJava) {
+  constexpr unsigned kSeed = 20250301;
+  SCOPED_TRACE(kSeed);
+  std::mt19937 random(kSeed);
+  for (std::size_t size = 0; size < 300; ++size) {
+    ASSERT_EQ(0, env->PushLocalFrame(16));
+    std::string data(size, '\0');
+    for (char& byte : data) byte = static_cast<char>(random());
+    const std::string text = encode(data);
+    EXPECT_EQ(java("Encoder", "encode", data), text);
+    EXPECT_EQ(java("Decoder", "decode", text), data);
+    EXPECT_EQ(data, decode(text, size));
+    env->PopLocalFrame(nullptr);
+  }
+}
+
+}  // namespace
+
+}  // namespace oxli::test
