@@ -79,6 +79,7 @@ JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env
   OXLI_HOOK(CallStaticObjectMethodV, kRunsJava | kMakesLocal);
   OXLI_HOOK(NewStringUTF, kMakes | kMakesLocal);
   OXLI_HOOK(NewDirectByteBuffer, kMakes | kMakesLocal | kComposed);
+  OXLI_HOOK(NewObjectArray, kMakes | kMakesLocal | kArray);
   OXLI_HOOK(NewBooleanArray, kMakes | kMakesLocal | kArray);
   OXLI_HOOK(NewByteArray, kMakes | kMakesLocal | kArray);
   OXLI_HOOK(SetBooleanArrayRegion, kRunsJava);
@@ -90,6 +91,8 @@ JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env
   OXLI_HOOK(ReleaseBooleanArrayElements, kGivesBack | kLegalWhilePending);
   OXLI_HOOK(GetArrayLength, 0);
   OXLI_HOOK(GetDirectBufferAddress, kComposed);
+  OXLI_HOOK(GetDirectBufferCapacity, kComposed);
+  OXLI_HOOK(EnsureLocalCapacity, kRunsJava);
   OXLI_HOOK(IsInstanceOf, 0);
   OXLI_HOOK(NewGlobalRef, kMakes | kMakesGlobal);
   OXLI_HOOK(DeleteGlobalRef, kDropsGlobal | kLegalWhilePending);

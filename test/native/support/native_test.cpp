@@ -7,6 +7,7 @@
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"
 #include "jni/publisher.h"
+#include "jni/zblock.h"
 #include "org_quendel_oxli_ScriptedExitHandler.h"
 #include "org_quendel_oxli_ScriptedListener.h"
 #include "org_quendel_oxli_ScriptedSubscriber.h"
@@ -46,6 +47,7 @@ void NativeTest::TearDown() {
   EXPECT_TRUE(jni::ConnData::sConnDataMap.empty());
   EXPECT_TRUE(jni::ListenerData::sLsnMap.empty());
   EXPECT_TRUE(jni::PublisherData::sPubMap.empty());
+  EXPECT_TRUE(jni::ZBlockData::sZBlockMap.empty());
   env->PopLocalFrame(nullptr);
 }
 
@@ -153,6 +155,18 @@ std::string NativeTest::toText(JNIEnv* env, jobject string) {
   std::string text(chars);
   env->ReleaseStringUTFChars(jtext, chars);
   return text;
+}
+
+std::string NativeTest::schemeText(jobject scheme) const {
+  const jclass cls = env->FindClass("org/quendel/oxli/SchemeText");
+  const jmethodID of =
+      env->GetStaticMethodID(cls, "of", "(Lorg/quendel/oxli/Scheme;)Ljava/lang/String;");
+  return toText(env, env->CallStaticObjectMethod(cls, of, scheme));
+}
+
+jobject NativeTest::dataOf(JNIEnv* env, jobject zblock) {
+  return env->GetObjectField(
+      zblock, env->GetFieldID(env->GetObjectClass(zblock), "data", "Ljava/nio/ByteBuffer;"));
 }
 
 std::string NativeTest::takeException() const {

@@ -59,6 +59,10 @@ class NativeTest : public ::testing::Test {
   std::string className(jobject object) const;
   void set(jobject object, const char* method, const char* signature, ...) const;
   static std::string toText(JNIEnv* env, jobject string);
+  // What a converted `Scheme` says.
+  std::string schemeText(jobject scheme) const;
+  // The bytes that a `ZBlock` was given last, whatever its state; no call that the probe sees.
+  static jobject dataOf(JNIEnv* env, jobject zblock);
 
   // The class of the pending exception, which is cleared; "" when none is pending.
   std::string takeException() const;

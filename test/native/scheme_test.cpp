@@ -1,0 +1,226 @@
+#include "jni/scheme.h"
+
+#include <cstdint>
+#include <deque>
+#include <utility>
+
+#include "jni/base/handles.h"
+#include "jni/jenv/jenv.h"
+#include "test/native/support/native_test.h"
+
+namespace oxli::test {
+
+namespace {
+
+using jni::JEnv;
+
+class SchemeTest : public NativeTest {
+ protected:
+  void SetUp() override {
+    NativeTest::SetUp();
+    openEnvironment();
+    jscheme = make("org/quendel/oxli/Scheme");
+  }
+
+  // Records that differ in what a conversion looks at; `text` is a line of SchemeText.
+  ox_field_desc_t& addField(const char* type, std::size_t size) {
+    ox_field_desc_t& field = fields.emplace_back();
+    field.number = static_cast<std::uint32_t>(fields.size());
+    field.name = field.desc = "f";
+    field.type = type;
+    field.size = size;
+    if (fields.size() > 1) fields[fields.size() - 2].next = &field;
+    message.fields = &fields.front();
+    message.num_fields = field.number;
+    return field;
+  }
+  void addValue(ox_field_desc_t& field, const void* integer) {
+    ox_field_value_desc_t& value = values.emplace_back();
+    value = {nullptr, "v", "", integer, integer};
+    field.num_values = 1;
+    field.values = &value;
+  }
+
+  // What the Java objects say after a conversion, and what it wrote on standard error.
+  std::string converted() {
+    ::testing::internal::CaptureStderr();
+    createScheme(env, &scheme, jscheme);
+    errors = ::testing::internal::GetCapturedStderr();
+    return env->ExceptionCheck() ? "" : schemeText(jscheme);
+  }
+
+  std::deque<ox_field_desc_t> fields;
+  std::deque<ox_field_value_desc_t> values;
+  ox_message_desc_t message = {nullptr, 0, 0, nullptr, 3, "m", "", nullptr, 0, nullptr};
+  ox_scheme_desc_t scheme = {0xffffffff, 0x80000001, 1, &message};
+  jobject jscheme = nullptr;
+  std::string errors;
+};
+
+TEST_F(SchemeTest, IntegersOfNamedValuesAreSignExtended) {
+  const std::uint8_t bits[] = {0xff, 0xff, 0, 0x80, 1, 2, 3, 0x84};
+  const struct {
+    const char* type;
+    std::size_t size;
+    const void* integer;
+    const char* text;
+  } cases[] = {
+      {"u1", 1, bits, "0xff -1"},
+      {"u2", 2, bits, "0xffff -1"},
+      {"i4", 4, bits, "0xffff0080 -2147418113"},
+      {"unsigned", 8, bits, "0xffff008001020384 -8934295030307160065"},
+      {"i3", 3, bits, "0xffff00 -1"},
+      {"d", 1, bits + 4, "0x01 -1"},
+      {"", 1, bits + 4, "0x01 -1"},
+      {nullptr, 1, bits + 4, "0x01 -1"},
+      {"i1", 1, bits + 4, "0x01 1"},
+      {"i1", 1, nullptr, "- -1"},
+  };
+  std::string expected = "scheme 4294967295 2147483649\n message 3 m  {}\n";
+  for (const auto& c : cases) {
+    ox_field_desc_t& field = addField(c.type, c.size);
+    addValue(field, c.integer);
+    const std::string number = std::to_string(field.number);
+    expected += "  field " + number + " f f " + (c.type ? c.type : "null") + ' ' +
+                std::to_string(c.size) + " 0 - " + std::to_string(field.number - 1) +
+                "\n   value v  " + c.text + '\n';
+  }
+  EXPECT_EQ(expected, converted());
+  EXPECT_EQ("", errors);
+  EXPECT_EQ(jni::toHandle(&scheme), getLong(jscheme, "getRef"));
+}
+
+TEST_F(SchemeTest, NestedMessagesIndexesAndHints) {
+  ox_field_desc_t price = {};
+  price = {nullptr, 0, "price", "", "d", 9, 0, nullptr, 0, nullptr, {}, nullptr};
+  ox_message_desc_t leg = {nullptr, 9, 1, &price, 0xffffffff, "leg", "", nullptr, 0, nullptr};
+  ox_field_desc_t& key = addField("c2", 2);
+  key.value = "ab";
+  key.offset = 5;
+  addField("m", 9).msg = &leg;
+  ox_hint_t second = {nullptr, "b", "2"};
+  ox_hint_t first = {&second, "a", "1"};
+  ox_index_field_desc_t nowhere = {nullptr, &price, 7};
+  ox_index_field_desc_t member = {&nowhere, &key, -1};
+  ox_index_desc_t index = {nullptr, 0xf00000002, &member, "pk", nullptr, &first};
+  message.hints = &second;
+  message.num_indices = 1;
+  message.indices = &index;
+  ox_message_desc_t empty = {nullptr, 0, 0, nullptr, 0, "e", "d", nullptr, 0, nullptr};
+  message.next = &empty;
+  scheme.num_messages = 2;
+  EXPECT_EQ(
+      "scheme 4294967295 2147483649\n"
+      " message 3 m  {b=2}\n"
+      "  field 1 f f c2 2 5 0x6162 0\n"
+      "  field 2 f f m 9 0 - 1\n"
+      "   message 4294967295 leg  {}\n"
+      "    field 0 price  d 9 0 - 0\n"
+      "  index pk null {a=1, b=2}\n"
+      "   member -1\n"
+      "    field 1 f f c2 2 5 0x6162 0\n"
+      "   member 7\n"
+      "    field 0 price  d 9 0 - -1\n"
+      " message 0 e d {}\n",
+      converted());
+  EXPECT_EQ("", errors);
+}
+
+TEST_F(SchemeTest, ListsNeedNotMatchTheirCounts) {
+  addField("i1", 1);
+  message.num_fields = 2;
+  EXPECT_EQ(
+      "scheme 4294967295 2147483649\n message 3 m  {}\n  field 1 f f i1 1 0 - 0\n  field null\n",
+      converted());
+
+  const std::string start = "\nJNI Exception at ";
+  const std::string outer = "\n\n" + start + "set message desc array element\n\n";
+  message.num_fields = 0;
+  EXPECT_EQ("", converted());
+  EXPECT_EQ("ArrayIndexOutOfBoundsException", takeException());
+  EXPECT_EQ(start + "new index desc" + outer, errors);
+
+  ox_index_field_desc_t member = {nullptr, &fields.front(), 0};
+  ox_index_desc_t index = {nullptr, 0, &member, "", "", nullptr};
+  message.num_fields = 1;
+  message.num_indices = 1;
+  message.indices = &index;
+  EXPECT_EQ("", converted());
+  EXPECT_EQ("ArrayIndexOutOfBoundsException", takeException());
+  EXPECT_EQ(start + "set index field desc array element" + outer, errors);
+
+  scheme.num_messages = 0;
+  index.num_fields = 1;
+  EXPECT_EQ("", converted());
+  EXPECT_EQ("ArrayIndexOutOfBoundsException", takeException());
+  EXPECT_EQ(start + "set message desc array element\n\n", errors);
+  scheme.num_messages = 0xffffffff;
+  EXPECT_EQ("", converted());
+  EXPECT_EQ("NegativeArraySizeException", takeException());
+  scheme = {1, 2, 0, nullptr};
+  EXPECT_EQ("scheme 1 2\n", converted());
+}
+
+TEST_F(SchemeTest, NativesReturnTheGatewaysCode) {
+  const jlong connection = newConnection();
+  const jlong publisher =
+      newPublisher(connection, "stream=s;scheme=?{messages=m;message.m=?{fields=f:i1}}");
+  const jlong listener = newListener(connection);
+  OXLI(lsn_1open)(env, nullptr, listener, text(""));
+  const std::pair<decltype(&OXLI(lsn_1newscheme)), jlong> natives[] = {
+      {&OXLI(lsn_1newscheme), listener}, {&OXLI(pub_1newscheme), publisher}};
+  for (const auto& [native, handle] : natives) {
+    const jobject filled = make("org/quendel/oxli/Scheme");
+    const bool ofListener = handle == listener;
+    loopback::failNext(ofListener ? "ox_lsn_getscheme" : "ox_pub_getscheme", 0x2abcd);
+    EXPECT_EQ(0x2abcd, native(env, nullptr, handle, filled));
+    EXPECT_EQ(0, getLong(filled, "getRef"));
+    EXPECT_EQ(OX_ERR_OK, native(env, nullptr, handle, filled));
+    EXPECT_EQ("scheme 0 0\n message 4294967295 m  {}\n  field 0 f  i1 1 0 - 0\n",
+              schemeText(filled));
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, native(env, nullptr, handle, nullptr));
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, native(env, nullptr, 0, filled));
+  }
+  OXLI(lsn_1destroy)(env, nullptr, listener);
+  OXLI(pub_1destroy)(env, nullptr, publisher);
+  OXLI(conn_1destroy)(env, nullptr, connection);
+  closeEnvironment();
+  for (const auto& [native, handle] : natives) {
+    EXPECT_EQ(OX_ERR_INVALIDSTATE, native(env, nullptr, handle, jscheme));
+  }
+  createScheme(env, &scheme, jscheme);
+  EXPECT_EQ(nullptr, getHints(env, nullptr));
+}
+
+TEST_F(SchemeTest, PartsConvertOnTheirOwn) {
+  ox_hint_t second = {nullptr, "b", nullptr};
+  const ox_hint_t first = {&second, "a", "1"};
+  const jobjectArray hints = getHints(env, &first);
+  ASSERT_EQ(4, env->GetArrayLength(hints));
+  EXPECT_EQ("b", toText(env, env->GetObjectArrayElement(hints, 2)));
+  EXPECT_EQ("(null)", toText(env, env->GetObjectArrayElement(hints, 3)));
+  EXPECT_EQ(0, env->GetArrayLength(getHints(env, nullptr)));
+
+  const JEnv& cache = *JEnv::spInstance;
+  const jobject field =
+      create_field_desc(env, cache.fieldDesc.cls, cache.fieldDesc.ctor, cache.fieldValueDesc.cls,
+                        cache.fieldValueDesc.ctor, &addField("i4", 4));
+  EXPECT_EQ("i4", getText(field, "getType"));
+
+  jobject made = jscheme;
+  create_message_desc(env, &message, &made);
+  EXPECT_EQ("MessageDesc", className(made));
+  const jobject before = made;
+  message.num_fields = 0;
+  ::testing::internal::CaptureStderr();
+  create_message_desc(env, &message, &made);
+  ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ("ArrayIndexOutOfBoundsException", takeException());
+  EXPECT_EQ(before, made);
+  createScheme(env, nullptr, jscheme);
+  createScheme(env, &scheme, nullptr);
+}
+
+}  // namespace
+
+}  // namespace oxli::test
