@@ -33,7 +33,8 @@ void failNext(const char* function, int code);
 
 // Queues the caller's own record, which stays valid until it has been delivered `times` times: the
 // listener's connection hands over the very pointer, whatever the listener's state. Closing or
-// destroying the listener drops it. False when the listener is not alive.
+// destroying the listener drops it. Its z-fields are not known: posting it again, or a message that
+// refers to it, copies no block. False when the listener is not alive.
 bool deliver(ox_listener_t* lsn, const ox_msg_t* record, std::size_t times = 1);
 // Calls the listener at once on this thread, outside any ox_ call; its result, or
 // OX_ERR_INVALIDARGUMENT when it is not alive.

@@ -1,7 +1,27 @@
+#include <cstring>
+
 #include "loopback/gateway.h"
 
 namespace inproc {
 namespace {
+
+// Points the payload's descriptors to copies of their blocks.
+void ownBlocks(Message::Bytes& bytes, const ox_msg_streamdata_t* row) {
+  for (const auto& [offset, field] : bytes.zFields) {
+    ox_zblock_t block;
+    // What a message refers to may have been cut by its host.
+    if (offset + sizeof block > bytes.payload.size()) break;
+    char* const at = &bytes.payload[offset];
+    std::memcpy(&block, at, sizeof block);
+    if (isNull(row, field) || block.size == 0) {
+      block = {};
+    } else {
+      require(block.ptr);
+      block.ptr = bytes.blocks.emplace_front(static_cast<char*>(block.ptr), block.size).data();
+    }
+    std::memcpy(at, &block, sizeof block);
+  }
+}
 
 template <class T>
 void ownBody(T& record, Message::Bytes& bytes) {
@@ -15,12 +35,14 @@ void ownBody(T& record, Message::Bytes& bytes) {
 
 void ownData(ox_msg_data_t& data, Message::Bytes& bytes) {
   ownBody(data, bytes);
+  ownBlocks(bytes, nullptr);
   if (data.addr) bytes.addr = data.addr;
   data.addr = bytes.addr.c_str();
 }
 
 void ownRow(ox_msg_streamdata_t& row, Message::Bytes& bytes) {
   ownBody(row, bytes);
+  ownBlocks(bytes, &row);
   if (!row.nulls) return;
   bytes.nulls.assign(reinterpret_cast<const char*>(row.nulls), row.num_nulls);
   row.nulls = reinterpret_cast<const std::uint8_t*>(bytes.nulls.data());
@@ -36,9 +58,10 @@ struct Frame {
 
 thread_local const Frame* innermost = nullptr;
 
-KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Outgoing* outgoing) {
+KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const ZFields& zFields,
+                     const Outgoing* outgoing = nullptr) {
   const bool isRow = type == OX_MSG_STREAM_DATA;
-  KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing};
+  KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing, zFields};
   if (isRow) {
     known.record.row = *reinterpret_cast<const ox_msg_streamdata_t*>(from);
   } else if (known.whole) {
@@ -67,9 +90,15 @@ void enqueueChange(Listener& lsn, std::uint32_t type, const MessagePtr& change) 
 
 }  // namespace
 
-MessagePtr copyOf(const Record& record) {
+bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field) {
+  return row && row->nulls && field < row->num_nulls && row->nulls[field];
+}
+
+MessagePtr copyOf(const Record& record, const ZFields& own, const ZFields& ofRef) {
   const auto message = std::make_shared<Message>();
   message->record = record;
+  message->own.zFields = own;
+  message->ofRef.zFields = ofRef;
   if (record.head.type == OX_MSG_STREAM_DATA) {
     ownRow(message->record.row, message->own);
     return message;
@@ -143,12 +172,16 @@ void closeListener(Lock& lock, Listener& lsn, std::int32_t reason) {
 KnownRecord knownRecord(const ox_msg_t* record) {
   const auto found = gateway().outgoing.find(record);
   if (found != gateway().outgoing.end()) {
-    return readable(record, found->second->type, found->second.get());
+    const Outgoing& outgoing = *found->second;
+    return readable(record, outgoing.type, outgoing.message->zFields, &outgoing);
   }
   for (const Frame* frame = innermost; frame; frame = frame->outer) {
-    if (frame->record == record) return readable(record, frame->type, nullptr);
-    if (frame->message && record == &frame->message->ref.head) {
-      return readable(record, OX_MSG_DATA, nullptr);
+    const Message* const message = frame->message;
+    if (frame->record == record) {
+      return readable(record, frame->type, message ? message->own.zFields : ZFields());
+    }
+    if (message && record == &message->ref.head) {
+      return readable(record, OX_MSG_DATA, message->ofRef.zFields);
     }
   }
   throw Ended{OX_ERR_INVALIDARGUMENT};
@@ -165,7 +198,10 @@ std::shared_ptr<Stream> streamNamed(const std::string& name) {
 }
 
 void publish(Stream& stream, const MessagePtr& message, const Scheme::Message* row) {
-  if (row) stream.rows[keyOf(*row, message->record.row)] = {row->position, message};
+  if (row) {
+    stream.rev = message->record.row.rev;
+    stream.rows[keyOf(*row, message->record.row)] = {row->position, message};
+  }
   const std::uint32_t type = message->record.head.type;
   for (Listener* lsn : stream.listeners) {
     if (row && lsn->replica) {

@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
+#include <forward_list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -44,6 +45,8 @@ union Record {
 struct Message {
   struct Bytes {
     std::string payload, name, addr, nulls;
+    ZFields zFields;  // of the payload, whose descriptors point into `blocks`
+    std::forward_list<std::string> blocks;
   };
   Record record{};
   ox_msg_data_t ref{};  // what `record` refers to, if it does
@@ -208,8 +211,11 @@ void clearDeleted(Stream& stream, std::uint32_t table, std::int64_t rev);
 void sendSnapshot(Listener& lsn, std::int64_t from);
 void closePublisher(Publisher& pub);
 
-// `record` with its own copy of what it points to.
-MessagePtr copyOf(const Record& record);
+// Whether a row has no value for a field; `row` may be null.
+bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field);
+// `record` with its own copy of what it points to: with the blocks of its payload's z-fields, and
+// of those of the payload it refers to.
+MessagePtr copyOf(const Record& record, const ZFields& own = {}, const ZFields& ofRef = {});
 // A message of the gateway's own.
 MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size,
                        const char* name = "", std::uint32_t userId = 0);
@@ -226,6 +232,7 @@ struct KnownRecord {
   Record record;             // as far as it may be read
   bool whole;                // not the head alone
   const Outgoing* outgoing;  // null: being delivered
+  ZFields zFields;           // of the payload; none of a caller's own record
 };
 // Refuses any other address without touching it.
 KnownRecord knownRecord(const ox_msg_t* record);

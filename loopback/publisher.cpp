@@ -31,17 +31,10 @@ const Scheme::Message* describe(const Stream& stream, const KnownRecord& known) 
     message = scheme->find(OX_KEY_NAME, posted.msg_name);
   }
   const std::size_t size = posted.head.data ? posted.head.data_size : 0;
-  return message && message->description.size == size ? message : nullptr;
-}
-
-// A message that refers to one which was delivered is its reply.
-void noteReference(const ox_msg_data_t& ref) {
-  const KnownRecord known = knownRecord(&ref.head);
-  require(known.whole && known.record.head.type != OX_MSG_STREAM_DATA);
-  if (known.outgoing) return;
-  for (const auto& [handle, pub] : gateway().publishers) {
-    pub->awaited.erase(known.record.head.reserved);
-  }
+  // A receiver follows the descriptors that the stream's scheme says there are.
+  const bool fits =
+      message && message->description.size == size && message->zFields == known.zFields;
+  return fits ? message : nullptr;
 }
 
 }  // namespace
@@ -145,7 +138,9 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
       return clearDeleted(stream, message->position, record.row.rev);
     }
     require(!isRow || !(flags & loopback::kReplyWanted));
-    if (!isRow && record.data.ref_msg) noteReference(*record.data.ref_msg);
+    const bool refers = !isRow && record.data.ref_msg;
+    const KnownRecord ref = refers ? knownRecord(&record.data.ref_msg->head) : KnownRecord{};
+    require(!refers || (ref.whole && ref.record.head.type != OX_MSG_STREAM_DATA));
 
     const std::uint32_t userId = isRow ? 0 : record.data.user_id;
     const std::uint64_t serial = ++gateway().lastSerial;
@@ -153,12 +148,18 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
       record.head.reserved = serial;
       record.data.msg_index = message->index;
       record.data.msg_id = message->id;
-      if (isRow) record.row.rev = ++stream.rev;
-      publish(stream, copyOf(record), isRow ? message : nullptr);
+      if (isRow) record.row.rev = stream.rev + 1;
+      publish(stream, copyOf(record, known.zFields, ref.zFields), isRow ? message : nullptr);
     } else {
       const std::int32_t code = OX_ERR_INVALIDARGUMENT;
       const char* const name = record.data.msg_name;
       publish(stream, makeMessage(OX_MSG_PARSEERR, &code, sizeof code, name, userId), nullptr);
+    }
+    // A message that refers to one which was delivered is its reply.
+    if (refers && !ref.outgoing) {
+      for (const auto& [other, asking] : gateway().publishers) {
+        asking->awaited.erase(ref.record.head.reserved);
+      }
     }
     if (flags & loopback::kReplyWanted) {
       pub.awaited[serial] = {Clock::now() + pub.replyTimeout, userId};

@@ -67,7 +67,7 @@ void addFields(std::string& text, const ox_message_desc_t& message, const std::s
   for (const ox_field_desc_t* field = message.fields; field; field = field->next) {
     const std::string name = prefix + field->name;
     const char* const value = data + field->offset;
-    if (row && row->nulls && field->number < row->num_nulls && row->nulls[field->number]) {
+    if (isNull(row, field->number)) {
       text += name + "=null\n";
     } else if (field->msg) {
       addFields(text, *field->msg, name + '.', value, nullptr);

@@ -126,6 +126,12 @@ void Scheme::addMessage(const std::string& name, const Properties& source) {
   added.desc = keep(source.get("desc"));
   added.hints = hintsOf(source);
   for (const std::string& item : list(source, "fields")) addField(message, item, source);
+  ZFields& zFields = message.zFields;
+  std::sort(zFields.begin(), zFields.end());
+  const auto overlap = [](const auto& a, const auto& b) {
+    return a.first + sizeof(ox_zblock_t) > b.first;
+  };
+  require(std::adjacent_find(zFields.begin(), zFields.end(), overlap) == zFields.end());
   for (const std::string& index : list(source, "indices")) addIndex(message, index, source);
   link = &added;
 }
@@ -156,7 +162,11 @@ void Scheme::addField(Message& message, const std::string& item, const Propertie
     field.msg = const_cast<ox_message_desc_t*>(&nested->description);
     field.size = nested->description.size;
     message.numFields += nested->numFields;
+    for (const auto& [offset, number] : nested->zFields) {
+      message.zFields.emplace_back(field.offset + offset, field.number);
+    }
   }
+  if (type.kind == 'z') message.zFields.emplace_back(field.offset, field.number);
   require(++message.numFields <= kMaxItems);
   require(field.offset <= kMaxPayload && field.offset + field.size <= kMaxPayload);
   owner.size = std::max(owner.size, field.offset + field.size);
@@ -192,7 +202,12 @@ void Scheme::addIndex(Message& message, const std::string& name, const Propertie
     require(member.field);
     size += member.field->size;
     require(size <= kMaxPayload);
-    if (owner.num_indices == 0) message.key.push_back(member.field);
+    if (owner.num_indices > 0) continue;
+    // What names a row must not be the address of one post's copy.
+    const ox_field_desc_t& key = *message.key.emplace_back(member.field);
+    for (const auto& [offset, number] : message.zFields) {
+      require(offset + sizeof(ox_zblock_t) <= key.offset || key.offset + key.size <= offset);
+    }
   }
   ++owner.num_indices;
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "oxli.h"
@@ -59,6 +60,10 @@ Type typeOf(const std::string& text);
 // The integer at `data`, with its sign; an unsigned one of 8 bytes as its bits.
 std::int64_t integerAt(Type type, const void* data);
 
+// Where a payload holds descriptors of z-blocks: the offset, and the number of the message's own
+// field that the descriptor is or lies in. In order of the offsets; no two overlap.
+using ZFields = std::vector<std::pair<std::size_t, std::uint32_t>>;
+
 // Description records built from a scheme text, whose grammar README.md gives. They live and stay
 // where they are as long as the object; nothing changes after the constructor.
 class Scheme {
@@ -68,8 +73,9 @@ class Scheme {
     std::uint32_t position = 0;
     std::uint64_t index = 0;  // `position` or UNKEYED_INDEX
     std::uint32_t id = UNKEYED_ID;
-    std::uint32_t code = 0;                   // 0: the publisher's mode decides
-    std::size_t numFields = 0;                // those of nested messages included
+    std::uint32_t code = 0;     // 0: the publisher's mode decides
+    std::size_t numFields = 0;  // those of nested messages included
+    ZFields zFields;
     std::vector<const ox_field_desc_t*> key;  // the first index's fields; none: rows have no key
   };
 
