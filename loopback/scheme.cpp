@@ -35,12 +35,6 @@ std::pair<std::string, std::string> halves(const std::string& item) {
   return {item.substr(0, colon), item.substr(colon + 1)};
 }
 
-ox_field_desc_t* fieldNamed(const ox_message_desc_t& message, const std::string& name) {
-  ox_field_desc_t* field = message.fields;
-  while (field && field->name != name) field = field->next;
-  return field;
-}
-
 bool isKnownType(std::uint32_t code) {
   static constexpr std::uint32_t kKnown[] = {
       OX_MSG_OPEN,         OX_MSG_CLOSE,         OX_MSG_TIME,           OX_MSG_DATA,
@@ -197,8 +191,9 @@ void Scheme::addIndex(Message& message, const std::string& name, const Propertie
     const auto [fieldName, param] = halves(item);
     ox_index_field_desc_t& member = append(endOfFields);
     ++index.num_fields;
-    member.field = fieldNamed(owner, fieldName);
     member.param = param.empty() ? 0 : toNumber<std::int32_t>(param);
+    member.field = owner.fields;
+    while (member.field && member.field->name != fieldName) member.field = member.field->next;
     require(member.field);
     size += member.field->size;
     require(size <= kMaxPayload);
