@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
+#include "fuzz/settings_table.h"
+
 namespace {
 
 using oxutils::Properties;
@@ -73,6 +77,16 @@ TEST(Properties, ReadsThroughItsDictionary) {
   EXPECT_FALSE(dictionary.has("A"));
   EXPECT_EQ("", dictionary.get("a"));
   EXPECT_EQ(&dictionary.get("A"), &dictionary.get("B"));
+}
+
+TEST(Properties, FollowsTheGrammarsTable) {
+  constexpr char kCharacters[] = R"(=;?{}"\ab)";
+  std::mt19937 random(1);
+  for (int i = 0; i < 200000; ++i) {
+    std::string settings(random() % 24, '\0');
+    for (char& c : settings) c = kCharacters[random() % (sizeof kCharacters - 1)];
+    ASSERT_TRUE(oxli::fuzz::parserFollowsTable(settings)) << settings;
+  }
 }
 
 }  // namespace

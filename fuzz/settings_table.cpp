@@ -1,0 +1,125 @@
+#include "fuzz/settings_table.h"
+
+#include <map>
+
+#include "utils/properties.h"
+
+namespace oxli::fuzz {
+
+namespace {
+
+using Pairs = std::map<std::string, std::string>;
+
+struct Outcome {
+  bool wellFormed;
+  Pairs pairs;
+  std::string message;
+};
+
+enum State { kKey, kEscape, kValue, kNested, kQuoted };
+enum Class { kEquals, kSemicolon, kOpens, kCloses, kQuoteBehindEquals, kQuote, kBackslash, kOther };
+
+// What is done, in order:
+//   +  append the character
+//   /  append a backslash
+//   K  the token is the key, a value follows
+//   !  with a token, the text is malformed
+//   E  N  Q  remember the state and go to kEscape, kNested, kQuoted
+//   <  go back to the state that was remembered last
+// clang-format off
+constexpr const char* kActions[][8] = {
+    //            =      ;     ?{     }      ="    "     \      other
+    /* key    */ {"K",   "!",  "N+",  "+",   "+",  "+",  "+",   "+"},
+    /* escape */ {"/+<", "/<", "/+<", "/+<", "+<", "+<", "/+<", "/+<"},
+    /* value  */ {"+",   "",   "N+",  "+",   "Q",  "+",  "E",   "+"},
+    /* nested */ {"+",   "+",  "N+",  "<+",  "+",  "+",  "E",   "+"},
+    /* quoted */ {"+",   "+",  "N+",  "+",   "<",  "<",  "E",   "+"},
+};
+// clang-format on
+
+Class classOf(char c, char previous, bool last) {
+  if (c == '=') return kEquals;
+  if (c == ';') return kSemicolon;
+  if (c == '{' && previous == '?') return kOpens;
+  if (c == '}') return kCloses;
+  if (c == '"') return previous == '=' ? kQuoteBehindEquals : kQuote;
+  return c == '\\' && !last ? kBackslash : kOther;
+}
+
+struct Machine {
+  State state = kKey;
+  std::string remembered;
+  std::string key, token;
+  bool wellFormed = true;
+
+  void act(char action, char c) {
+    switch (action) {
+      case '+':
+        token.push_back(c);
+        break;
+      case '/':
+        token.push_back('\\');
+        break;
+      case 'K':
+        key = token;
+        token = "";
+        state = kValue;
+        break;
+      case '!':
+        wellFormed = wellFormed && token.empty();
+        break;
+      case '<':
+        state = static_cast<State>(remembered.back());
+        remembered.pop_back();
+        break;
+      default:
+        remembered.push_back(static_cast<char>(state));
+        state = action == 'E' ? kEscape : action == 'N' ? kNested : kQuoted;
+    }
+  }
+};
+
+// As much as printf sees.
+std::string printed(const std::string& text) {
+  return text.substr(0, text.find('\0'));
+}
+
+Outcome byTable(const std::string& settings) {
+  Machine machine;
+  Pairs pairs;
+  for (std::size_t i = 0; i < settings.size(); ++i) {
+    const char c = settings[i];
+    const bool last = i == settings.size() - 1;
+    const Class cls = classOf(c, i == 0 ? ';' : settings[i - 1], last);
+    for (const char* action = kActions[machine.state][cls]; *action; ++action) {
+      machine.act(*action, c);
+    }
+    if (machine.state == kValue && (last || c == ';')) {
+      pairs[machine.key] = machine.token;
+      machine.key = machine.token = "";
+      machine.state = kKey;
+    }
+  }
+
+  const bool closed = machine.remembered.empty();
+  if (machine.wellFormed && closed && (machine.key + machine.token).empty()) {
+    return {true, pairs, ""};
+  }
+  const std::string key = printed(machine.key), token = printed(machine.token);
+  std::string message = "oxutils::Properties: Unable to parse parameters. ";
+  message += closed ? key + " = " + token : "Syntax error near substring " + key + "=" + token;
+  message += ". The entire string is '" + printed(settings) + "'.";
+  return {false, pairs, message.substr(0, 16383)};
+}
+
+}  // namespace
+
+bool parserFollowsTable(const std::string& settings) {
+  oxutils::Properties properties;
+  const Outcome expected = byTable(settings);
+  return properties.parse(settings) == expected.wellFormed &&
+         static_cast<const Pairs&>(properties) == expected.pairs &&
+         properties.lastError == expected.message;
+}
+
+}  // namespace oxli::fuzz
