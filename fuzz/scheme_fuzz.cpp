@@ -1,0 +1,117 @@
+#include <cstring>
+#include <map>
+#include <new>
+#include <set>
+#include <string>
+
+#include "fuzz/fuzz.h"
+#include "loopback/scheme.h"
+#include "oxli.h"
+
+namespace {
+
+using inproc::Scheme;
+using oxli::fuzz::require;
+
+constexpr std::size_t kMaxFields = 4096;  // with those of nested messages
+
+volatile std::size_t sink;  // so that what is only read is read
+
+void readable(const char* text) {
+  require(text);
+  sink = std::strlen(text);
+}
+
+template <class Node, class Check>
+std::size_t walk(const Node* list, const Check& check) {
+  std::size_t count = 0;
+  for (; list; list = list->next) {
+    check(*list, count);
+    ++count;
+  }
+  return count;
+}
+
+void checkHints(const ox_hint_t* hints) {
+  walk(hints, [](const ox_hint_t& hint, std::size_t) {
+    readable(hint.key);
+    readable(hint.value);
+  });
+}
+
+class Walker {
+ public:
+  void message(const ox_message_desc_t& message) {
+    std::set<std::string> names;
+    std::set<const ox_field_desc_t*> fields;
+    std::size_t size = 0, total = 0;
+    require(message.num_fields ==
+            walk(message.fields, [&](const ox_field_desc_t& field, std::size_t position) {
+              require(field.number == position && names.insert(field.name).second);
+              require(field.offset <= message.size && field.size <= message.size - field.offset);
+              fields.insert(&field);
+              size = std::max(size, field.offset + field.size);
+              total += 1 + this->field(field);
+            }));
+    require(message.size == size && total <= kMaxFields);
+
+    require(message.num_indices ==
+            walk(message.indices, [&](const ox_index_desc_t& index, std::size_t) {
+              readable(index.name);
+              readable(index.desc);
+              checkHints(index.hints);
+              require(index.num_fields ==
+                      walk(index.fields, [&](const ox_index_field_desc_t& member, std::size_t) {
+                        require(fields.count(member.field) == 1);
+                      }));
+            }));
+    readable(message.desc);
+    checkHints(message.hints);
+    totals_[&message] = total;
+  }
+
+ private:
+  // How many fields its message has: one that has been walked already, for none is walked twice.
+  std::size_t field(const ox_field_desc_t& field) const {
+    readable(field.desc);
+    const inproc::Type type = inproc::typeOf(field.type);
+    require(field.num_values ==
+            walk(field.values, [&](const ox_field_value_desc_t& value, std::size_t) {
+              readable(value.name);
+              readable(value.desc);
+              sink = static_cast<std::size_t>(inproc::integerAt(type, value.value));
+              sink = static_cast<std::size_t>(inproc::integerAt(type, value.int_value));
+            }));
+    require((type.kind == 'm') == (field.msg != nullptr));
+    require(field.size == (field.msg ? field.msg->size : type.size));
+    return field.msg ? totals_.at(field.msg) : 0;
+  }
+
+  std::map<const ox_message_desc_t*, std::size_t> totals_;
+};
+
+void check(const Scheme& scheme) {
+  Walker walker;
+  const auto count = walk(
+      scheme.description.messages, [&](const ox_message_desc_t& message, std::size_t position) {
+        const auto key = static_cast<std::int32_t>(position);
+        const Scheme::Message* const found = scheme.find(OX_KEY_INDEX, &key);
+        require(found && &found->description == &message && found->position == position);
+        require(scheme.find(OX_KEY_NAME, message.name) == found);
+        walker.message(message);
+      });
+  require(scheme.description.num_messages == count);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  try {
+    check(Scheme({bytes, bytes + size}));
+  } catch (const inproc::Ended& refused) {
+    require(refused.code == OX_ERR_INVALIDARGUMENT);
+  } catch (const std::bad_alloc&) {
+    // More than there is may be asked for.
+  }
+  return 0;
+}
