@@ -24,7 +24,7 @@ class Converter {
 
   explicit operator bool() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }
 
-  // Moves all pointers behind what was converted; false unless that is everything.
+  // Takes what is written off `outRoom`. False unless all of `in` was converted.
   bool convert(char* in, std::size_t inSize, char* out, std::size_t& outRoom) {
     return iconv(descriptor_, &in, &inSize, &out, &outRoom) != static_cast<std::size_t>(-1);
   }
