@@ -1,7 +1,9 @@
 #include "jni/scheme.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "jni/base/failure.h"
@@ -15,15 +17,53 @@ namespace oxli::jni {
 
 namespace {
 
-// More references than one round of any loop below makes.
-constexpr jint kRoom = 16;
+// How many local references a conversion makes.
+
+jlong countOf(const ox_hint_t* hints) {
+  jlong count = 1;
+  for (const auto* hint = hints; hint; hint = hint->next) count += 2;
+  return count;
+}
+
+jlong countOf(const ox_message_desc_t& message);
+
+jlong countOf(const ox_field_desc_t& field) {
+  return 6 + jlong{4} * field.num_values + (field.msg ? countOf(*field.msg) : 0);
+}
+
+jlong countOf(const ox_index_desc_t& index) {
+  jlong count = 4 + countOf(index.hints);
+  for (const auto* member = index.fields; member; member = member->next) {
+    count += 1 + (member->field ? countOf(*member->field) : 0);
+  }
+  return count;
+}
+
+jlong countOf(const ox_message_desc_t& message) {
+  jlong count = 5 + countOf(message.hints);
+  for (const auto* field = message.fields; field; field = field->next) count += countOf(*field);
+  for (const auto* index = message.indices; index; index = index->next) count += countOf(*index);
+  return count;
+}
+
+jlong countOf(const ox_scheme_desc_t& scheme) {
+  jlong count = 1;
+  for (const auto* message = scheme.messages; message; message = message->next) {
+    count += countOf(*message);
+  }
+  return count;
+}
+
+// Announces them. A virtual machine that cannot promise that many may still make them; an exception
+// is left for the next step.
+void makeRoom(JNIEnv* env, jlong count) {
+  constexpr jlong kMost = std::numeric_limits<jint>::max();
+  if (exceptionPending(env)) return;
+  static_cast<void>(env->EnsureLocalCapacity(static_cast<jint>(std::min(count, kMost))));
+}
 
 // The steps of a conversion. Each is left out once an exception is pending, so that the next check
 // with a line of its own can report it.
-
-bool hasRoom(JNIEnv* env) {
-  return !exceptionPending(env) && env->EnsureLocalCapacity(kRoom) == JNI_OK;
-}
 
 jstring newText(JNIEnv* env, const char* text) {
   return text && !exceptionPending(env) ? env->NewStringUTF(text) : nullptr;
@@ -64,7 +104,7 @@ FieldClasses cachedFieldClasses(const JEnv& cache) {
 
 jobjectArray newHints(JNIEnv* env, const JEnv& cache, const ox_hint_t* hints) {
   std::vector<jstring> texts;
-  for (const ox_hint_t* hint = hints; hint && hasRoom(env); hint = hint->next) {
+  for (const ox_hint_t* hint = hints; hint && !exceptionPending(env); hint = hint->next) {
     texts.push_back(newText(env, hint->key));
     texts.push_back(newText(env, hint->value));
   }
@@ -98,7 +138,6 @@ void convertMessage(JNIEnv* env, const JEnv& cache, const ox_message_desc_t& des
 
 jobject convertField(JNIEnv* env, const JEnv& cache, const FieldClasses& classes,
                      const ox_field_desc_t& desc) {
-  if (!hasRoom(env)) return nullptr;
   const jstring name = newText(env, desc.name);
   const jstring text = newText(env, desc.desc);
   const jstring type = newText(env, desc.type);
@@ -107,7 +146,7 @@ jobject convertField(JNIEnv* env, const JEnv& cache, const FieldClasses& classes
   if (!values) return nullptr;
 
   jsize position = 0;
-  for (const auto* value = desc.values; value && hasRoom(env); value = value->next) {
+  for (const auto* value = desc.values; value && !exceptionPending(env); value = value->next) {
     const jstring valueName = newText(env, value->name);
     const jstring valueText = newText(env, value->desc);
     const jobject valueView = newView(env, value->value, desc.size);
@@ -124,7 +163,6 @@ jobject convertField(JNIEnv* env, const JEnv& cache, const FieldClasses& classes
 }
 
 jobject convertIndex(JNIEnv* env, const JEnv& cache, const ox_index_desc_t& desc) {
-  static_cast<void>(hasRoom(env));
   const jstring name = newText(env, desc.name);
   const jstring text = newText(env, desc.desc);
   const jobjectArray hints = newHints(env, cache, desc.hints);
@@ -150,7 +188,6 @@ jobject convertIndex(JNIEnv* env, const JEnv& cache, const ox_index_desc_t& desc
 }
 
 void convertMessage(JNIEnv* env, const JEnv& cache, const ox_message_desc_t& desc, jobject* out) {
-  static_cast<void>(hasRoom(env));
   const jstring name = newText(env, desc.name);
   const jstring text = newText(env, desc.desc);
   const jobjectArray hints = newHints(env, cache, desc.hints);
@@ -159,7 +196,7 @@ void convertMessage(JNIEnv* env, const JEnv& cache, const ox_message_desc_t& des
   const jobjectArray fields = newArray(env, desc.num_fields, cache.fieldDesc.cls);
   if (notMade(env, fields, "new field descs[]")) return;
   jsize position = 0;
-  for (const auto* field = desc.fields; field && hasRoom(env); field = field->next) {
+  for (const auto* field = desc.fields; field && !exceptionPending(env); field = field->next) {
     store(env, fields, position++, convertField(env, cache, cachedFieldClasses(cache), *field));
   }
 
@@ -181,7 +218,8 @@ void convertMessage(JNIEnv* env, const JEnv& cache, const ox_message_desc_t& des
 void convertScheme(JNIEnv* env, const JEnv& cache, const ox_scheme_desc_t& desc, jobject scheme) {
   constexpr char kSetRef[] = "set scheme ref";
   constexpr char kSetElement[] = "set message desc array element";
-  // What the caller left pending forbids the first step.
+  makeRoom(env, countOf(desc));
+  // The caller may have left one pending.
   if (javaFailed(env, kSetRef)) return;
   env->CallVoidMethod(scheme, cache.scheme.setRef, toHandle(&desc));
   if (javaFailed(env, kSetRef)) return;
@@ -223,7 +261,9 @@ void createScheme(JNIEnv* env, const ox_scheme_desc_t* desc, jobject scheme) {
 
 void create_message_desc(JNIEnv* env, const ox_message_desc_t* desc, jobject* out) {
   doWithCache([&](JEnv& cache) {
-    if (desc && out) convertMessage(env, cache, *desc, out);
+    if (!desc || !out) return;
+    makeRoom(env, countOf(*desc));
+    convertMessage(env, cache, *desc, out);
   });
 }
 
@@ -232,12 +272,17 @@ jobject create_field_desc(JNIEnv* env, jclass fieldDesc, jmethodID fieldDescCtor
                           const ox_field_desc_t* desc) {
   return objectWithCache([&](JEnv& cache) -> jobject {
     const FieldClasses classes{fieldDesc, fieldDescCtor, fieldValueDesc, fieldValueDescCtor};
-    return desc ? convertField(env, cache, classes, *desc) : nullptr;
+    if (!desc) return nullptr;
+    makeRoom(env, countOf(*desc));
+    return convertField(env, cache, classes, *desc);
   });
 }
 
 jobjectArray getHints(JNIEnv* env, const ox_hint_t* hints) {
-  return objectWithCache<jobjectArray>([&](JEnv& cache) { return newHints(env, cache, hints); });
+  return objectWithCache<jobjectArray>([&](JEnv& cache) {
+    makeRoom(env, countOf(hints));
+    return newHints(env, cache, hints);
+  });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1newscheme(JNIEnv* env, jclass,

@@ -7,6 +7,8 @@
 #include "jni/listener.h"
 #include "jni/oxjni.h"
 #include "jni/publisher.h"
+#include "jni/zblock.h"
+#include "org_quendel_oxli_ex_impl_OxliImplEx.h"
 #include "test/native/support/native_test.h"
 #include "test/native/support/new_faults.h"
 #include "test/native/support/records.h"
@@ -19,6 +21,7 @@ using jni::fromHandle;
 using jni::ListenerData;
 
 #define NATIVE(step) "Java_org_quendel_oxli_impl_OxliImpl_" step
+#define PARSE(step) "Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse " step
 
 // Every step whose failure has a line.
 const std::set<std::string> kSteps = {
@@ -92,9 +95,36 @@ const std::set<std::string> kSteps = {
     "replaceMsgFields get nulls",
     NATIVE("pub_1msgdispose getCreateType"),
     NATIVE("msg_1dump get ref"),
+    "set scheme ref",
+    "set scheme type",
+    "set scheme features",
+    "new message descs[]",
+    "set message desc array element",
+    "set messages descs",
+    "get hints[]",
+    "new field descs[]",
+    "new index desc",
+    "get index hints[]",
+    "new index field",
+    "new index field desc",
+    "set index field desc array element",
+    "set index desc array element",
+    "new message desc",
+    NATIVE("zblock_1new set ref"),
+    NATIVE("zblock_1wrap get ref"),
+    NATIVE("zblock_1wrap set zblock"),
+    NATIVE("zblock_1wrap set data"),
+    NATIVE("zblock_1rebind buffer"),
+    PARSE("settings"),
+    PARSE("new String Array"),
+    PARSE("set string elm key"),
+    PARSE("set string elm val"),
 };
 
 constexpr char kScheme[] = "scheme=?{messages=m;message.m=?{id=7;fields=f:i4}}";
+constexpr char kWholeScheme[] =
+    "scheme=?{messages=n,m;message.n=?{fields=g:i1};message.m=?{fields=f:i4,x:m;hints=?{a=1};"
+    "indices=k;index.k=?{fields=f};field.f=?{values=?{one=1}};field.x=?{message=n}}}";
 
 struct Scenario {
   const char* name;
@@ -104,6 +134,7 @@ struct Scenario {
   int silent = 0;       // steps that throw without a line
   bool goesOn = false;  // after an exception too, the gateway's answer counts
   int silentNull = 0;   // steps that give null without a line
+  int lines = 1;        // at most, of what encloses the step as well
 };
 
 // The local references of one run.
@@ -149,10 +180,13 @@ class FaultSweepTest : public NativeTest {
     addListenerScenarios();
     addPublisherScenarios();
     addDeliveryScenarios();
+    addSchemeScenarios();
+    addZBlockScenarios();
   }
   void TearDown() override {
     OXLI(pub_1destroy)(env, nullptr, publisher);
     OXLI(pub_1destroy)(env, nullptr, replica);
+    OXLI(pub_1destroy)(env, nullptr, wholeScheme);
     OXLI(conn_1destroy)(env, nullptr, connection);
     env->DeleteGlobalRef(jscheme);
     NativeTest::TearDown();
@@ -250,7 +284,8 @@ class FaultSweepTest : public NativeTest {
       const auto registered = jni::PublisherData::sPubMap;
       for (const auto& entry : registered) {
         const jlong handle = jni::toHandle(entry.first);
-        if (handle != publisher && handle != replica) OXLI(pub_1destroy)(env, nullptr, handle);
+        if (handle == publisher || handle == replica || handle == wholeScheme) continue;
+        OXLI(pub_1destroy)(env, nullptr, handle);
       }
     };
     scenarios.push_back(
@@ -383,6 +418,67 @@ class FaultSweepTest : public NativeTest {
     }
   }
 
+  void addSchemeScenarios() {
+    wholeScheme = newPublisher(connection, (std::string("stream=w;") + kWholeScheme).c_str());
+    filled = make("org/quendel/oxli/Scheme");
+    OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
+    const jstring whole = text(schemeText(filled).c_str());
+    const jclass schemeText = env->FindClass("org/quendel/oxli/SchemeText");
+    const jmethodID of =
+        env->GetStaticMethodID(schemeText, "of", "(Lorg/quendel/oxli/Scheme;)Ljava/lang/String;");
+    const jmethodID equals =
+        env->GetMethodID(env->GetObjectClass(whole), "equals", "(Ljava/lang/Object;)Z");
+    const auto convert = [=] {
+      const jint result = OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
+      if (result != OX_ERR_OK || env->ExceptionCheck()) return false;
+      // By functions that are not hooked, and without an allocation.
+      jvalue argument = {};
+      argument.l = filled;
+      argument.l = env->CallStaticObjectMethodA(schemeText, of, &argument);
+      return !env->ExceptionCheck() && env->CallBooleanMethodA(whole, equals, &argument);
+    };
+    const auto renew = [this] { filled = make("org/quendel/oxli/Scheme"); };
+    // Texts and objects of fields are what has no check of its own.
+    scenarios.push_back({"pub_newscheme", convert, [] {}, renew, 0, false, 43, 3});
+    scenarios.push_back({"settings_parse", [this] {
+                           return Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(
+                                      env, nullptr, streamSettings) != nullptr;
+                         }});
+  }
+
+  void addZBlockScenarios() {
+    const auto renew = [this] { zblock = make("org/quendel/oxli/ZBlock", "(J)V", jlong{0}); };
+    const auto handle = [this] { return getLong(zblock, "getRef"); };
+    const auto destroy = [this, handle] {
+      OXLI(zblock_1destroy)(env, nullptr, handle());
+      // A binding whose handle could not be written.
+      const auto registered = jni::ZBlockData::sZBlockMap;
+      for (const auto& entry : registered) {
+        OXLI(zblock_1destroy)(env, nullptr, jni::toHandle(entry.second));
+      }
+    };
+    const auto wrap = [this] {
+      OXLI(zblock_1wrap)(env, nullptr, buffer, zblock, zblock, 0);
+      return !env->ExceptionCheck() && dataOf(env, zblock);
+    };
+    const auto wrapped = [this, renew] {
+      renew();
+      OXLI(zblock_1wrap)(env, nullptr, buffer, zblock, zblock, 1);
+      set(zblock, "setData", "(Ljava/nio/ByteBuffer;)V", nullptr);
+      bound = getLong(zblock, "getRef");
+    };
+    scenarios.push_back(
+        {"zblock_new",
+         [this] { return OXLI(zblock_1new)(env, nullptr, zblock, buffer, zblock) == OX_ERR_OK; },
+         destroy, renew});
+    scenarios.push_back({"zblock_wrap", wrap, destroy, renew});
+    scenarios.push_back({"zblock_wrap again", wrap, destroy, wrapped});
+    scenarios.push_back(
+        {"zblock_rebind",
+         [this] { return OXLI(zblock_1rebind)(env, nullptr, buffer, bound) == OX_ERR_OK; }, destroy,
+         wrapped});
+  }
+
   void destroyListeners() {
     const auto registered = ListenerData::sLsnMap;
     for (const auto& entry : registered) {
@@ -434,14 +530,17 @@ class FaultSweepTest : public NativeTest {
       scenario.undo();
       SCOPED_TRACE(line);
       EXPECT_TRUE(succeeded == !fired || (scenario.goesOn && throws));
-      if (line.empty()) {
-        silent += fired ? 1 : 0;
-        continue;
-      }
+      if (line.empty()) silent += fired ? 1 : 0;
       const std::string start = "\nJNI Exception at ";
-      ASSERT_EQ(0u, line.find(start));
-      ASSERT_EQ(line.size() - 2, line.find("\n\n", start.size()));
-      seen.insert(line.substr(start.size(), line.size() - start.size() - 2));
+      int lines = 0;
+      for (std::size_t from = 0; from < line.size(); ++lines) {
+        ASSERT_EQ(from, line.find(start, from));
+        const std::size_t end = line.find("\n\n", from + start.size());
+        ASSERT_NE(std::string::npos, end);
+        seen.insert(line.substr(from + start.size(), end - from - start.size()));
+        from = end + 2;
+      }
+      EXPECT_GE(scenario.lines, lines);
     }
     call = 0;
     EXPECT_EQ(throws ? scenario.silent : scenario.silentNull, silent);
@@ -470,9 +569,13 @@ class FaultSweepTest : public NativeTest {
   jlong connection = 0;
   jlong publisher = 0;
   jlong replica = 0;
+  jlong wholeScheme = 0;
+  jlong bound = 0;
   jlong listener = 0;
   jobject message = nullptr;
   jobject reference = nullptr;
+  jobject filled = nullptr;
+  jobject zblock = nullptr;
   ox_msg_t* disposed = nullptr;
   bool isDisposed = false;
   struct {

@@ -3,6 +3,7 @@ package org.quendel.oxli;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.lang.reflect.*;
+import java.nio.ByteBuffer;
 import java.util.*;
 import java.util.function.Consumer;
 import org.junit.jupiter.api.*;
@@ -95,6 +96,7 @@ abstract class GatewayTest {
   private static Object argument(Class<?> type) {
     if (type == int.class) return 0;
     if (type == String.class) return "";
+    if (type == ByteBuffer.class) return ByteBuffer.allocateDirect(1);
     return type == ISubscriber.class ? onData(message -> {}) : null;
   }
 }
