@@ -19,7 +19,7 @@ std::atomic<bool> tablesFail{false};
 // The linker puts this in front of calloc, which nothing else here calls with these arguments.
 extern "C" {
 void* __real_calloc(std::size_t count, std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size);
+[[gnu::visibility("default")]] void* __wrap_calloc(std::size_t count, std::size_t size);
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   if (count == 256 && size == 1) {

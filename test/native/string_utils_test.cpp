@@ -32,11 +32,11 @@ void operator delete[](void* array, std::size_t) noexcept {
 // The linker puts these in front of the system's functions.
 extern "C" {
 int __real_uname(utsname* os);
-int __wrap_uname(utsname* os);
+[[gnu::visibility("default")]] int __wrap_uname(utsname* os);
 iconv_t __real_iconv_open(const char* to, const char* from);
-iconv_t __wrap_iconv_open(const char* to, const char* from);
+[[gnu::visibility("default")]] iconv_t __wrap_iconv_open(const char* to, const char* from);
 int __real_iconv_close(iconv_t converter);
-int __wrap_iconv_close(iconv_t converter);
+[[gnu::visibility("default")]] int __wrap_iconv_close(iconv_t converter);
 
 int __wrap_uname(utsname* os) {
   return unameFails ? -1 : __real_uname(os);

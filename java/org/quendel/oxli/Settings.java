@@ -73,9 +73,9 @@ public final class Settings {
       }
     }
     if (open.isEmpty()) return noValue(settings, key, settings.length());
-    final int begin = open.peekLast();
-    return (settings.charAt(begin) == '"' ? "the quotes" : "the block") + " opened at " + begin
-        + " not closed";
+    final int begin = open.peek();
+    return "nothing closes the " + (settings.charAt(begin) == '"' ? "quotes" : "block") + " at "
+        + begin;
   }
 
   private static String noValue(String settings, int begin, int end) {

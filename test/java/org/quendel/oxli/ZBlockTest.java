@@ -1,0 +1,119 @@
+package org.quendel.oxli;
+
+import static org.junit.jupiter.api.Assertions.*;
+
+import java.nio.ByteBuffer;
+import java.util.*;
+import org.junit.jupiter.api.Test;
+import org.quendel.oxli.messages.*;
+
+class ZBlockTest extends GatewayTest {
+  private static final String BLOCKS =
+      "scheme=?{messages=m;message.m=?{fields=n:i4,a:z,b:z}};stream=blocks";
+
+  private final List<String> received = new ArrayList<>();
+
+  private static ByteBuffer direct(String text) {
+    return ByteBuffer.allocateDirect(text.length()).put(text.getBytes()).clear();
+  }
+
+  private static String text(ByteBuffer bytes) {
+    final byte[] text = new byte[bytes.remaining()];
+    bytes.duplicate().get(text);
+    return new String(text);
+  }
+
+  /** What the sender does with its memory once a message refers to it changes nothing. */
+  @Test
+  void messageKeepsWhatItRefersTo() {
+    final ZBlock incoming = environment.newZBlock();
+    listen("stream=blocks", onData(message -> {
+      for (String name : List.of("a", "b")) {
+        message.getDesc().getField(name).getZBlock(message, incoming);
+        assertTrue(incoming.getData().isDirect());
+        received.add(text(incoming.getData()));
+      }
+    }));
+    final Publisher publisher = publish(BLOCKS);
+    final DataMessage message = publisher.newMessage("m");
+    final FieldDesc a = message.getDesc().getField("a");
+    final FieldDesc b = message.getDesc().getField("b");
+    final ByteBuffer memory = direct("-first-").position(1).limit(6);
+    final ZBlock block = environment.newZBlock(memory);
+    assertEquals("first", text(block.getData()));
+    a.setZBlock(message, block);
+    publisher.post(message);
+    memory.put(1, (byte) 'X');
+    b.setZBlock(message, block);
+    block.rebind(direct("second"));
+    assertEquals("second", text(block.getData()));
+    publisher.post(message);
+    a.setZBlock(message, block);
+    block.close();
+    System.gc();
+    publisher.post(message);
+    message.close();
+    connection.process(0);
+    assertEquals(List.of("first", "", "Xirst", "Xirst", "second", "Xirst"), received);
+  }
+
+  @Test
+  void receivedBlockEndsWithItsMessage() {
+    final ZBlock incoming = environment.newZBlock();
+    final List<DataMessage> copies = new ArrayList<>();
+    final Publisher publisher = publish(BLOCKS);
+    final DataMessage message = publisher.newMessage("m");
+    final FieldDesc a = message.getDesc().getField("a");
+    listen("stream=blocks", onData(delivered -> {
+      if (copies.isEmpty()) {
+        a.getZBlock(delivered, incoming);
+        copies.add(((DataMessage) delivered).copy());
+        assertThrows(IllegalStateException.class, () -> a.setZBlock(delivered, incoming));
+        assertThrows(IllegalStateException.class, () -> a.setZBlock(message, incoming));
+        assertThrows(IllegalStateException.class, () -> incoming.rebind(direct("x")));
+      }
+      // The object shows the second message then.
+      final boolean isFirst = copies.get(0).getDesc().getField("n").getLong(delivered) == 0;
+      if (isFirst) {
+        assertEquals("block", text(incoming.getData()));
+      } else {
+        assertThrows(IllegalStateException.class, incoming::getData);
+      }
+      received.add(String.valueOf(isFirst));
+    }));
+    a.setZBlock(message, environment.newZBlock(direct("block")));
+    publisher.post(message);
+    message.getDesc().getField("n").setLong(message, 1);
+    publisher.post(message);
+    connection.process(0);
+    assertEquals(List.of("true", "false"), received);
+    assertThrows(IllegalStateException.class, incoming::getData);
+    assertThrows(IllegalStateException.class, () -> a.getZBlock(copies.get(0), incoming));
+    incoming.close();
+    incoming.close();
+    assertUnusable(incoming);
+  }
+
+  @Test
+  void damagedBlocksAndOtherMemoryAreRefused() {
+    final ZBlock block = environment.newZBlock();
+    assertNull(block.getData());
+    final DataMessage message = publish(BLOCKS).newMessage("m");
+    final FieldDesc a = message.getDesc().getField("a");
+    assertThrows(IllegalStateException.class, () -> a.setZBlock(message, block));
+    for (int size : new int[] {1, -1}) { // without an address, and larger than a buffer
+      message.getData().putInt(a.getOffset(), size).putLong(a.getOffset() + 4, size < 0 ? 1 : 0);
+      final OxliException refused =
+          assertThrows(OxliException.class, () -> a.getZBlock(message, block));
+      assertTrue(refused.getMessage().contains(Integer.toUnsignedString(size)));
+      assertNull(block.getData());
+    }
+    final ByteBuffer heap = ByteBuffer.allocate(1);
+    assertThrows(IllegalArgumentException.class, () -> environment.newZBlock(heap));
+    final ZBlock sent = environment.newZBlock(direct("sent"));
+    assertThrows(IllegalArgumentException.class, () -> sent.rebind(heap));
+    environment.close();
+    for (ZBlock each : List.of(block, sent)) assertUnusable(each);
+    sent.close();
+  }
+}
