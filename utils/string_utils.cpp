@@ -3,6 +3,7 @@
 #include <iconv.h>
 #include <sys/utsname.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -33,10 +34,15 @@ class Converter {
   iconv_t descriptor_;
 };
 
-// What a strto function made of `text`. A number that overflowed it is above the limit as well.
-int store(unsigned int& value, const char* text, const char* end, unsigned long number) {
+// `convert`: strtol or strtoul. What overflows it is above the limit as well.
+template <class Convert>
+int read(unsigned int& value, const char* text, int base, Convert convert) {
+  char* end = nullptr;
+  errno = 0;
+  const auto number = static_cast<unsigned long>(convert(text, &end, base));
   if (number > UINT32_MAX) return 1;
-  if (!end || end == text || *end != '\0') return 2;
+  // EINVAL: there is no such base, and `end` says nothing.
+  if (errno == EINVAL || end == text || *end != '\0') return 2;
   value = static_cast<unsigned int>(number);
   return 0;
 }
@@ -78,15 +84,11 @@ std::string StringUtils::int2str(int value) {
 }
 
 int StringUtils::str2int(unsigned int& value, const char* text, int base) {
-  char* end = nullptr;  // left alone when the base is none
-  const long number = std::strtol(text, &end, base);
-  return store(value, text, end, static_cast<unsigned long>(number));
+  return read(value, text, base, std::strtol);
 }
 
 int StringUtils::str2uint32(unsigned int& value, const char* text, int base) {
-  char* end = nullptr;
-  const unsigned long number = std::strtoul(text, &end, base);
-  return store(value, text, end, number);
+  return read(value, text, base, std::strtoul);
 }
 
 std::string StringUtils::getOsVersion() {

@@ -29,7 +29,7 @@ void operator delete[](void* array, std::size_t) noexcept {
   operator delete[](array);
 }
 
-// The linker puts these in front of the system's functions.
+// The linker puts these in front of the system's functions, in those of shared libraries too.
 extern "C" {
 int __real_uname(utsname* os);
 [[gnu::visibility("default")]] int __wrap_uname(utsname* os);
@@ -118,7 +118,7 @@ TEST(StringUtils, ReadsIntegers) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     unsigned value = kUntouched;
-    errno = ERANGE;  // of an earlier call
+    errno = EINVAL;  // of an earlier call
     EXPECT_EQ(c.asInt, StringUtils::str2int(value, c.text, c.base));
     EXPECT_EQ(c.asInt == 0 ? c.value : kUntouched, value);
     value = kUntouched;

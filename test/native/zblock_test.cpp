@@ -43,6 +43,9 @@ class ZBlockTest : public NativeTest {
 
   ox_zblock_t* at(std::size_t offset) { return reinterpret_cast<ox_zblock_t*>(bytes + offset); }
   void put(std::size_t offset, std::uint32_t size, void* ptr) { *at(offset) = {size, ptr}; }
+  static bool says(const ox_zblock_t* descriptor, std::uint32_t size, const void* ptr) {
+    return descriptor->size == size && descriptor->ptr == ptr;
+  }
   void wrap(jobject from, jlong offset) {
     OXLI(zblock_1wrap)(env, nullptr, from, zblock, zblock, offset);
   }
@@ -64,8 +67,8 @@ TEST_F(ZBlockTest, DescriptorOfOwnMemoryIsCopiedIntoPayloads) {
   EXPECT_EQ(block, load<char*>(bytes + 24));
 
   ASSERT_EQ(OX_ERR_OK, OXLI(zblock_1rebind)(env, nullptr, payload, handle()));
-  EXPECT_EQ(block, at(20)->ptr);
-  EXPECT_TRUE(descriptor()->ptr == bytes && descriptor()->size == sizeof bytes);
+  EXPECT_TRUE(says(at(20), 4096, block));
+  EXPECT_TRUE(says(descriptor(), sizeof bytes, bytes));
 }
 
 TEST_F(ZBlockTest, OneBindingMovesFromDescriptorToDescriptor) {
@@ -85,9 +88,9 @@ TEST_F(ZBlockTest, OneBindingMovesFromDescriptorToDescriptor) {
 
   const jobject memory = env->NewDirectByteBuffer(block + 1, 2);
   EXPECT_EQ(OX_ERR_OK, OXLI(zblock_1rebind)(env, nullptr, memory, handle()));
-  EXPECT_TRUE(at(20)->size == 2 && at(20)->ptr == block + 1);
+  EXPECT_TRUE(says(at(20), 2, block + 1));
   EXPECT_EQ(0, OXLI(zblock_1unwrap)(env, nullptr, payload, handle(), 18));
-  EXPECT_TRUE(at(18)->size == 2 && at(18)->ptr == block + 1);
+  EXPECT_TRUE(says(at(18), 2, block + 1));
 }
 
 TEST_F(ZBlockTest, UnusablePlacesAndBlocksAreRefused) {
