@@ -3,9 +3,9 @@
 // is pinned by the assertions below, for 64-bit little-endian Linux. Where only the gateway can say
 // what a value means or how long a record lives, this says what the project relies on.
 //
-// Memory: every record belongs to the gateway. A record or text that a callback receives is valid
-// until the callback returns; a description record until the last listener or publisher on its
-// stream is destroyed. Texts are zero-terminated; as input they are read during the call only.
+// Memory: every record belongs to the gateway. A record, text or z-block that a callback receives is
+// valid until the callback returns; a description record until the last listener or publisher on its
+// stream is destroyed. The z-blocks of a posted message are read during the post only. Texts are zero-terminated; as input they are read during the call only.
 //
 // Threads: a listener callback runs on a thread that is inside one of the calls below. The exit
 // callback may run on a thread of the gateway's own.

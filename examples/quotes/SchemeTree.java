@@ -28,7 +28,7 @@ final class SchemeTree {
   }
 
   private void field(String indent, FieldDesc field) {
-    line(indent, String.format("%s: %s, %d bytes at %d", field.getName(), field.getType(),
+    line(indent, String.format("%s: %s, size %d, offset %d", field.getName(), field.getType(),
         field.getSize(), field.getOffset()), field.getDescription());
     final String inner = indent + "  ";
     for (FieldValueDesc value : field.getValues()) {
