@@ -47,8 +47,10 @@ final class Descriptions {
     return Collections.unmodifiableMap(hints);
   }
 
-  /** Read-only, because the bytes are the gateway's; null stays null. */
+  /** A copy, because the gateway's bytes end with the scheme's owner; null stays null. */
   static ByteBuffer bytes(ByteBuffer value) {
-    return value == null ? null : value.asReadOnlyBuffer().order(ByteOrder.LITTLE_ENDIAN);
+    if (value == null) return null;
+    return ByteBuffer.allocate(value.capacity()).put(value).clear().asReadOnlyBuffer()
+        .order(ByteOrder.LITTLE_ENDIAN);
   }
 }

@@ -6,7 +6,9 @@ import java.nio.ByteOrder;
 import java.util.List;
 import java.util.Map;
 import java.util.NoSuchElementException;
+import java.util.Set;
 import org.quendel.oxli.impl.MessageAccess;
+import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.Message;
 import org.quendel.oxli.messages.StreamDataMessage;
 
@@ -31,8 +33,9 @@ import org.quendel.oxli.messages.StreamDataMessage;
  *   <li>{@link IllegalStateException} when the message has ended, was closed or has no payload.
  * </ul>
  *
- * <p>Whether the message is one of this description is not checked. A field belongs to the opening
- * that its scheme came with: the next one may lay messages out otherwise.
+ * <p>Whether the message is one of this description is checked for z-blocks only, whose bytes would
+ * be taken for an address. A field belongs to the opening that its scheme came with: the next one may
+ * lay messages out otherwise.
  */
 public final class FieldDesc {
   private static final int DECIMAL_SIZE = Long.BYTES + Byte.BYTES;
@@ -144,10 +147,7 @@ public final class FieldDesc {
     return offset;
   }
 
-  /**
-   * The field's default, or null: {@link #getSize} bytes of gateway memory, read-only and
-   * little-endian, valid as long as the scheme's owner.
-   */
+  /** The field's default, {@link #getSize} bytes, read-only and little-endian; or null. */
   public ByteBuffer getValue() {
     return value;
   }
@@ -314,12 +314,13 @@ public final class FieldDesc {
    * Points a z-block at the block of bytes that the field refers to, without copying them. They can
    * be read as long as the message lasts; see {@link ZBlock}.
    *
+   * @throws IllegalArgumentException also when the message's own description has no z-block there
    * @throws IllegalStateException also when the message is a copy, which has no blocks, or the
    *     z-block has been closed
    * @throws OxliException when the block is larger than a buffer can be, or the field is damaged
    */
   public void getZBlock(Message from, ZBlock block) {
-    block.receive(from, payload(from, Kind.ZBLOCK), offset);
+    block.receive(from, blockPayload(from), offset);
   }
 
   /**
@@ -327,11 +328,12 @@ public final class FieldDesc {
    * are then. The message keeps their memory alive until the field is set again or the message is
    * closed, whatever becomes of the z-block; a later {@link ZBlock#rebind} does not reach it.
    *
+   * @throws IllegalArgumentException also when the message's own description has no z-block there
    * @throws IllegalStateException also when the message is not an outgoing one, or the z-block has
    *     no bytes of its own to send
    */
   public void setZBlock(Message to, ZBlock block) {
-    final ByteBuffer data = payload(to, Kind.ZBLOCK);
+    final ByteBuffer data = blockPayload(to);
     if (MessageAccess.get().ownerOf(to) == null) {
       throw new IllegalStateException("only outgoing messages refer to blocks of the application");
     }
@@ -415,6 +417,21 @@ public final class FieldDesc {
     final boolean asMade = data.limit() == data.capacity()
         && data.order() == ByteOrder.LITTLE_ENDIAN;
     return asMade ? data : data.duplicate().clear().order(ByteOrder.LITTLE_ENDIAN);
+  }
+
+  /** The payload, whose description must have a z-block where this field is. */
+  private ByteBuffer blockPayload(Message of) {
+    final ByteBuffer data = payload(of, Kind.ZBLOCK);
+    final boolean described = of instanceof AbstractDataMessage
+        && ((AbstractDataMessage) of).getDesc().hasZBlockAt(offset);
+    if (described) return data;
+    throw new IllegalArgumentException("the message has no z-block at the place of " + this);
+  }
+
+  /** Adds where the z-blocks of the field are, with its own offset counted from the base. */
+  void addZBlocks(int base, Set<Integer> offsets) {
+    if (kind == Kind.ZBLOCK) offsets.add(base + offset);
+    if (message != null) message.addZBlocks(base + offset, offsets);
   }
 
   private ByteBuffer slice(ByteBuffer data) {

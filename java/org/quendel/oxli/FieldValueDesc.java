@@ -26,10 +26,7 @@ public final class FieldValueDesc {
     return description;
   }
 
-  /**
-   * The value as it stands in a payload, or null: gateway memory, read-only and little-endian,
-   * valid as long as the scheme's owner.
-   */
+  /** The value as it stands in a payload, read-only and little-endian; or null. */
   public ByteBuffer getValue() {
     return value;
   }

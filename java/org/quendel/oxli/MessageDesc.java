@@ -1,8 +1,10 @@
 package org.quendel.oxli;
 
+import java.util.HashSet;
 import java.util.List;
 import java.util.Map;
 import java.util.NoSuchElementException;
+import java.util.Set;
 
 /** One message of a {@link Scheme}. Immutable; made by native code. */
 public final class MessageDesc {
@@ -14,6 +16,7 @@ public final class MessageDesc {
   private final List<IndexDesc> indices;
   private final Map<String, FieldDesc> fieldsByName;
   private final Map<String, IndexDesc> indicesByName;
+  private final Set<Integer> zblocks = new HashSet<>();
 
   MessageDesc(long number, String name, String description, String[] hints, FieldDesc[] fields,
       IndexDesc[] indices) {
@@ -26,6 +29,7 @@ public final class MessageDesc {
     fieldsByName = Descriptions.byName(fields, FieldDesc::getName);
     indicesByName = Descriptions.byName(indices, IndexDesc::getName);
     place(fields, indices);
+    addZBlocks(0, zblocks);
   }
 
   /** Native code gives indexes field objects of their own. */
@@ -36,6 +40,17 @@ public final class MessageDesc {
     for (IndexDesc index : indexArray) {
       if (index != null) index.placeLike(fieldsByName);
     }
+  }
+
+  void addZBlocks(int base, Set<Integer> offsets) {
+    for (FieldDesc field : fields) {
+      if (field != null) field.addZBlocks(base, offsets);
+    }
+  }
+
+  /** Whether a z-block field, of a nested message too, lies at the offset. */
+  boolean hasZBlockAt(int offset) {
+    return zblocks.contains(offset);
   }
 
   /** The gateway's number of the message, unsigned 32-bit. */

@@ -9,7 +9,8 @@ import org.quendel.oxli.messages.*;
 
 class ZBlockTest extends GatewayTest {
   private static final String BLOCKS =
-      "scheme=?{messages=m;message.m=?{fields=n:i4,a:z,b:z}};stream=blocks";
+      "scheme=?{messages=in,m;message.in=?{fields=x:i8,z:z};message.m=?{fields=n:i4,a:z,b:z,p:m;"
+      + "field.p=?{message=in}}};stream=blocks";
 
   private final List<String> received = new ArrayList<>();
 
@@ -101,6 +102,10 @@ class ZBlockTest extends GatewayTest {
     final DataMessage message = publish(BLOCKS).newMessage("m");
     final FieldDesc a = message.getDesc().getField("a");
     assertThrows(IllegalStateException.class, () -> a.setZBlock(message, block));
+    final FieldDesc nested = message.getScheme().getMessage("in").getField("z");
+    assertThrows(IllegalArgumentException.class, () -> nested.getZBlock(message, block));
+    message.getDesc().getField("p").getField("z").getZBlock(message, block);
+    assertEquals(0, block.getData().capacity());
     for (int size : new int[] {1, -1}) { // without an address, and larger than a buffer
       message.getData().putInt(a.getOffset(), size).putLong(a.getOffset() + 4, size < 0 ? 1 : 0);
       final OxliException refused =
