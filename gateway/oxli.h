@@ -3,9 +3,10 @@
 // is pinned by the assertions below, for 64-bit little-endian Linux. Where only the gateway can say
 // what a value means or how long a record lives, this says what the project relies on.
 //
-// Memory: every record belongs to the gateway. A record, text or z-block that a callback receives is
-// valid until the callback returns; a description record until the last listener or publisher on its
-// stream is destroyed. The z-blocks of a posted message are read during the post only. Texts are zero-terminated; as input they are read during the call only.
+// Memory: every record belongs to the gateway. A record, text or z-block that a callback receives
+// is valid until the callback returns; a description record until the last listener or publisher on
+// its stream is destroyed. The z-blocks of a posted message are read during the post only. Texts
+// are zero-terminated; as input they are read during the call only.
 //
 // Threads: a listener callback runs on a thread that is inside one of the calls below. The exit
 // callback may run on a thread of the gateway's own.
@@ -19,7 +20,8 @@
 extern "C" {
 #endif
 
-// Result codes. Every function that returns int returns one of these unless it says otherwise.
+// Result codes. Every function that returns int returns one of these, or another of the gateway's,
+// unless it says otherwise.
 enum {
   OX_ERR_OK = 0,
   OX_ERR_INTERNAL = 0x20000,
@@ -159,7 +161,7 @@ typedef struct ox_index_desc {
 
 typedef struct ox_message_desc {
   struct ox_message_desc* next;
-  size_t size;  // bytes of the payload
+  size_t size;  // the gateway's own
   uint32_t num_fields;
   ox_field_desc_t* fields;
   uint32_t number;
@@ -249,6 +251,7 @@ OX_AT(ox_msg_t, data_size, 8);
 OX_AT(ox_msg_t, data, 16);
 OX_AT(ox_msg_t, reserved, 24);
 static_assert(sizeof(ox_msg_t) == 32, "message head");
+OX_AT(ox_msg_data_t, head, 0);
 OX_AT(ox_msg_data_t, msg_index, 32);
 OX_AT(ox_msg_data_t, msg_id, 40);
 OX_AT(ox_msg_data_t, msg_name, 48);
@@ -256,6 +259,7 @@ OX_AT(ox_msg_data_t, user_id, 56);
 OX_AT(ox_msg_data_t, addr, 64);
 OX_AT(ox_msg_data_t, ref_msg, 72);
 static_assert(sizeof(ox_msg_data_t) == 80, "data message");
+OX_AT(ox_msg_streamdata_t, head, 0);
 OX_AT(ox_msg_streamdata_t, msg_index, 32);
 OX_AT(ox_msg_streamdata_t, msg_id, 40);
 OX_AT(ox_msg_streamdata_t, msg_name, 48);
@@ -272,12 +276,15 @@ static_assert(sizeof(ox_data_cleardeleted_t) == 12, "packed");
 OX_AT(ox_zblock_t, size, 0);
 OX_AT(ox_zblock_t, ptr, 4);
 static_assert(sizeof(ox_zblock_t) == 12, "packed");
+OX_AT(ox_hint_t, next, 0);
 OX_AT(ox_hint_t, key, 8);
 OX_AT(ox_hint_t, value, 16);
+OX_AT(ox_field_value_desc_t, next, 0);
 OX_AT(ox_field_value_desc_t, name, 8);
 OX_AT(ox_field_value_desc_t, desc, 16);
 OX_AT(ox_field_value_desc_t, value, 24);
 OX_AT(ox_field_value_desc_t, int_value, 32);
+OX_AT(ox_field_desc_t, next, 0);
 OX_AT(ox_field_desc_t, number, 8);
 OX_AT(ox_field_desc_t, name, 16);
 OX_AT(ox_field_desc_t, desc, 24);
@@ -288,13 +295,16 @@ OX_AT(ox_field_desc_t, value, 56);
 OX_AT(ox_field_desc_t, num_values, 64);
 OX_AT(ox_field_desc_t, values, 72);
 OX_AT(ox_field_desc_t, msg, 104);
+OX_AT(ox_index_field_desc_t, next, 0);
 OX_AT(ox_index_field_desc_t, field, 8);
 OX_AT(ox_index_field_desc_t, param, 16);
+OX_AT(ox_index_desc_t, next, 0);
 OX_AT(ox_index_desc_t, num_fields, 8);
 OX_AT(ox_index_desc_t, fields, 16);
 OX_AT(ox_index_desc_t, name, 24);
 OX_AT(ox_index_desc_t, desc, 32);
 OX_AT(ox_index_desc_t, hints, 40);
+OX_AT(ox_message_desc_t, next, 0);
 OX_AT(ox_message_desc_t, num_fields, 16);
 OX_AT(ox_message_desc_t, fields, 24);
 OX_AT(ox_message_desc_t, number, 32);
@@ -307,6 +317,12 @@ OX_AT(ox_scheme_desc_t, scheme_type, 0);
 OX_AT(ox_scheme_desc_t, features, 4);
 OX_AT(ox_scheme_desc_t, num_messages, 8);
 OX_AT(ox_scheme_desc_t, messages, 16);
+// The other half of their slots may hold anything.
+static_assert(sizeof(ox_scheme_desc_t::num_messages) == 4 &&
+                  sizeof(ox_message_desc_t::num_fields) == 4 &&
+                  sizeof(ox_message_desc_t::num_indices) == 4 &&
+                  sizeof(ox_field_desc_t::num_values) == 4,
+              "counts of 4 bytes");
 #undef OX_AT
 #endif
 

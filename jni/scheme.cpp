@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <vector>
 
 #include "jni/base/failure.h"
 #include "jni/base/handles.h"
@@ -28,7 +27,9 @@ jlong countOf(const ox_hint_t* hints) {
 jlong countOf(const ox_message_desc_t& message);
 
 jlong countOf(const ox_field_desc_t& field) {
-  return 6 + jlong{4} * field.num_values + (field.msg ? countOf(*field.msg) : 0);
+  jlong count = 6 + (field.msg ? countOf(*field.msg) : 0);
+  for (const auto* value = field.values; value; value = value->next) count += 4;
+  return count;
 }
 
 jlong countOf(const ox_index_desc_t& index) {
@@ -54,10 +55,10 @@ jlong countOf(const ox_scheme_desc_t& scheme) {
   return count;
 }
 
-// Announces them. A virtual machine that cannot promise that many may still make them; an exception
-// is left for the next step.
+// Announces them, as far as virtual machines let one: they make more all the same, but those that
+// check complain. An exception is left for the next step.
 void makeRoom(JNIEnv* env, jlong count) {
-  constexpr jlong kMost = std::numeric_limits<jint>::max();
+  constexpr jlong kMost = 65536;
   if (exceptionPending(env)) return;
   static_cast<void>(env->EnsureLocalCapacity(static_cast<jint>(std::min(count, kMost))));
 }
@@ -69,8 +70,10 @@ jstring newText(JNIEnv* env, const char* text) {
   return text && !exceptionPending(env) ? env->NewStringUTF(text) : nullptr;
 }
 
+// None for what no Java buffer can hold.
 jobject newView(JNIEnv* env, const void* bytes, std::size_t size) {
-  if (!bytes || exceptionPending(env)) return nullptr;
+  constexpr auto kMost = std::size_t{std::numeric_limits<jint>::max()};
+  if (!bytes || size > kMost || exceptionPending(env)) return nullptr;
   return env->NewDirectByteBuffer(const_cast<void*>(bytes), static_cast<jlong>(size));
 }
 
@@ -103,15 +106,15 @@ FieldClasses cachedFieldClasses(const JEnv& cache) {
 }
 
 jobjectArray newHints(JNIEnv* env, const JEnv& cache, const ox_hint_t* hints) {
-  std::vector<jstring> texts;
-  for (const ox_hint_t* hint = hints; hint && !exceptionPending(env); hint = hint->next) {
-    texts.push_back(newText(env, hint->key));
-    texts.push_back(newText(env, hint->value));
-  }
-  const jobjectArray array = newArray(env, texts.size(), cache.string.cls);
+  jsize texts = 0;
+  for (const auto* hint = hints; hint; hint = hint->next) texts += 2;
+  const jobjectArray array = newArray(env, texts, cache.string.cls);
   if (!array) return nullptr;
   jsize position = 0;
-  for (const jstring text : texts) store(env, array, position++, text);
+  for (const auto* hint = hints; hint && !exceptionPending(env); hint = hint->next) {
+    store(env, array, position++, newText(env, hint->key));
+    store(env, array, position++, newText(env, hint->value));
+  }
   return array;
 }
 
@@ -243,7 +246,8 @@ void convertScheme(JNIEnv* env, const JEnv& cache, const ox_scheme_desc_t& desc,
 
 // How a conversion ended shows in the pending exception alone.
 jint fillScheme(JNIEnv* env, const JEnv& cache, const ox_scheme_desc_t* desc, jobject scheme) {
-  if (desc) convertScheme(env, cache, *desc, scheme);
+  if (!desc) return OX_ERR_INTERNAL;
+  convertScheme(env, cache, *desc, scheme);
   return OX_ERR_OK;
 }
 
@@ -301,11 +305,10 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1newscheme(JNIEnv
                                                                           jlong handle,
                                                                           jobject scheme) {
   return resultWithCache([&](JEnv& cache) -> jint {
-    if (!scheme) return OX_ERR_INVALIDARGUMENT;
+    auto* const pub = fromHandle<ox_publisher_t>(handle);
+    if (!scheme || !pub) return OX_ERR_INVALIDARGUMENT;
     ox_scheme_desc_t* desc = nullptr;
-    if (const int result = ox_pub_getscheme(fromHandle<ox_publisher_t>(handle), &desc)) {
-      return result;
-    }
+    if (const int result = ox_pub_getscheme(pub, &desc)) return result;
     return fillScheme(env, cache, desc, scheme);
   });
 }

@@ -1,8 +1,10 @@
 // Java's description of a scheme, made from the gateway's. What a conversion makes are local
 // references that live until the calling native returns; buffers are views of the gateway's own
 // bytes. A failed step writes its line and leaves its Java exception pending; what was made until
-// then stays behind. The records must not change meanwhile. While the environment is closed, and
-// with a null record, nothing happens.
+// then stays behind. A null text gives a null string, and a value that no Java buffer can hold
+// gives a null buffer. The records must not change meanwhile. While the environment is closed, and
+// with a null argument where something is to be read or filled, nothing happens and the result is
+// null.
 #ifndef OXLI_JNI_SCHEME_H
 #define OXLI_JNI_SCHEME_H
 
@@ -15,7 +17,8 @@ extern "C" {
 // Fills a Java `Scheme`.
 JNIEXPORT void createScheme(JNIEnv* env, const ox_scheme_desc_t* desc, jobject scheme);
 
-// `out` receives the new `MessageDesc`; a conversion that ends early leaves it alone.
+// `out` receives the new `MessageDesc`, null when the last step could not make it; a conversion
+// that ends earlier leaves it alone.
 JNIEXPORT void create_message_desc(JNIEnv* env, const ox_message_desc_t* desc, jobject* out);
 
 // A new `FieldDesc`, of the classes given. Writes no line of its own: null with the exception

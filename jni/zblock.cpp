@@ -56,10 +56,11 @@ void releaseZBlockData(JNIEnv* env, ZBlockData& record) {
   record.owned = false;
 }
 
-// Binds a released or new record. False, after the line for `step` and with the record released,
-// when a reference could not be made.
+// Binds a record anew. False, after the line for `step` and with the record released, when a
+// reference could not be made.
 bool bind(JNIEnv* env, ZBlockData& record, ox_zblock_t* descriptor, jobject zblock, jobject buffer,
           const char* step) {
+  releaseZBlockData(env, record);
   record.zblock = descriptor;
   if (record.jzblock.hold(env, zblock, step) && record.jbuffer.hold(env, buffer, step)) return true;
   releaseZBlockData(env, record);
@@ -82,24 +83,26 @@ jint newBlock(JNIEnv* env, JEnv& cache, jobject holder, jobject buffer, jobject 
   return setObjRef(env, cache, holder, toHandle(bound), kSetRef);
 }
 
-// Gives the Java `ZBlock` its bytes; null for none.
+jobject newBuffer(JNIEnv* env, const ox_zblock_t& block) {
+  // A buffer wants an address even when it is empty.
+  static char nowhere;
+  return env->NewDirectByteBuffer(block.ptr ? block.ptr : &nowhere, block.size);
+}
+
+// Gives the Java `ZBlock` its bytes; null for none, and when there is no memory for the buffer.
 void setData(JNIEnv* env, const JEnv& cache, jobject zblock, const ox_zblock_t* block) {
   constexpr char kSetData[] = "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set data";
-  if (!zblock) return;
-  const LocalRef<jobject> data(env,
-                               block ? env->NewDirectByteBuffer(block->ptr, block->size) : nullptr);
-  if (block && notMade(env, data.get(), kSetData)) return;
+  if (!zblock || exceptionPending(env)) return;
+  const LocalRef<jobject> data(env, block ? newBuffer(env, *block) : nullptr);
+  if (block && notMade(env, data.get(), kSetData) && exceptionPending(env)) return;
   env->CallVoidMethod(zblock, cache.zBlock.setData, data.get());
   static_cast<void>(javaFailed(env, kSetData));
 }
 
-// The record of the holder's handle, released, or a new one; null when Java failed.
+// The record of the holder's handle, or a new one; null when Java failed.
 ZBlockData* recordFor(JNIEnv* env, const JEnv& cache, jobject holder, jlong handle,
                       ox_zblock_t* descriptor) {
-  if (auto* const bound = fromHandle<ZBlockData>(handle)) {
-    releaseZBlockData(env, *bound);
-    return bound;
-  }
+  if (auto* const bound = fromHandle<ZBlockData>(handle)) return bound;
   auto record = std::make_unique<ZBlockData>();
   Reservation<ox_zblock_t, ZBlockData> entry(record.get());
   env->CallVoidMethod(holder, cache.objRef.set, toHandle(record.get()));
@@ -121,11 +124,10 @@ void wrapBlock(JNIEnv* env, JEnv& cache, jobject payload, jobject holder, jobjec
   if (!isReadable(block)) return setData(env, cache, zblock, nullptr);
   auto* const descriptor = static_cast<ox_zblock_t*>(place);
   ZBlockData* const record = recordFor(env, cache, holder, handle, descriptor);
-  if (!record || !bind(env, *record, descriptor, zblock, payload,
-                       "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set zblock")) {
-    return;
-  }
-  setData(env, cache, zblock, &block);
+  if (!record) return;
+  const bool bound = bind(env, *record, descriptor, zblock, payload,
+                          "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set zblock");
+  setData(env, cache, zblock, bound ? &block : nullptr);
 }
 
 jint rebindBlock(JNIEnv* env, JEnv& cache, jobject buffer, ZBlockData* record) {

@@ -87,8 +87,7 @@ void Base64::build_decoding_table() {
 
 void Base64::base64_cleanup() {
   const std::lock_guard<std::mutex> lock(tableMutex);
-  std::free(decoding_table);
-  __atomic_store_n(&decoding_table, nullptr, __ATOMIC_RELEASE);
+  std::free(__atomic_exchange_n(&decoding_table, nullptr, __ATOMIC_ACQ_REL));
 }
 
 }  // namespace oxutils

@@ -24,7 +24,8 @@ class OXUTILS_API IDictionary {
 // Pairs are separated by ";". A value may be put in double quotes so that it can hold ";", and may
 // hold blocks "?{...}", which stay unparsed: parse one by handing what is between its braces to
 // another Properties. A backslash escapes a double quote; before any other character it stays
-// itself. Blanks are ordinary characters.
+// itself, and inside quotes and blocks a ";" behind it is lost. In keys it means nothing. Blanks
+// are ordinary characters.
 //
 // Not locked: one object is for one thread at a time.
 class OXUTILS_API Properties : public std::map<std::string, std::string>, public IDictionary {
@@ -35,7 +36,8 @@ class OXUTILS_API Properties : public std::map<std::string, std::string>, public
   ~Properties() override;
 
   // Adds the pairs of `settings`; a key met again gets the later value. False when the text is
-  // malformed: `lastError` says where, and the pairs before the fault have been added.
+  // malformed: `lastError` shows what was left over, and the pairs that were complete have been
+  // added all the same. REQUIRES: `settings` is none of this object's values.
   bool parse(const std::string& settings);
 
   bool has(const std::string& key) const override;

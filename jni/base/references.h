@@ -19,7 +19,8 @@ class HeldRef {
   HeldRef(const HeldRef&) = delete;
   HeldRef& operator=(const HeldRef&) = delete;
 
-  // False, after the line for `step`, when the reference could not be made. A null `object` is held
+  // False, after the line for `step`, when an exception was pending or the reference could not be
+  // made. A null `object` is held
   // as null. REQUIRES: nothing is held.
   [[nodiscard]] bool hold(JNIEnv* env, jobject object, const char* step) {
     // A callback of the gateway's may have thrown in the call before.

@@ -42,7 +42,7 @@ class UtfChars {
 };
 
 // A Java string made from a text of the gateway's, deleted at the end of the scope. A null text
-// gives a null string.
+// gives a null string. REQUIRES: no exception is pending.
 class JavaText {
  public:
   JavaText(JNIEnv* env, const char* text)

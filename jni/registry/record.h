@@ -45,9 +45,10 @@ class Pin {
   Record& record_;
 };
 
-// Brackets a gateway call on a record: callbacks that the gateway makes during the call find the
-// calling thread's environment in the record's `env`. Brackets nest. A thread that leaves restores
-// what it found, unless another thread has entered meanwhile: that one's environment stays.
+// Brackets a gateway call on a record: callbacks that the gateway makes during the call find an
+// environment in the record's `env`, hence that a thread is inside. Brackets nest. A thread that
+// leaves restores what it found, unless another thread has entered meanwhile: that one's
+// environment stays.
 template <class Record>
 class InsideCall {
  public:

@@ -1,8 +1,8 @@
 // The registries: from a gateway handle to the record that binds it to its Java object. What all
 // four kinds share stands here, out-parameters included; it knows no record type.
 //
-// An entry owns its record. A record that is taken out is retired by whoever took it: references
-// dropped, then the memory let go.
+// An entry owns its record, unless the record's own header says otherwise. A record that is taken
+// out is retired by whoever took it: references dropped, then the memory let go.
 #ifndef OXLI_JNI_REGISTRY_REGISTRY_H
 #define OXLI_JNI_REGISTRY_REGISTRY_H
 
@@ -20,7 +20,8 @@ namespace oxli::jni {
 template <class Handle, class Record>
 using Registry = std::map<Handle*, Record*>;
 
-// An entry allocated ahead, so that registering cannot fail once the gateway's object exists.
+// An entry allocated ahead, for one use, so that registering cannot fail once the gateway's object
+// exists.
 template <class Handle, class Record>
 class Reservation {
  public:
