@@ -80,7 +80,8 @@ public final class Environment implements AutoCloseable {
    * Makes a z-block to send.
    *
    * @param memory a direct buffer: the bytes from its position to its limit. It stays the caller's;
-   *     its later position and limit do not count.
+   *     its later position and limit do not count. It must be of the application's own: memory that
+   *     somebody frees, such as a payload or a received block, is not kept by keeping its buffer.
    * @throws IllegalArgumentException when the buffer is not direct
    */
   public ZBlock newZBlock(ByteBuffer memory) {
@@ -97,8 +98,10 @@ public final class Environment implements AutoCloseable {
    * @throws OxliException when the gateway refuses
    */
   public void onExit(IExitEventHandler handler) {
-    requireOpen();
-    ExitEvents.handleWith(handler);
+    synchronized (LIFECYCLE) {
+      requireOpen();
+      ExitEvents.handleWith(handler);
+    }
   }
 
   /**

@@ -3,10 +3,11 @@ package org.quendel.oxli;
 import java.math.BigDecimal;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
+import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
 import java.util.NoSuchElementException;
-import java.util.Set;
+import java.util.stream.IntStream;
 import org.quendel.oxli.impl.MessageAccess;
 import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.Message;
@@ -30,7 +31,8 @@ import org.quendel.oxli.messages.StreamDataMessage;
  * <ul>
  *   <li>{@link IllegalArgumentException} when the field is of another type,
  *   <li>{@link IndexOutOfBoundsException} when it would leave the payload, and
- *   <li>{@link IllegalStateException} when the message has ended, was closed or has no payload.
+ *   <li>{@link IllegalStateException} when the message has ended, was closed or has no payload, and
+ *       when a delivered one would be written.
  * </ul>
  *
  * <p>Whether the message is one of this description is checked for z-blocks only, whose bytes would
@@ -186,7 +188,8 @@ public final class FieldDesc {
 
   /**
    * The value of an integer, of the sign that its type says. Unsigned ones of 8 bytes come as their
-   * bits; see {@link Long#toUnsignedString(long)}. Allocates nothing.
+   * bits; see {@link Long#toUnsignedString(long)}. Allocates nothing, unless the application has
+   * changed limit or order of the payload's buffer.
    */
   public long getLong(Message from) {
     final ByteBuffer data = payload(from, Kind.INTEGER);
@@ -209,7 +212,7 @@ public final class FieldDesc {
    * @throws IllegalArgumentException also when the field is too narrow for the value or has no sign
    */
   public void setLong(Message to, long newValue) {
-    final ByteBuffer data = payload(to, Kind.INTEGER);
+    final ByteBuffer data = writable(to, Kind.INTEGER);
     final long kept = newValue << spareBits();
     if ((isUnsigned() ? kept >>> spareBits() : kept >> spareBits()) != newValue) {
       throw new IllegalArgumentException(newValue + " does not fit into " + this);
@@ -233,7 +236,7 @@ public final class FieldDesc {
    * @throws NoSuchElementException when the field has no value of that name
    */
   public void setValueName(Message to, String valueName) {
-    putInteger(payload(to, Kind.INTEGER), getValue(valueName).getIntValue());
+    putInteger(writable(to, Kind.INTEGER), getValue(valueName).getIntValue());
   }
 
   /**
@@ -251,7 +254,7 @@ public final class FieldDesc {
    * @throws IllegalArgumentException also when the text is longer than the field
    */
   public void setText(Message to, String text) {
-    payload(to, Kind.TEXT);
+    writable(to, Kind.TEXT);
     to.setText(offset, size, text);
   }
 
@@ -273,7 +276,7 @@ public final class FieldDesc {
    *     the field is as it was then
    */
   public void setDecimal(Message to, BigDecimal decimal) {
-    final ByteBuffer data = payload(to, Kind.DECIMAL);
+    final ByteBuffer data = writable(to, Kind.DECIMAL);
     final boolean holds = size == DECIMAL_SIZE && decimal.unscaledValue().bitLength() < Long.SIZE
         && decimal.scale() == (byte) decimal.scale();
     if (!holds || !storeDecimal(to, data, decimal)) {
@@ -315,8 +318,8 @@ public final class FieldDesc {
    * be read as long as the message lasts; see {@link ZBlock}.
    *
    * @throws IllegalArgumentException also when the message's own description has no z-block there
-   * @throws IllegalStateException also when the message is a copy, which has no blocks, or the
-   *     z-block has been closed
+   * @throws IllegalStateException also when the message is not a delivered one, or the z-block has
+   *     been closed
    * @throws OxliException when the block is larger than a buffer can be, or the field is damaged
    */
   public void getZBlock(Message from, ZBlock block) {
@@ -326,7 +329,8 @@ public final class FieldDesc {
   /**
    * Makes the field of an outgoing message refer to the z-block's bytes. A post sends them as they
    * are then. The message keeps their memory alive until the field is set again or the message is
-   * closed, whatever becomes of the z-block; a later {@link ZBlock#rebind} does not reach it.
+   * closed, whatever becomes of the z-block; a later {@link ZBlock#rebind} does not reach it. A post
+   * refuses what anything else has written there.
    *
    * @throws IllegalArgumentException also when the message's own description has no z-block there
    * @throws IllegalStateException also when the message is not an outgoing one, or the z-block has
@@ -346,6 +350,7 @@ public final class FieldDesc {
    * @throws IllegalArgumentException when the field is a nested message's, which has no flag
    */
   public boolean isNull(StreamDataMessage row) {
+    row.getData(); // throws when the row has ended
     return row.isNull(flag());
   }
 
@@ -356,6 +361,7 @@ public final class FieldDesc {
    * @throws IllegalStateException when the row has no null map
    */
   public void setNull(StreamDataMessage row, boolean isNull) {
+    requireWritable(row);
     row.setNull(flag(), isNull);
   }
 
@@ -419,19 +425,29 @@ public final class FieldDesc {
     return asMade ? data : data.duplicate().clear().order(ByteOrder.LITTLE_ENDIAN);
   }
 
+  private ByteBuffer writable(Message of, Kind wanted) {
+    final ByteBuffer data = payload(of, wanted);
+    requireWritable(of);
+    return data;
+  }
+
+  private static void requireWritable(Message message) {
+    if (message.isDelivered()) throw new IllegalStateException("a delivered message is not written");
+  }
+
   /** The payload, whose description must have a z-block where this field is. */
   private ByteBuffer blockPayload(Message of) {
     final ByteBuffer data = payload(of, Kind.ZBLOCK);
     final boolean described = of instanceof AbstractDataMessage
-        && ((AbstractDataMessage) of).getDesc().hasZBlockAt(offset);
+        && Arrays.binarySearch(((AbstractDataMessage) of).getDesc().zblocks(), offset) >= 0;
     if (described) return data;
     throw new IllegalArgumentException("the message has no z-block at the place of " + this);
   }
 
-  /** Adds where the z-blocks of the field are, with its own offset counted from the base. */
-  void addZBlocks(int base, Set<Integer> offsets) {
-    if (kind == Kind.ZBLOCK) offsets.add(base + offset);
-    if (message != null) message.addZBlocks(base + offset, offsets);
+  /** Where the z-blocks of the field are. */
+  IntStream zblocks() {
+    if (message != null) return Arrays.stream(message.zblocks()).map(inner -> offset + inner);
+    return kind == Kind.ZBLOCK ? IntStream.of(offset) : IntStream.empty();
   }
 
   private ByteBuffer slice(ByteBuffer data) {

@@ -1,10 +1,9 @@
 package org.quendel.oxli;
 
-import java.util.HashSet;
 import java.util.List;
 import java.util.Map;
 import java.util.NoSuchElementException;
-import java.util.Set;
+import java.util.Objects;
 
 /** One message of a {@link Scheme}. Immutable; made by native code. */
 public final class MessageDesc {
@@ -16,7 +15,7 @@ public final class MessageDesc {
   private final List<IndexDesc> indices;
   private final Map<String, FieldDesc> fieldsByName;
   private final Map<String, IndexDesc> indicesByName;
-  private final Set<Integer> zblocks = new HashSet<>();
+  private final int[] zblocks; // where z-blocks are, those of nested messages too; ascending
 
   MessageDesc(long number, String name, String description, String[] hints, FieldDesc[] fields,
       IndexDesc[] indices) {
@@ -29,7 +28,8 @@ public final class MessageDesc {
     fieldsByName = Descriptions.byName(fields, FieldDesc::getName);
     indicesByName = Descriptions.byName(indices, IndexDesc::getName);
     place(fields, indices);
-    addZBlocks(0, zblocks);
+    zblocks = this.fields.stream().filter(Objects::nonNull).flatMapToInt(FieldDesc::zblocks)
+        .sorted().toArray();
   }
 
   /** Native code gives indexes field objects of their own. */
@@ -42,15 +42,9 @@ public final class MessageDesc {
     }
   }
 
-  void addZBlocks(int base, Set<Integer> offsets) {
-    for (FieldDesc field : fields) {
-      if (field != null) field.addZBlocks(base, offsets);
-    }
-  }
-
-  /** Whether a z-block field, of a nested message too, lies at the offset. */
-  boolean hasZBlockAt(int offset) {
-    return zblocks.contains(offset);
+  /** The offsets of the z-blocks, not to be written. */
+  int[] zblocks() {
+    return zblocks;
   }
 
   /** The gateway's number of the message, unsigned 32-bit. */

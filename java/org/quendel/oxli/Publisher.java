@@ -11,6 +11,8 @@ import org.quendel.oxli.impl.MessageOwner;
 import org.quendel.oxli.impl.ObjRef;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
+import org.quendel.oxli.messages.AbstractDataMessage;
+import org.quendel.oxli.messages.DataMessage;
 import org.quendel.oxli.messages.Message;
 
 /**
@@ -165,7 +167,8 @@ public final class Publisher implements AutoCloseable {
    * @param flags the gateway's
    * @throws OxliException when the gateway refuses
    * @throws IllegalArgumentException when the message is another publisher's
-   * @throws IllegalStateException when the message is a copy, has ended or has been closed
+   * @throws IllegalStateException when the message is a copy, has ended or has been closed, refers to
+   *     one of which that is true, or has a z-block that {@link FieldDesc#setZBlock} did not set
    */
   public void post(Message message, int flags) {
     synchronized (lock) {
@@ -177,13 +180,32 @@ public final class Publisher implements AutoCloseable {
       if (!MessageAccess.get().isAttached(message)) {
         throw new IllegalStateException("the message is a copy, has ended or has been closed");
       }
+      checkBlocks(message);
+      if (message instanceof DataMessage) checkReference((DataMessage) message);
       Results.check("Publisher.post", OxliImpl.pub_post(pub, message, flags));
+    }
+  }
+
+  private static void checkReference(DataMessage message) {
+    if (!MessageAccess.get().isReferenceAlive(message)) {
+      throw new IllegalStateException("the message refers to a copy or to one that has ended");
+    }
+    if (message.getRefMessage() != null) checkBlocks(message.getRefMessage());
+  }
+
+  /** The gateway follows what stands in a z-block field, whoever wrote it. */
+  private static void checkBlocks(Message message) {
+    if (message.isDelivered() || !(message instanceof AbstractDataMessage)) return;
+    for (int offset : ((AbstractDataMessage) message).getDesc().zblocks()) {
+      if (!MessageAccess.get().isKept(message, offset)) {
+        throw new IllegalStateException("the z-block at " + offset + " has been overwritten");
+      }
     }
   }
 
   /**
    * Closes the messages made from it that are not closed, and releases the publisher. Waits for
-   * calls in progress on other threads.
+   * calls in progress on other threads, but not for a thread that fills a message: its memory ends.
    *
    * @throws OxliException the first error reported, with others suppressed; all is released
    */

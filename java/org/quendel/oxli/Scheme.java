@@ -12,9 +12,8 @@ import java.util.NoSuchElementException;
  * read it.
  *
  * <p>Names, descriptions, hints and type texts of a scheme pass through the virtual machine's
- * modified UTF-8, as do all settings, addresses, message names and log lines: in them, characters
- * beyond U+FFFF that the gateway writes in standard UTF-8 do not arrive as such. Texts in payloads
- * do not pass through it: see {@link FieldDesc#getText}.
+ * modified UTF-8: in them, characters beyond U+FFFF that the gateway writes in standard UTF-8 do not
+ * arrive as such. Texts in payloads do not pass through it: see {@link FieldDesc#getText}.
  */
 public final class Scheme {
   private long ref;

@@ -9,7 +9,8 @@ import java.util.Objects;
 import org.quendel.oxli.ex.impl.OxliImplEx;
 
 /**
- * Reads settings texts, {@code key=value;key=value}, as the gateway's own parser does.
+ * Reads settings texts, {@code key=value;key=value}, as the gateway's own parser does. They pass
+ * through modified UTF-8 and back, which changes nothing in them.
  *
  * <ul>
  *   <li>A value in double quotes may hold {@code ;}. The quotes are not part of it.

@@ -104,8 +104,12 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     forget();
     final long handle = getRef();
     set(0);
-    environment.forget(this);
-    Results.check("ZBlock.close", OxliImpl.zblock_destroy(handle));
+    try {
+      Results.check("ZBlock.close", OxliImpl.zblock_destroy(handle));
+    } finally {
+      // Last: the environment waits for the blocks that it knows.
+      environment.forget(this);
+    }
   }
 
   /** What native code may take as a block; refuses other buffers. */
@@ -118,7 +122,7 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   /** Binds to the descriptor at the offset of a message's payload. */
   synchronized void receive(Message from, ByteBuffer bytes, int offset) {
     requireOpen();
-    if (!bytes.isDirect()) throw new IllegalStateException("a copy of a message has no blocks");
+    if (!from.isDelivered()) throw new IllegalStateException("only delivered messages have blocks");
     forget();
     OxliImpl.zblock_wrap(bytes, this, this, offset);
     if (data == null) {

@@ -20,7 +20,12 @@
  * after the release throws {@link java.lang.IllegalStateException}. A release that reports an error
  * has released all the same.
  *
- * <p>Objects are thread-safe, except messages. What the gateway refuses is an {@link
+ * <p>Objects are thread-safe, except messages: one thread at a time fills or reads a message, and
+ * nothing that it came from may be released meanwhile. What the gateway refuses is an {@link
  * org.quendel.oxli.OxliException}.
+ *
+ * <p>Texts outside payloads (settings, names, addresses, log lines, what a scheme says) pass through
+ * the virtual machine's modified UTF-8 in both directions: a character beyond U+FFFF, and U+0000, is
+ * not in them what standard UTF-8 would make of it. Texts in payloads are standard UTF-8.
  */
 package org.quendel.oxli;

@@ -1,6 +1,7 @@
 package org.quendel.oxli.impl;
 
 import java.nio.ByteBuffer;
+import org.quendel.oxli.messages.DataMessage;
 import org.quendel.oxli.messages.Message;
 
 /**
@@ -37,4 +38,10 @@ public abstract class MessageAccess {
 
   /** Keeps memory that the payload points to at the offset, until the next one or the end. */
   public abstract void keep(Message message, int offset, ByteBuffer memory);
+
+  /** Whether the descriptor at the offset is empty or that of memory which the message keeps. */
+  public abstract boolean isKept(Message message, int offset);
+
+  /** Whether the message refers to none, or to one that has not ended since. */
+  public abstract boolean isReferenceAlive(DataMessage message);
 }

@@ -48,10 +48,13 @@ public abstract class AbstractDataMessage extends Message {
   /**
    * The description of {@link #getMsgName} in the message's scheme.
    *
-   * @throws NoSuchElementException when there is no scheme, or no such message in it
+   * @throws NoSuchElementException when there is no scheme, no such message in it, or the message was
+   *     delivered with neither index nor id: nothing says then which description it is of
    */
   public final MessageDesc getDesc() {
-    if (scheme == null) throw new NoSuchElementException("no scheme describes " + msgName);
+    if (scheme == null || isUnkeyed() && !isOutgoing()) {
+      throw new NoSuchElementException("no scheme describes " + msgName);
+    }
     return scheme.getMessage(msgName);
   }
 

@@ -7,6 +7,7 @@ public class DataMessage extends AbstractDataMessage {
   private int userId;
   private String address;
   private DataMessage refMessage;
+  private int refLife; // of the message that it referred to when it was set
 
   DataMessage(int msgId, int msgIndex, String msgName, Scheme scheme) {
     this(MessageType.DATA, msgId, msgIndex, msgName, scheme);
@@ -26,7 +27,10 @@ public class DataMessage extends AbstractDataMessage {
     userId = newUserId;
   }
 
-  /** The address the message came from, or goes to; null stands for the record's own. */
+  /**
+   * The address the message came from, or goes to, in modified UTF-8; null stands for the record's
+   * own.
+   */
   public final String getAddress() {
     return address;
   }
@@ -42,12 +46,18 @@ public class DataMessage extends AbstractDataMessage {
   }
 
   /**
-   * Makes the message refer to another, such as the one it answers. The other must be alive when
-   * this one is posted: to a copy, or after its end or close, there is no reference. It must not be
-   * closed on another thread meanwhile.
+   * Makes the message refer to another, such as the one it answers. A post refuses one that refers to
+   * a copy, or to a message that has ended or been closed since. It must not be closed on another
+   * thread meanwhile.
    */
   public final void setRefMessage(DataMessage message) {
     refMessage = message;
+    if (message != null) refLife = message.getLife();
+  }
+
+  /** Whether the message refers to none, or to one that is still what it was. */
+  final boolean isReferenceAlive() {
+    return refMessage == null || refMessage.getRef() != 0 && refMessage.getLife() == refLife;
   }
 
   @Override

@@ -51,7 +51,8 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
   private ByteBuffer data;
   private MessageOwner owner;
   private ByteBuffer decimalRoom; // of messages that have a record
-  private Map<Integer, ByteBuffer> blocks; // that the payload points to, by offset; or null
+  private int life; // counts the records that the object has had
+  private Map<Integer, Block> blocks; // that the payload points to, by offset; or null
 
   Message(int type) {
     this.type = type;
@@ -94,12 +95,13 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
    * Stores a text as UTF-8, padded with zeros to the length.
    *
    * @throws IllegalArgumentException when the text is longer
-   * @throws IllegalStateException when there is no payload
+   * @throws IllegalStateException when there is no payload, or the message is a delivered one
    * @throws IndexOutOfBoundsException when the payload is shorter
    */
   public final void setText(int offset, int length, String text) {
     final byte[] bytes = text.getBytes(StandardCharsets.UTF_8);
     final ByteBuffer field = payloadAt(offset, length);
+    if (isDelivered()) throw new IllegalStateException("a delivered message is not written");
     if (bytes.length > length) {
       throw new IllegalArgumentException(bytes.length + " bytes do not fit into " + length);
     }
@@ -173,6 +175,11 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     if (owner != null) owner.dispose(this);
   }
 
+  /** Whether a listener lends the message, or did: it is neither outgoing nor a copy. */
+  public final boolean isDelivered() {
+    return owner == null && createType == MADE_BY_GATEWAY;
+  }
+
   /** 0: the record was made by the gateway; 1: a copy on the heap. Also called by native code. */
   public final int getCreateType() {
     return createType;
@@ -204,12 +211,36 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
   /** Called when the record is taken away: also forgets what the next one may leave unsaid. */
   void forgetRecord() {
     set(0);
+    ++life;
     data = null;
     blocks = null;
   }
 
   final boolean isOutgoing() {
     return owner != null;
+  }
+
+  final int getLife() {
+    return life;
+  }
+
+  /** The address at the offset, whatever the application made of the buffer's limit and order. */
+  private Block blockAt(int offset, ByteBuffer memory) {
+    final ByteBuffer bytes = data.duplicate().clear().order(ByteOrder.LITTLE_ENDIAN);
+    return new Block(bytes.getInt(offset), bytes.getLong(offset + Integer.BYTES), memory);
+  }
+
+  /** A descriptor in the payload, and the memory it points to. */
+  private static final class Block {
+    final int size;
+    final long address;
+    final ByteBuffer memory;
+
+    Block(int size, long address, ByteBuffer memory) {
+      this.size = size;
+      this.address = address;
+      this.memory = memory;
+    }
   }
 
   /**
@@ -273,7 +304,20 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     @Override
     public void keep(Message message, int offset, ByteBuffer memory) {
       if (message.blocks == null) message.blocks = new HashMap<>();
-      message.blocks.put(offset, memory);
+      message.blocks.put(offset, message.blockAt(offset, memory));
+    }
+
+    @Override
+    public boolean isKept(Message message, int offset) {
+      final Block found = message.blockAt(offset, null);
+      final Block kept = message.blocks == null ? null : message.blocks.get(offset);
+      return found.size == 0
+          || kept != null && kept.size == found.size && kept.address == found.address;
+    }
+
+    @Override
+    public boolean isReferenceAlive(DataMessage message) {
+      return message.isReferenceAlive();
     }
   }
 }

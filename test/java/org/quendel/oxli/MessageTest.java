@@ -77,8 +77,14 @@ class MessageTest extends GatewayTest {
   void rowsDoNotKeepTheNullsOfOthers() {
     final Publisher publisher = publish("mode=replica;" + SCHEME);
     final List<String> nulls = new ArrayList<>();
-    listen("mode=replica", onData(message ->
-        nulls.add(Arrays.toString(((StreamDataMessage) message).getNulls()))));
+    listen("mode=replica", onData(message -> {
+      nulls.add(Arrays.toString(((StreamDataMessage) message).getNulls()));
+      if (message.getMsgIndex() != -1 || message.getMsgId() != -1) {
+        assertEquals(message.getMsgName(), message.getDesc().getName());
+      } else {
+        assertThrows(NoSuchElementException.class, message::getDesc);
+      }
+    }));
     final StreamDataMessage row = publisher.newMessage("quote");
     row.setNull(1, true);
     publisher.post(row);
@@ -112,6 +118,28 @@ class MessageTest extends GatewayTest {
     connection.process(0);
     connection.process(0);
     assertEquals(List.of("8next42", "8next42", "8next43", "8next43"), received);
+  }
+
+  /** The object of an ended message may show the next one, which was not meant. */
+  @Test
+  void onlyLivingMessagesAreReferredTo() {
+    final Publisher publisher = publish(SCHEME);
+    final DataMessage reply = publisher.newMessage("quote");
+    listen("", onData(message -> {
+      if (reply.getRefMessage() == null) {
+        reply.setRefMessage((DataMessage) message);
+      } else {
+        assertSame(message, reply.getRefMessage());
+        assertThrows(IllegalStateException.class, () -> publisher.post(reply));
+      }
+    }));
+    post(publisher, 1, 2);
+    connection.process(0);
+    assertThrows(IllegalStateException.class, () -> publisher.post(reply));
+    reply.setRefMessage(reply.copy());
+    assertThrows(IllegalStateException.class, () -> publisher.post(reply));
+    reply.setRefMessage(null);
+    publisher.post(reply);
   }
 
   @Test

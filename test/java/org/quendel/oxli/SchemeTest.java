@@ -5,7 +5,7 @@ import static org.junit.jupiter.api.Assertions.*;
 import com.sun.management.ThreadMXBean;
 import java.lang.management.ManagementFactory;
 import java.math.BigDecimal;
-import java.nio.ByteOrder;
+import java.nio.*;
 import java.util.*;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
@@ -221,7 +221,7 @@ class SchemeTest extends GatewayTest {
     final DataMessage message = publisher.newMessage("all");
     final DataMessage small = publisher.newMessage("small");
     final MessageDesc all = message.getDesc();
-    final ZBlock block = environment.newZBlock();
+    final ZBlock block = environment.newZBlock(ByteBuffer.allocateDirect(1));
     for (FieldDesc field : all.getFields()) {
       final boolean integer = field.getName().length() == 1 || field.getName().equals("last");
       assertType(integer, () -> field.getLong(message));
@@ -232,7 +232,7 @@ class SchemeTest extends GatewayTest {
       assertType(field.getName().equals("price"), () -> field.getDecimal(message));
       assertType(field.getName().equals("price"), () -> field.setDecimal(message, BigDecimal.ONE));
       assertType(field.getName().equals("pair"), () -> field.getNested(message));
-      assertType(field.getName().equals("block"), () -> field.getZBlock(message, block));
+      assertType(field.getName().equals("block"), () -> field.setZBlock(message, block));
       if (field.getOffset() > 0) {
         final Exception refused =
             assertThrows(IndexOutOfBoundsException.class, () -> field.getBytes(small));

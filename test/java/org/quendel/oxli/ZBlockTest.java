@@ -68,6 +68,9 @@ class ZBlockTest extends GatewayTest {
     listen("stream=blocks", onData(delivered -> {
       if (copies.isEmpty()) {
         a.getZBlock(delivered, incoming);
+        assertThrows(IllegalStateException.class,
+            () -> delivered.getDesc().getField("n").setLong(delivered, 1));
+        assertThrows(IllegalStateException.class, () -> delivered.setText(0, 1, "x"));
         copies.add(((DataMessage) delivered).copy());
         assertThrows(IllegalStateException.class, () -> a.setZBlock(delivered, incoming));
         assertThrows(IllegalStateException.class, () -> a.setZBlock(message, incoming));
@@ -95,23 +98,46 @@ class ZBlockTest extends GatewayTest {
     assertUnusable(incoming);
   }
 
+  /** Whoever comes first, the environment waits for what is being closed. */
+  @Test
+  void blocksAndTheirEnvironmentMayBeClosedAtOnce() throws Exception {
+    for (int round = 0; round < 50; ++round) {
+      final List<ZBlock> blocks = new ArrayList<>();
+      for (int i = 0; i < 100; ++i) blocks.add(environment.newZBlock(direct("x")));
+      final Thread closer = new Thread(() -> blocks.forEach(ZBlock::close));
+      final List<Throwable> thrown = Collections.synchronizedList(new ArrayList<>());
+      closer.setUncaughtExceptionHandler((thread, e) -> thrown.add(e));
+      closer.start();
+      environment.close();
+      closer.join();
+      assertEquals(List.of(), thrown);
+      environment = Environment.open("");
+    }
+    connection = environment.newConnection("");
+  }
+
   @Test
   void damagedBlocksAndOtherMemoryAreRefused() {
     final ZBlock block = environment.newZBlock();
     assertNull(block.getData());
-    final DataMessage message = publish(BLOCKS).newMessage("m");
+    final Publisher publisher = publish(BLOCKS);
+    final DataMessage message = publisher.newMessage("m");
     final FieldDesc a = message.getDesc().getField("a");
     assertThrows(IllegalStateException.class, () -> a.setZBlock(message, block));
     final FieldDesc nested = message.getScheme().getMessage("in").getField("z");
-    assertThrows(IllegalArgumentException.class, () -> nested.getZBlock(message, block));
-    message.getDesc().getField("p").getField("z").getZBlock(message, block);
-    assertEquals(0, block.getData().capacity());
-    for (int size : new int[] {1, -1}) { // without an address, and larger than a buffer
-      message.getData().putInt(a.getOffset(), size).putLong(a.getOffset() + 4, size < 0 ? 1 : 0);
-      final OxliException refused =
-          assertThrows(OxliException.class, () -> a.getZBlock(message, block));
-      assertTrue(refused.getMessage().contains(Integer.toUnsignedString(size)));
-      assertNull(block.getData());
+    final FieldDesc inner = message.getDesc().getField("p").getField("z");
+    assertThrows(IllegalArgumentException.class, () -> nested.setZBlock(message, block));
+    assertThrows(IllegalStateException.class, () -> inner.getZBlock(message, block));
+    final DataMessage reply = publisher.newMessage("m");
+    reply.setRefMessage(message);
+    for (FieldDesc overwritten : List.of(a, inner)) {
+      overwritten.setZBlock(message, environment.newZBlock(direct("memory")));
+      publisher.post(reply);
+      message.getData().put(overwritten.getOffset(), (byte) 5);
+      assertThrows(IllegalStateException.class, () -> publisher.post(message));
+      assertThrows(IllegalStateException.class, () -> publisher.post(reply));
+      message.getData().putInt(overwritten.getOffset(), 0);
+      publisher.post(message);
     }
     final ByteBuffer heap = ByteBuffer.allocate(1);
     assertThrows(IllegalArgumentException.class, () -> environment.newZBlock(heap));
