@@ -2,8 +2,11 @@ package org.quendel.oxli;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.lang.ref.WeakReference;
 import java.nio.ByteBuffer;
 import java.util.*;
+import java.util.concurrent.*;
+import java.util.concurrent.atomic.AtomicBoolean;
 import org.junit.jupiter.api.Test;
 import org.quendel.oxli.messages.*;
 
@@ -22,6 +25,12 @@ class ZBlockTest extends GatewayTest {
     final byte[] text = new byte[bytes.remaining()];
     bytes.duplicate().get(text);
     return new String(text);
+  }
+
+  private static WeakReference<ByteBuffer> lend(ZBlock block, String text) {
+    final ByteBuffer memory = direct(text);
+    block.rebind(memory);
+    return new WeakReference<>(memory);
   }
 
   /** What the sender does with its memory once a message refers to it changes nothing. */
@@ -49,13 +58,16 @@ class ZBlockTest extends GatewayTest {
     block.rebind(direct("second"));
     assertEquals("second", text(block.getData()));
     publisher.post(message);
+    final WeakReference<ByteBuffer> lent = lend(block, "third");
     a.setZBlock(message, block);
     block.close();
     System.gc();
+    assertNotNull(lent.get());
     publisher.post(message);
     message.close();
+    while (lent.get() != null) System.gc();
     connection.process(0);
-    assertEquals(List.of("first", "", "Xirst", "Xirst", "second", "Xirst"), received);
+    assertEquals(List.of("first", "", "Xirst", "Xirst", "third", "Xirst"), received);
   }
 
   @Test
@@ -101,16 +113,16 @@ class ZBlockTest extends GatewayTest {
   /** Whoever comes first, the environment waits for what is being closed. */
   @Test
   void blocksAndTheirEnvironmentMayBeClosedAtOnce() throws Exception {
-    for (int round = 0; round < 50; ++round) {
-      final List<ZBlock> blocks = new ArrayList<>();
-      for (int i = 0; i < 100; ++i) blocks.add(environment.newZBlock(direct("x")));
-      final Thread closer = new Thread(() -> blocks.forEach(ZBlock::close));
-      final List<Throwable> thrown = Collections.synchronizedList(new ArrayList<>());
-      closer.setUncaughtExceptionHandler((thread, e) -> thrown.add(e));
-      closer.start();
+    for (int round = 0; round < 500; ++round) {
+      final ZBlock block = environment.newZBlock(direct("x"));
+      final AtomicBoolean started = new AtomicBoolean();
+      final Future<?> closed = CompletableFuture.runAsync(() -> {
+        started.set(true);
+        block.close();
+      });
+      while (!started.get()) Thread.onSpinWait();
       environment.close();
-      closer.join();
-      assertEquals(List.of(), thrown);
+      closed.get();
       environment = Environment.open("");
     }
     connection = environment.newConnection("");
