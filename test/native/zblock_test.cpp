@@ -69,6 +69,7 @@ TEST_F(ZBlockTest, DescriptorOfOwnMemoryIsCopiedIntoPayloads) {
   ASSERT_EQ(OX_ERR_OK, OXLI(zblock_1rebind)(env, nullptr, payload, handle()));
   EXPECT_TRUE(says(at(20), 4096, block));
   EXPECT_TRUE(says(descriptor(), sizeof bytes, bytes));
+  EXPECT_TRUE(env->IsSameObject(payload, fromHandle<ZBlockData>(handle())->jbuffer.get()));
 }
 
 TEST_F(ZBlockTest, OneBindingMovesFromDescriptorToDescriptor) {
