@@ -10,13 +10,16 @@ public final class First {
         Connection connection = environment.newConnection("")) {
       connection.open("");
       connection.newListener("stream=notes", (from, to, message) -> {
-        if (message instanceof DataMessage) System.out.println(message.getText(0, 16));
+        if (message instanceof DataMessage) {
+          final DataMessage note = (DataMessage) message;
+          System.out.println(note.getDesc().getField("text").getText(note));
+        }
         return 0;
       }).open("");
       final Publisher publisher = connection.newPublisher("stream=notes;" + scheme);
       publisher.open("");
       final DataMessage note = publisher.newMessage("note");
-      note.setText(0, 16, "hello");
+      note.getDesc().getField("text").setText(note, "hello");
       publisher.post(note);
       connection.process(1000); // calls the listener above
     }
