@@ -10,8 +10,7 @@ import org.quendel.oxli.impl.Results;
 
 /**
  * The gateway's library, opened for this process: one at a time. Owns the connections and z-blocks
- * made from it.
- * May be used by any thread.
+ * made from it. May be used by any thread.
  */
 public final class Environment implements AutoCloseable {
   /** Held while the environment of the process opens or ends; taken last. */
@@ -106,8 +105,7 @@ public final class Environment implements AutoCloseable {
 
   /**
    * Releases all connections and z-blocks, waiting for calls in progress on them, and closes the
-   * environment.
-   * When it returns another can be opened.
+   * environment. When it returns another can be opened.
    *
    * @throws IllegalStateException when called from inside {@code onMessage}; nothing is released
    * @throws OxliException the first error reported, with others suppressed; all is released

@@ -196,7 +196,11 @@ public final class Publisher implements AutoCloseable {
   /** The gateway follows what stands in a z-block field, whoever wrote it. */
   private static void checkBlocks(Message message) {
     if (message.isDelivered() || !(message instanceof AbstractDataMessage)) return;
-    for (int offset : ((AbstractDataMessage) message).getDesc().zblocks()) {
+    final AbstractDataMessage described = (AbstractDataMessage) message;
+    final Scheme scheme = described.getScheme();
+    final MessageDesc desc = scheme == null ? null : scheme.find(described.getMsgName());
+    if (desc == null) return;
+    for (int offset : desc.zblocks()) {
       if (!MessageAccess.get().isKept(message, offset)) {
         throw new IllegalStateException("the z-block at " + offset + " has been overwritten");
       }

@@ -53,6 +53,11 @@ public final class Scheme {
     return Descriptions.get(messagesByName, name, "the", "scheme", "message");
   }
 
+  /** The message of that name, or null. */
+  MessageDesc find(String name) {
+    return messagesByName.get(name);
+  }
+
   void setRef(long newRef) {
     ref = newRef;
   }

@@ -224,7 +224,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     return life;
   }
 
-  /** The address at the offset, whatever the application made of the buffer's limit and order. */
+  /** The descriptor at the offset, whatever the application made of the buffer's limit and order. */
   private Block blockAt(int offset, ByteBuffer memory) {
     final ByteBuffer bytes = data.duplicate().clear().order(ByteOrder.LITTLE_ENDIAN);
     return new Block(bytes.getInt(offset), bytes.getLong(offset + Integer.BYTES), memory);
@@ -232,6 +232,8 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
   /** A descriptor in the payload, and the memory it points to. */
   private static final class Block {
+    static final int BYTES = Integer.BYTES + Long.BYTES;
+
     final int size;
     final long address;
     final ByteBuffer memory;
@@ -309,6 +311,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
     @Override
     public boolean isKept(Message message, int offset) {
+      if (message.data == null || offset > message.data.capacity() - Block.BYTES) return true;
       final Block found = message.blockAt(offset, null);
       final Block kept = message.blocks == null ? null : message.blocks.get(offset);
       return found.size == 0
