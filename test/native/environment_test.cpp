@@ -4,6 +4,8 @@
 #include <thread>
 
 #include "jni/jenv/jenv.h"
+#include "jni/scheme.h"
+#include "org_quendel_oxli_ex_impl_OxliImplEx.h"
 #include "test/native/support/native_test.h"
 
 namespace oxli::test {
@@ -221,9 +223,20 @@ TEST_F(EnvironmentTest, ClosedEnvironmentIsAnInvalidState) {
       OXLI(pub_1msgnew)(env, nullptr, 0, 0, nullptr, nullptr, nullptr),
       OXLI(pub_1post)(env, nullptr, 0, nullptr, 0),
       OXLI(pub_1msgdispose)(env, nullptr, 0, 0, nullptr),
+      OXLI(lsn_1newscheme)(env, nullptr, 0, nullptr),
+      OXLI(pub_1newscheme)(env, nullptr, 0, nullptr),
+      OXLI(zblock_1new)(env, nullptr, nullptr, nullptr, nullptr),
+      OXLI(zblock_1rebind)(env, nullptr, nullptr, 0),
+      OXLI(zblock_1destroy)(env, nullptr, 0),
   };
   for (const jint result : results) EXPECT_EQ(OX_ERR_INVALIDSTATE, result);
   EXPECT_EQ(nullptr, OXLI(msg_1dump)(env, nullptr, nullptr, 0));
+  EXPECT_EQ(nullptr,
+            Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(env, nullptr, text("")));
+  OXLI(zblock_1wrap)(env, nullptr, nullptr, nullptr, nullptr, 0);
+  const ox_scheme_desc_t scheme = {};
+  createScheme(env, &scheme, nullptr);
+  EXPECT_EQ(nullptr, getHints(env, nullptr));
   EXPECT_EQ(Lines(), loopback::calls());
 }
 

@@ -184,12 +184,6 @@ TEST_F(SchemeTest, NativesReturnTheGatewaysCode) {
   OXLI(lsn_1destroy)(env, nullptr, listener);
   OXLI(pub_1destroy)(env, nullptr, publisher);
   OXLI(conn_1destroy)(env, nullptr, connection);
-  closeEnvironment();
-  for (const auto& [native, handle] : natives) {
-    EXPECT_EQ(OX_ERR_INVALIDSTATE, native(env, nullptr, handle, jscheme));
-  }
-  createScheme(env, &scheme, jscheme);
-  EXPECT_EQ(nullptr, getHints(env, nullptr));
 }
 
 TEST_F(SchemeTest, PartsConvertOnTheirOwn) {

@@ -140,16 +140,6 @@ TEST_F(ZBlockTest, UnusablePlacesAndBlocksAreRefused) {
   EXPECT_EQ(before, std::string(bytes, sizeof bytes));
 }
 
-TEST_F(ZBlockTest, ClosedEnvironmentBindsNothing) {
-  closeEnvironment();
-  EXPECT_EQ(OX_ERR_INVALIDSTATE, OXLI(zblock_1new)(env, nullptr, zblock, payload, zblock));
-  EXPECT_EQ(OX_ERR_INVALIDSTATE, OXLI(zblock_1rebind)(env, nullptr, payload, 0));
-  EXPECT_EQ(OX_ERR_INVALIDSTATE, OXLI(zblock_1destroy)(env, nullptr, 0));
-  wrap(payload, kOffset);
-  EXPECT_EQ(0, handle());
-  openEnvironment();
-}
-
 }  // namespace
 
 }  // namespace oxli::test
