@@ -6,6 +6,7 @@ import java.util.*;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
+import org.quendel.oxli.ex.impl.OxliImplEx;
 
 class SettingsTest extends GatewayTest {
   @ParameterizedTest
@@ -78,6 +79,7 @@ class SettingsTest extends GatewayTest {
   void parserNeedsAnOpenEnvironment() {
     assertEquals(Map.of(), Settings.parse(""));
     assertThrows(NullPointerException.class, () -> Settings.parse(null));
+    assertNull(OxliImplEx.settings_parse(null));
     environment.close();
     assertThrows(IllegalStateException.class, () -> Settings.parse(""));
   }
