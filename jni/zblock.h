@@ -9,8 +9,9 @@ namespace oxli::jni {
 
 // Binds a Java `ZBlock` to the descriptor of a block of bytes outside a message's payload; the Java
 // handle is this record's address and owns it. Records, and descriptors in payloads, are read and
-// written while JEnv::zblockMutex is held, but for `zblock_unwrap`, which takes no lock. One holder
-// is for one thread at a time: its handle is asked for before the lock is taken.
+// written while JEnv::zblockMutex is held, but for `zblock_unwrap`, which takes no lock: the lock
+// of the Java object keeps it apart from what else is done with that record. One holder is for one
+// thread at a time: its handle is asked for before the lock is taken.
 struct ZBlockData {
   // In a payload, or the record's own; null when it could not be bound. One in a payload may be
   // followed as long as that message lasts.

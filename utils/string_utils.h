@@ -30,7 +30,8 @@ class OXUTILS_API StringUtils {
   //   0  `value` is the number
   //   1  the number is out of range
   //   2  there is no number, or something behind it
-  // str2uint32 takes a negative number modulo 2^64, so that only nearly -2^64 comes into range.
+  // str2uint32 wraps a negative number modulo 2^64, so that it is out of range, unless it is close
+  // to -2^64.
   static int str2int(unsigned int& value, const char* text, int base);
   static int str2uint32(unsigned int& value, const char* text, int base);
 

@@ -1,5 +1,5 @@
 // The registries: from a gateway handle to the record that binds it to its Java object. What all
-// four kinds share stands here, out-parameters included; it knows no record type.
+// kinds share stands here, out-parameters included; it knows no record type.
 //
 // An entry owns its record, unless the record's own header says otherwise. A record that is taken
 // out is retired by whoever took it: references dropped, then the memory let go.

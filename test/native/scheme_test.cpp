@@ -115,7 +115,7 @@ TEST_F(SchemeTest, NestedMessagesIndexesAndHints) {
       "  field 1 f f c2 2 5 0x6162 0\n"
       "  field 2 f f m 9 0 - 1\n"
       "   message 4294967295 leg  {}\n"
-      "    field 0 price  d 9 0 - 0\n"
+      "    field 0 price  d 9 0 - -1\n"
       "  index pk null {a=1, b=2}\n"
       "   member -1\n"
       "    field 1 f f c2 2 5 0x6162 0\n"

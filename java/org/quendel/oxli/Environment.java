@@ -13,7 +13,10 @@ import org.quendel.oxli.impl.Results;
  * made from it. May be used by any thread.
  */
 public final class Environment implements AutoCloseable {
-  /** Held while the environment of the process opens or ends; taken last. */
+  /**
+   * Held while the environment of the process opens or ends, and while something needs it open. Of
+   * other locks only the instance's own is taken inside it.
+   */
   private static final Object LIFECYCLE = new Object();
 
   private static boolean isOpen; // guarded by LIFECYCLE
@@ -166,7 +169,8 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Runs what needs an open environment and nothing of it.
+   * Runs what needs some environment to be open and uses none of its objects; it does not close
+   * meanwhile.
    *
    * @throws IllegalStateException when there is none
    */

@@ -9,7 +9,6 @@ import java.util.Map;
 import java.util.NoSuchElementException;
 import java.util.stream.IntStream;
 import org.quendel.oxli.impl.MessageAccess;
-import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.Message;
 import org.quendel.oxli.messages.StreamDataMessage;
 
@@ -41,8 +40,7 @@ import org.quendel.oxli.messages.StreamDataMessage;
  */
 public final class FieldDesc {
   private static final int DECIMAL_SIZE = Long.BYTES + Byte.BYTES;
-  private static final int ZBLOCK_SIZE = Integer.BYTES + Long.BYTES;
-  private static final int NOWHERE = -1;
+  static final int NOWHERE = -1;
 
   private enum Kind {
     INTEGER("an integer"),
@@ -70,7 +68,7 @@ public final class FieldDesc {
   private final Map<String, FieldValueDesc> valuesByName;
   private final MessageDesc message;
   private final Kind kind;
-  private int position = NOWHERE; // set once, by the message's description
+  private int position = NOWHERE; // in the null map; fields of nested messages have none
 
   FieldDesc(long number, String name, String description, String type, int size, int offset,
       ByteBuffer value, FieldValueDesc[] values, MessageDesc message) {
@@ -85,6 +83,7 @@ public final class FieldDesc {
     this.valuesByName = Descriptions.byName(values, FieldValueDesc::getName);
     this.message = message;
     this.kind = kindOf(type, size, message);
+    if (message != null) message.markNested();
   }
 
   /** A nested message's field at its place in the outer one. */
@@ -113,7 +112,7 @@ public final class FieldDesc {
       case 'd':
         return Kind.DECIMAL;
       case 'z':
-        return size == ZBLOCK_SIZE ? Kind.ZBLOCK : Kind.OTHER;
+        return size == MessageAccess.DESCRIPTOR_SIZE ? Kind.ZBLOCK : Kind.OTHER;
       default:
         return Kind.OTHER;
     }
@@ -192,18 +191,7 @@ public final class FieldDesc {
    * changed limit or order of the payload's buffer.
    */
   public long getLong(Message from) {
-    final ByteBuffer data = payload(from, Kind.INTEGER);
-    final boolean unsigned = isUnsigned();
-    switch (size) {
-      case 1:
-        return unsigned ? data.get(offset) & 0xffL : data.get(offset);
-      case 2:
-        return unsigned ? data.getShort(offset) & 0xffffL : data.getShort(offset);
-      case 4:
-        return unsigned ? data.getInt(offset) & 0xffffffffL : data.getInt(offset);
-      default:
-        return data.getLong(offset);
-    }
+    return integerAt(payload(from, Kind.INTEGER), offset);
   }
 
   /**
@@ -222,10 +210,10 @@ public final class FieldDesc {
 
   /** The name of the value that an integer field has, or null when that value has none. */
   public String getValueName(Message from) {
-    final long bits = getLong(from) << spareBits();
+    final long found = getLong(from);
     for (int i = 0; i < values.size(); ++i) {
       final FieldValueDesc named = values.get(i);
-      if (named != null && named.getIntValue() << spareBits() == bits) return named.getName();
+      if (hasBytes(named) && integerAt(named.getValue(), 0) == found) return named.getName();
     }
     return null;
   }
@@ -236,7 +224,10 @@ public final class FieldDesc {
    * @throws NoSuchElementException when the field has no value of that name
    */
   public void setValueName(Message to, String valueName) {
-    putInteger(writable(to, Kind.INTEGER), getValue(valueName).getIntValue());
+    final FieldValueDesc named = getValue(valueName);
+    final ByteBuffer data = writable(to, Kind.INTEGER);
+    if (!hasBytes(named)) throw new NoSuchElementException(valueName + " has no value in " + this);
+    putInteger(data, integerAt(named.getValue(), 0));
   }
 
   /**
@@ -314,12 +305,12 @@ public final class FieldDesc {
   }
 
   /**
-   * Points a z-block at the block of bytes that the field refers to, without copying them. They can
-   * be read as long as the message lasts; see {@link ZBlock}.
+   * Points a z-block, one made to receive, at the block of bytes that the field refers to, without
+   * copying them. They can be read as long as the message lasts; see {@link ZBlock}.
    *
    * @throws IllegalArgumentException also when the message's own description has no z-block there
    * @throws IllegalStateException also when the message is not a delivered one, or the z-block has
-   *     been closed
+   *     memory of its own to send or has been closed
    * @throws OxliException when the block is larger than a buffer can be, or the field is damaged
    */
   public void getZBlock(Message from, ZBlock block) {
@@ -371,7 +362,7 @@ public final class FieldDesc {
     return "field " + name + " (" + type + ", " + size + " bytes at " + offset + ')';
   }
 
-  /** Called once: the position in the null map. */
+  /** Called by the message's description: the position in the null map. */
   void place(int newPosition) {
     position = newPosition;
   }
@@ -387,6 +378,25 @@ public final class FieldDesc {
 
   private boolean isUnsigned() {
     return type.charAt(0) == 'u';
+  }
+
+  private long integerAt(ByteBuffer data, int at) {
+    final boolean unsigned = isUnsigned();
+    switch (size) {
+      case 1:
+        return unsigned ? data.get(at) & 0xffL : data.get(at);
+      case 2:
+        return unsigned ? data.getShort(at) & 0xffffL : data.getShort(at);
+      case 4:
+        return unsigned ? data.getInt(at) & 0xffffffffL : data.getInt(at);
+      default:
+        return data.getLong(at);
+    }
+  }
+
+  /** The integer beside them says -1 when there is none. */
+  private static boolean hasBytes(FieldValueDesc named) {
+    return named != null && named.getValue() != null;
   }
 
   /** Bits of a long that an integer field does not have. */
@@ -438,9 +448,8 @@ public final class FieldDesc {
   /** The payload, whose description must have a z-block where this field is. */
   private ByteBuffer blockPayload(Message of) {
     final ByteBuffer data = payload(of, Kind.ZBLOCK);
-    final boolean described = of instanceof AbstractDataMessage
-        && Arrays.binarySearch(((AbstractDataMessage) of).getDesc().zblocks(), offset) >= 0;
-    if (described) return data;
+    final MessageDesc desc = MessageAccess.get().descOf(of);
+    if (desc != null && Arrays.binarySearch(desc.zblocks(), offset) >= 0) return data;
     throw new IllegalArgumentException("the message has no z-block at the place of " + this);
   }
 

@@ -5,8 +5,8 @@ package org.quendel.oxli;
 public interface IExitEventHandler {
   /**
    * Called on a thread of the gateway's. What is thrown goes to the gateway's log and no further.
-   * Hand the work to a thread of your own: opening or closing the environment or parsing settings
-   * from here can wait for itself.
+   * Hand the work to a thread of your own: opening or closing an environment, setting an exit handler
+   * or parsing settings from here can wait for itself.
    */
   void onExitEvent();
 }

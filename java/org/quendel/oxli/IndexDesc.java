@@ -37,7 +37,7 @@ public final class IndexDesc {
     return fields;
   }
 
-  /** Called once: the fields lie in rows where the message's of the same name do. */
+  /** The fields have the place in null maps that the message's of the same name have. */
   void placeLike(Map<String, FieldDesc> fieldsByName) {
     for (IndexFieldDesc member : fields) {
       final FieldDesc field = member == null ? null : member.getField();

@@ -27,17 +27,25 @@ public final class MessageDesc {
     this.indices = Descriptions.list(indices);
     fieldsByName = Descriptions.byName(fields, FieldDesc::getName);
     indicesByName = Descriptions.byName(indices, IndexDesc::getName);
-    place(fields, indices);
+    for (int i = 0; i < fields.length; ++i) {
+      if (fields[i] != null) fields[i].place(i);
+    }
+    placeIndices();
     zblocks = this.fields.stream().filter(Objects::nonNull).flatMapToInt(FieldDesc::zblocks)
         .sorted().toArray();
   }
 
-  /** Native code gives indexes field objects of their own. */
-  private void place(FieldDesc[] fieldArray, IndexDesc[] indexArray) {
-    for (int i = 0; i < fieldArray.length; ++i) {
-      if (fieldArray[i] != null) fieldArray[i].place(i);
+  /** Called by the field whose nested message this describes: null maps are of outer fields. */
+  void markNested() {
+    for (FieldDesc field : fields) {
+      if (field != null) field.place(FieldDesc.NOWHERE);
     }
-    for (IndexDesc index : indexArray) {
+    placeIndices();
+  }
+
+  /** Native code gives indexes field objects of their own. */
+  private void placeIndices() {
+    for (IndexDesc index : indices) {
       if (index != null) index.placeLike(fieldsByName);
     }
   }

@@ -11,7 +11,6 @@ import org.quendel.oxli.impl.MessageOwner;
 import org.quendel.oxli.impl.ObjRef;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
-import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.DataMessage;
 import org.quendel.oxli.messages.Message;
 
@@ -195,11 +194,8 @@ public final class Publisher implements AutoCloseable {
 
   /** The gateway follows what stands in a z-block field, whoever wrote it. */
   private static void checkBlocks(Message message) {
-    if (message.isDelivered() || !(message instanceof AbstractDataMessage)) return;
-    final AbstractDataMessage described = (AbstractDataMessage) message;
-    final Scheme scheme = described.getScheme();
-    final MessageDesc desc = scheme == null ? null : scheme.find(described.getMsgName());
-    if (desc == null) return;
+    final MessageDesc desc = MessageAccess.get().descOf(message);
+    if (message.isDelivered() || desc == null) return;
     for (int offset : desc.zblocks()) {
       if (!MessageAccess.get().isKept(message, offset)) {
         throw new IllegalStateException("the z-block at " + offset + " has been overwritten");

@@ -50,11 +50,13 @@ public final class Scheme {
    * @throws NoSuchElementException when there is none of that name
    */
   public MessageDesc getMessage(String name) {
-    return Descriptions.get(messagesByName, name, "the", "scheme", "message");
+    final MessageDesc message = findMessage(name);
+    if (message != null) return message;
+    throw new NoSuchElementException("the scheme has no message " + name);
   }
 
-  /** The message of that name, or null. */
-  MessageDesc find(String name) {
+  /** A message by its name, or null. */
+  public MessageDesc findMessage(String name) {
     return messagesByName.get(name);
   }
 

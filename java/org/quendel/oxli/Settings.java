@@ -7,6 +7,7 @@ import java.util.LinkedHashMap;
 import java.util.Map;
 import java.util.Objects;
 import org.quendel.oxli.ex.impl.OxliImplEx;
+import org.quendel.oxli.impl.Results;
 
 /**
  * Reads settings texts, {@code key=value;key=value}, as the gateway's own parser does. They pass
@@ -14,10 +15,11 @@ import org.quendel.oxli.ex.impl.OxliImplEx;
  *
  * <ul>
  *   <li>A value in double quotes may hold {@code ;}. The quotes are not part of it.
- *   <li>A block <code>?{...}</code> may stand in a value, holds anything and is kept as it is: parse
- *       what is between its braces as a settings text of its own.
- *   <li>A backslash makes a double quote an ordinary character; before any other character it is
- *       one itself.
+ *   <li>A block <code>?{...}</code> may stand in a value and hold {@code ;} and more blocks. Its braces
+ *       stay: parse what is between them as a settings text of its own.
+ *   <li>A backslash before a double quote disappears and makes it an ordinary character; before any
+ *       other character it stays. Inside quotes and blocks a {@code ;} behind a backslash is lost. In
+ *       keys a backslash means nothing.
  *   <li>Blanks are ordinary characters, empty pairs count for nothing, and of two pairs with one key
  *       the later counts.
  * </ul>
@@ -30,6 +32,7 @@ public final class Settings {
    *
    * @throws IllegalArgumentException when the text is malformed, saying what is wrong and where
    * @throws IllegalStateException when no environment is open: the parser is one of its services
+   * @throws OxliException when there is no memory
    */
   public static Map<String, String> parse(String settings) {
     Objects.requireNonNull(settings, "settings");
@@ -73,7 +76,10 @@ public final class Settings {
         key = i + 1;
       }
     }
-    if (open.isEmpty()) return noValue(settings, key, settings.length());
+    if (open.isEmpty()) {
+      if (key == settings.length()) throw Results.failure("Settings.parse", ResultCode.INTERNAL);
+      return noValue(settings, key, settings.length());
+    }
     final int begin = open.peek();
     return "nothing closes the " + (settings.charAt(begin) == '"' ? "quotes" : "block") + " at "
         + begin;

@@ -123,6 +123,7 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   synchronized void receive(Message from, ByteBuffer bytes, int offset) {
     requireOpen();
     if (!from.isDelivered()) throw new IllegalStateException("only delivered messages have blocks");
+    if (memory != null) throw new IllegalStateException("the block is one to send");
     forget();
     OxliImpl.zblock_wrap(bytes, this, this, offset);
     if (data == null) {

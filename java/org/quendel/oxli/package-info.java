@@ -25,7 +25,8 @@
  * org.quendel.oxli.OxliException}.
  *
  * <p>Texts outside payloads (settings, names, addresses, log lines, what a scheme says) pass through
- * the virtual machine's modified UTF-8 in both directions: a character beyond U+FFFF, and U+0000, is
- * not in them what standard UTF-8 would make of it. Texts in payloads are standard UTF-8.
+ * the virtual machine's modified UTF-8 in both directions: U+0000 and characters beyond U+FFFF are
+ * encoded otherwise there than in standard UTF-8, and do not survive an exchange with programs that
+ * use that. Texts in payloads are standard UTF-8.
  */
 package org.quendel.oxli;

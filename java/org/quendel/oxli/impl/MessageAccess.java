@@ -1,6 +1,7 @@
 package org.quendel.oxli.impl;
 
 import java.nio.ByteBuffer;
+import org.quendel.oxli.MessageDesc;
 import org.quendel.oxli.messages.DataMessage;
 import org.quendel.oxli.messages.Message;
 
@@ -9,6 +10,9 @@ import org.quendel.oxli.messages.Message;
  * installs the only instance when it is initialised, hence before any message exists.
  */
 public abstract class MessageAccess {
+  /** Bytes of a z-block's descriptor: its size, then its address. */
+  public static final int DESCRIPTOR_SIZE = Integer.BYTES + Long.BYTES;
+
   private static volatile MessageAccess installed;
 
   /** For the message class. */
@@ -35,6 +39,9 @@ public abstract class MessageAccess {
 
   /** Null for delivered messages and copies. */
   public abstract MessageOwner ownerOf(Message message);
+
+  /** The description of the message; null when none is known. */
+  public abstract MessageDesc descOf(Message message);
 
   /** Keeps memory that the payload points to at the offset, until the next one or the end. */
   public abstract void keep(Message message, int offset, ByteBuffer memory);

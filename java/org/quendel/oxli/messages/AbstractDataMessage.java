@@ -46,16 +46,22 @@ public abstract class AbstractDataMessage extends Message {
   }
 
   /**
-   * The description of {@link #getMsgName} in the message's scheme.
+   * The description of {@link #getMsgName} in the message's scheme. Of a delivered message it is to be
+   * trusted as far as that name is: not in a scheme that has messages without an index whose id is
+   * another one's index.
    *
    * @throws NoSuchElementException when there is no scheme, no such message in it, or the message was
-   *     delivered with neither index nor id: nothing says then which description it is of
+   *     delivered, or copied, with neither index nor id: nothing says then which description it is of
    */
   public final MessageDesc getDesc() {
-    if (scheme == null || isUnkeyed() && !isOutgoing()) {
-      throw new NoSuchElementException("no scheme describes " + msgName);
-    }
-    return scheme.getMessage(msgName);
+    final MessageDesc desc = findDesc();
+    if (desc != null) return desc;
+    throw new NoSuchElementException("no scheme describes " + msgName);
+  }
+
+  final MessageDesc findDesc() {
+    final boolean known = scheme != null && (isOutgoing() || !isUnkeyed());
+    return known ? scheme.findMessage(msgName) : null;
   }
 
   /** Whether the object may show messages of different descriptions one after the other. */

@@ -8,6 +8,7 @@ import java.util.Arrays;
 import java.util.HashMap;
 import java.util.Map;
 import java.util.Objects;
+import org.quendel.oxli.MessageDesc;
 import org.quendel.oxli.OxliException;
 import org.quendel.oxli.ResultCode;
 import org.quendel.oxli.impl.MessageAccess;
@@ -140,8 +141,8 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
   /**
    * A message of the same class and content that can be kept: its payload is on the heap. It can be
-   * read by any thread that gets it safely, not posted. The blocks of z-block fields are not copied
-   * with it: read them before.
+   * read by any thread that gets it safely, not posted. Blocks of z-block fields are not copied
+   * with it: read them while the original lives.
    *
    * @throws IllegalStateException when the message has ended or has been closed
    */
@@ -232,8 +233,6 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
   /** A descriptor in the payload, and the memory it points to. */
   private static final class Block {
-    static final int BYTES = Integer.BYTES + Long.BYTES;
-
     final int size;
     final long address;
     final ByteBuffer memory;
@@ -304,6 +303,12 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
     }
 
     @Override
+    public MessageDesc descOf(Message message) {
+      return message instanceof AbstractDataMessage ? ((AbstractDataMessage) message).findDesc()
+          : null;
+    }
+
+    @Override
     public void keep(Message message, int offset, ByteBuffer memory) {
       if (message.blocks == null) message.blocks = new HashMap<>();
       message.blocks.put(offset, message.blockAt(offset, memory));
@@ -311,7 +316,7 @@ public class Message extends NativeRef implements AutoCloseable, Cloneable {
 
     @Override
     public boolean isKept(Message message, int offset) {
-      if (message.data == null || offset > message.data.capacity() - Block.BYTES) return true;
+      if (message.data == null || offset > message.data.capacity() - DESCRIPTOR_SIZE) return true;
       final Block found = message.blockAt(offset, null);
       final Block kept = message.blocks == null ? null : message.blocks.get(offset);
       return found.size == 0

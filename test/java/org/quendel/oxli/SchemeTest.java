@@ -64,7 +64,8 @@ class SchemeTest extends GatewayTest {
             "field %d f%d %s %s %d %d - %d%n", i, i, fieldDescription, type, width, offset, i));
         if (nested >= 0) {
           own.append(";message=m").append(nested);
-          field.append(indented(1, bodies.get(nested)));
+          field.append(
+              indented(1, bodies.get(nested)).replaceAll("(?m)(field .* - )\\d+$", "$1-1"));
         } else if ("iu".indexOf(type.charAt(0)) >= 0 && random.nextInt(3) == 0) {
           values(type, width, own, field);
         }
@@ -241,8 +242,10 @@ class SchemeTest extends GatewayTest {
     }
     final StreamDataMessage row =
         publish("stream=r;mode=replica;" + FIELDS).newMessage("all");
-    assertThrows(IllegalArgumentException.class,
-        () -> all.getField("pair").getField("n").isNull(row));
+    for (FieldDesc nested : List.of(all.getField("pair").getField("n"),
+        all.getField("pair").getMessage().getField("n"))) {
+      assertThrows(IllegalArgumentException.class, () -> nested.isNull(row));
+    }
     assertThrows(NoSuchElementException.class, () -> all.getField("x"));
     assertThrows(NoSuchElementException.class, () -> all.getField("a").getField("n"));
     assertThrows(NoSuchElementException.class, () -> all.getIndex("x"));
