@@ -16,6 +16,8 @@ namespace oxli::jni {
 
 namespace {
 
+constexpr char kSetZBlock[] = "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set zblock";
+
 // The memory behind a Java buffer; none for a null buffer and for one that is not direct.
 struct DirectMemory {
   DirectMemory(JNIEnv* env, jobject buffer)
@@ -106,8 +108,7 @@ ZBlockData* recordFor(JNIEnv* env, const JEnv& cache, jobject holder, jlong hand
   auto record = std::make_unique<ZBlockData>();
   Reservation<ox_zblock_t, ZBlockData> entry(record.get());
   env->CallVoidMethod(holder, cache.objRef.set, toHandle(record.get()));
-  if (javaFailed(env, "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set zblock"))
-    return nullptr;
+  if (javaFailed(env, kSetZBlock)) return nullptr;
   entry.insertInto(ZBlockData::sZBlockMap, descriptor);
   return record.release();
 }
@@ -125,8 +126,7 @@ void wrapBlock(JNIEnv* env, JEnv& cache, jobject payload, jobject holder, jobjec
   auto* const descriptor = static_cast<ox_zblock_t*>(place);
   ZBlockData* const record = recordFor(env, cache, holder, handle, descriptor);
   if (!record) return;
-  const bool bound = bind(env, *record, descriptor, zblock, payload,
-                          "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set zblock");
+  const bool bound = bind(env, *record, descriptor, zblock, payload, kSetZBlock);
   setData(env, cache, zblock, bound ? &block : nullptr);
 }
 

@@ -6,7 +6,6 @@
 #include <functional>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <utility>
 
 #include "loopback/control.h"
@@ -426,27 +425,6 @@ TEST_F(Loopback, DeadHandlesAndCallsOutOfOrderAreRefused) {
                            ox_lsn_open(inbox.lsn, ""),
                            (ox_env_close(), process())};
   for (const int& code : disorders) EXPECT_EQ(OX_ERR_INVALIDSTATE, code) << &code - disorders;
-}
-
-TEST(LoopbackTexts, OfValues) {
-  const std::string decimal("\x85\xFF\xFF\xFF\xFF\xFF\xFF\xFF\2", 9);
-  const std::tuple<const char*, std::string, std::string> values[] = {
-      {"i4", std::string(4, '\xFF'), "-1"},
-      {"u1", "\xFF", "255"},
-      {"c4", std::string("ab\0d", 4), "ab"},
-      {"d", std::string("\5\0\0\0\0\0\0\0\1", 9), "0.5"},
-      {"d", decimal, "-1.23"}};
-  for (const auto& [type, bytes, expected] : values) {
-    char text[32] = {};
-    size_t size = expected.size();
-    EXPECT_EQ(OX_ERR_BUFFERTOOSMALL, ox_getstr(type, bytes.data(), text, &size));
-    EXPECT_EQ(OX_ERR_OK, ox_getstr(type, bytes.data(), text, &size));
-    EXPECT_EQ(expected, text);
-  }
-  int64_t mantissa = 0;
-  int8_t scale = 0;
-  EXPECT_EQ(OX_ERR_OK, ox_bcd_get(decimal.data(), &mantissa, &scale));
-  EXPECT_TRUE(mantissa == -123 && scale == 2);
 }
 
 }  // namespace

@@ -23,6 +23,13 @@ TEST_F(PassthroughTest, GetstrGrowsItsBufferOnce) {
   std::int32_t number = -7;
   EXPECT_EQ("-7", getstr("i4", &number, 4));
   EXPECT_EQ(1u, loopback::calls().size());
+  EXPECT_EQ("249", getstr("u1", &number, 1));
+  char padded[] = "ab\0d";
+  EXPECT_EQ("ab", getstr("c4", padded, 4));
+  char cents[] = "\x85\xFF\xFF\xFF\xFF\xFF\xFF\xFF\2";
+  EXPECT_EQ("-1.23", getstr("d", cents, 9));
+  cents[8] = 3;
+  EXPECT_EQ("-0.123", getstr("d", cents, 9));
 
   std::string longText(3000, 'x');
   loopback::clearCalls();

@@ -245,7 +245,7 @@ public final class FieldDesc {
    * @throws IllegalArgumentException also when the text is longer than the field
    */
   public void setText(Message to, String text) {
-    writable(to, Kind.TEXT);
+    payload(to, Kind.TEXT);
     to.setText(offset, size, text);
   }
 

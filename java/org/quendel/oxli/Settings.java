@@ -77,7 +77,10 @@ public final class Settings {
       }
     }
     if (open.isEmpty()) {
-      if (key == settings.length()) throw Results.failure("Settings.parse", ResultCode.INTERNAL);
+      // Nothing is wrong with the text itself.
+      if (!inKey || key == settings.length()) {
+        throw Results.failure("Settings.parse", ResultCode.INTERNAL);
+      }
       return noValue(settings, key, settings.length());
     }
     final int begin = open.peek();
