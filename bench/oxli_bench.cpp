@@ -15,9 +15,9 @@
 #include "jni/connection.h"
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"
-#include "loopback/control.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 #include "oxli.h"
+#include "standin/control.h"
 
 #define OXLI(name) Java_org_quendel_oxli_impl_OxliImpl_##name
 
@@ -162,7 +162,7 @@ void deliverData(benchmark::State& state) {
   msg.addr = "address";
   const auto deliverTo = [&](ox_listener_t* lsn) {
     return [&, lsn] {
-      loopback::deliver(lsn, &msg.head, kBatch);
+      standin::deliver(lsn, &msg.head, kBatch);
       on.process();
     };
   };

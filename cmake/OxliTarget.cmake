@@ -29,5 +29,5 @@ function(oxli_vm_program target)
   set_target_properties(${target} PROPERTIES
     ENABLE_EXPORTS ON INSTALL_RPATH "$ORIGIN/../lib;${jvm}")
   target_link_libraries(${target} PRIVATE
-    oxli_jni_objects oxutils_objects loopback_control JNI::JVM)
+    oxli_jni_objects oxutils_objects standin_control JNI::JVM)
 endfunction()

@@ -5,13 +5,13 @@
 #include <string>
 
 #include "fuzz/fuzz.h"
-#include "loopback/scheme.h"
 #include "oxli.h"
+#include "standin/scheme.h"
 
 namespace {
 
-using inproc::Scheme;
 using oxli::fuzz::require;
+using standin::Scheme;
 
 constexpr std::size_t kMaxFields = 4096;  // with those of nested messages
 
@@ -74,13 +74,13 @@ class Walker {
   // How many fields its message has: one that has been walked already, for none is walked twice.
   std::size_t field(const ox_field_desc_t& field) const {
     readable(field.desc);
-    const inproc::Type type = inproc::typeOf(field.type);
+    const standin::Type type = standin::typeOf(field.type);
     require(field.num_values ==
             walk(field.values, [&](const ox_field_value_desc_t& value, std::size_t) {
               readable(value.name);
               readable(value.desc);
-              sink = static_cast<std::size_t>(inproc::integerAt(type, value.value));
-              sink = static_cast<std::size_t>(inproc::integerAt(type, value.int_value));
+              sink = static_cast<std::size_t>(standin::integerAt(type, value.value));
+              sink = static_cast<std::size_t>(standin::integerAt(type, value.int_value));
             }));
     require((type.kind == 'm') == (field.msg != nullptr));
     require(field.size == (field.msg ? field.msg->size : type.size));
@@ -108,7 +108,7 @@ void check(const Scheme& scheme) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   try {
     check(Scheme({bytes, bytes + size}));
-  } catch (const inproc::Ended& refused) {
+  } catch (const standin::Ended& refused) {
     require(refused.code == OX_ERR_INVALIDARGUMENT);
   }
   return 0;

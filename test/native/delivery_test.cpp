@@ -47,7 +47,7 @@ class DeliveryTest : public NativeTest {
   }
   ox_listener_t* lsn() const { return fromHandle<ListenerData>(listener)->lsn; }
   void queue(const ox_msg_t& msg, std::size_t times = 1) const {
-    ASSERT_TRUE(loopback::deliver(lsn(), &msg, times));
+    ASSERT_TRUE(standin::deliver(lsn(), &msg, times));
   }
   jint deliver(const ox_msg_t& msg) const {
     queue(msg);
@@ -159,7 +159,7 @@ TEST_F(DeliveryTest, ExceptionsStayPendingAndStopDelivery) {
 
 TEST_F(DeliveryTest, NoCallInProgressNoJava) {
   ox_msg_t msg = service;
-  EXPECT_EQ(OX_ERR_INTERNAL, loopback::deliverNow(lsn(), &msg));
+  EXPECT_EQ(OX_ERR_INTERNAL, standin::deliverNow(lsn(), &msg));
   EXPECT_EQ(0, messages);
 }
 
@@ -200,9 +200,9 @@ TEST_F(DeliveryTest, InterleavedCallsNeverLendAForeignEnvironment) {
 
   ASSERT_EQ(first, record.env.load());
   ox_msg_t msg = service;
-  EXPECT_EQ(OX_ERR_OK, loopback::deliverNow(lsn(), &msg));
+  EXPECT_EQ(OX_ERR_OK, standin::deliverNow(lsn(), &msg));
   EXPECT_EQ(env, deliveredOn.back());
-  std::thread([&] { EXPECT_EQ(OX_ERR_INTERNAL, loopback::deliverNow(lsn(), &msg)); }).join();
+  std::thread([&] { EXPECT_EQ(OX_ERR_INTERNAL, standin::deliverNow(lsn(), &msg)); }).join();
   EXPECT_EQ(3u, deliveredOn.size());
   record.env = nullptr;
   // The cached object was made on another thread, behind the probe's back.
@@ -252,7 +252,7 @@ TEST_F(DeliveryTest, SubscriberMayDestroyWhatItRunsIn) {
 
   // The other listener, then its own: what is queued for them is not delivered.
   queue(service, 3);
-  loopback::deliver(fromHandle<ListenerData>(other)->lsn, &service);
+  standin::deliver(fromHandle<ListenerData>(other)->lsn, &service);
   messages = 0;
   script.onMessage = [&](JNIEnv* on, jobject) {
     script.onMessage = nullptr;
@@ -383,7 +383,7 @@ TEST_F(DeliveryTest, GatewayFailuresAreReturned) {
   const int globals = probe->counts.globals;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.function);
-    loopback::failNext(c.function, 0x2abcd);
+    standin::failNext(c.function, 0x2abcd);
     EXPECT_EQ(0x2abcd, c.call());
   }
   EXPECT_EQ(globals, probe->counts.globals);

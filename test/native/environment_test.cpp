@@ -25,12 +25,12 @@ class EnvironmentTest : public NativeTest {
 
 TEST_F(EnvironmentTest, GatewaySeesTheSettingsAndThePlatform) {
   for (const char* settings : {"", "log=", "a=1;", "platform=c"}) {
-    loopback::clearCalls();
+    standin::clearCalls();
     EXPECT_EQ(OX_ERR_OK, open(settings));
     EXPECT_EQ(OX_ERR_OK, close());
     EXPECT_EQ(
         (Lines{std::string("ox_env_open \"") + settings + ";platform=java\"", "ox_env_close"}),
-        loopback::calls());
+        standin::calls());
   }
 }
 
@@ -38,7 +38,7 @@ TEST_F(EnvironmentTest, OpensOnce) {
   ASSERT_EQ(OX_ERR_OK, open("a=1"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open("b=2"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open(nullptr));
-  EXPECT_EQ(Lines{"ox_env_open \"a=1;platform=java\""}, loopback::calls());
+  EXPECT_EQ(Lines{"ox_env_open \"a=1;platform=java\""}, standin::calls());
 }
 
 TEST_F(EnvironmentTest, NullSettingsBuildNothing) {
@@ -48,7 +48,7 @@ TEST_F(EnvironmentTest, NullSettingsBuildNothing) {
 }
 
 TEST_F(EnvironmentTest, GatewayFailureLeavesTheCacheUntilClosed) {
-  loopback::failNext("ox_env_open", 0x2abcd);
+  standin::failNext("ox_env_open", 0x2abcd);
   EXPECT_EQ(0x2abcd, open(""));
   EXPECT_NE(nullptr, JEnv::spInstance);
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open(""));
@@ -61,7 +61,7 @@ TEST_F(EnvironmentTest, GatewayFailureLeavesTheCacheUntilClosed) {
 TEST_F(EnvironmentTest, CacheLivesUntilTheGatewayHasClosed) {
   ASSERT_EQ(OX_ERR_OK, open(""));
   EXPECT_EQ(33u, JEnv::spInstance->classRefs.size());
-  loopback::failNext("ox_env_close", 0x2abcd);
+  standin::failNext("ox_env_close", 0x2abcd);
   EXPECT_EQ(0x2abcd, close());
   EXPECT_EQ(nullptr, JEnv::spInstance);
   EXPECT_EQ(OX_ERR_OK, close());
@@ -98,7 +98,7 @@ TEST_F(EnvironmentTest, LookupsAreTheContract) {
   EXPECT_EQ("ArithmeticException", takeException());
   EXPECT_TRUE(probe->disarm());
   EXPECT_EQ(nullptr, JEnv::spInstance);
-  EXPECT_EQ(Lines(), loopback::calls());
+  EXPECT_EQ(Lines(), standin::calls());
   EXPECT_EQ(OX_ERR_OK, open(""));
 }
 
@@ -113,10 +113,10 @@ class ExitEventTest : public EnvironmentTest {
   }
   // What the callback logged, without the gateway's own lines.
   static Lines raised() {
-    loopback::clearCalls();
-    EXPECT_TRUE(loopback::raiseExit());
+    standin::clearCalls();
+    EXPECT_TRUE(standin::raiseExit());
     Lines lines;
-    for (const std::string& line : loopback::logLines()) {
+    for (const std::string& line : standin::logLines()) {
       const auto at = line.find("[ExitEvent]");
       if (at != std::string::npos) lines.push_back(line.substr(at));
     }
@@ -138,7 +138,7 @@ TEST_F(ExitEventTest, ReachesTheHandlerOnAGatewayThread) {
 
   // What the handler throws stays with the thread.
   script.onExit = [&](JNIEnv* on) { on->ThrowNew(on->FindClass("java/lang/Error"), "exit"); };
-  loopback::clearCalls();
+  standin::clearCalls();
   std::thread([] {
     ExitEventCB(jni::sExitEventData.get());
     void* attached = nullptr;
@@ -148,7 +148,7 @@ TEST_F(ExitEventTest, ReachesTheHandlerOnAGatewayThread) {
     virtualMachine()->DetachCurrentThread();
   }).join();
   EXPECT_EQ((Lines{std::string("info: ") + kAttach, std::string("info: ") + kInvoke}),
-            loopback::logLines());
+            standin::logLines());
 }
 
 TEST_F(ExitEventTest, CallsNoJavaWithoutCacheOrHandler) {
@@ -158,7 +158,7 @@ TEST_F(ExitEventTest, CallsNoJavaWithoutCacheOrHandler) {
 
   ASSERT_EQ(OX_ERR_OK, open(""));
   EXPECT_EQ(OX_ERR_OK, registerHandler(nullptr));
-  EXPECT_FALSE(loopback::raiseExit());
+  EXPECT_FALSE(standin::raiseExit());
   std::thread([] {
     ExitEventCB(jni::sExitEventData.get());
     void* attached = nullptr;
@@ -170,14 +170,14 @@ TEST_F(ExitEventTest, CallsNoJavaWithoutCacheOrHandler) {
 TEST_F(ExitEventTest, DetachesAThreadThatWasAttachedBefore) {
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
   ASSERT_EQ(OX_ERR_OK, open(""));
-  loopback::clearCalls();
+  standin::clearCalls();
   std::thread([] {
     void* attached = nullptr;
     virtualMachine()->AttachCurrentThread(&attached, nullptr);
     ExitEventCB(jni::sExitEventData.get());
     EXPECT_EQ(JNI_EDETACHED, virtualMachine()->GetEnv(&attached, JNI_VERSION_1_6));
   }).join();
-  EXPECT_EQ("info: [ExitEvent]: jni env found.", loopback::logLines().at(0));
+  EXPECT_EQ("info: [ExitEvent]: jni env found.", standin::logLines().at(0));
 }
 
 TEST_F(ExitEventTest, LeavesAThreadWithAnExceptionAlone) {
@@ -237,7 +237,7 @@ TEST_F(EnvironmentTest, ClosedEnvironmentIsAnInvalidState) {
   const ox_scheme_desc_t scheme = {};
   createScheme(env, &scheme, nullptr);
   EXPECT_EQ(nullptr, getHints(env, nullptr));
-  EXPECT_EQ(Lines(), loopback::calls());
+  EXPECT_EQ(Lines(), standin::calls());
 }
 
 }  // namespace

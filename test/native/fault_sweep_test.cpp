@@ -392,7 +392,7 @@ class FaultSweepTest : public NativeTest {
                           {"deliver row", &row.head, 3}};
     for (const Kind& kind : kinds) {
       const auto queue = [this, msg = kind.msg] {
-        loopback::deliver(fromHandle<ListenerData>(listener)->lsn, msg);
+        standin::deliver(fromHandle<ListenerData>(listener)->lsn, msg);
       };
       const auto process = [this] {
         return OXLI(conn_1process)(env, nullptr, connection, 0) == OX_ERR_OK;
@@ -494,10 +494,10 @@ class FaultSweepTest : public NativeTest {
   void expectBalance(const Balance& before) const {
     EXPECT_EQ(before.globals, probe->counts.globals);
     EXPECT_EQ(before.borrowed, probe->counts.borrowed);
-    EXPECT_EQ(before.gateway, loopback::liveObjects());
+    EXPECT_EQ(before.gateway, standin::liveObjects());
   }
   Balance balance() const {
-    return {probe->counts.globals, probe->counts.borrowed, loopback::liveObjects()};
+    return {probe->counts.globals, probe->counts.borrowed, standin::liveObjects()};
   }
 
   void runUnharmed(const Scenario& scenario) {
@@ -622,7 +622,7 @@ TEST_F(FaultSweepTest, EachJavaFailureIsReportedAndUndone) {
 }
 
 TEST_F(FaultSweepTest, EachAllocationFailureIsUndone) {
-  loopback::recordCalls(false);
+  standin::recordCalls(false);
   for (const Scenario& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
     runUnharmed(scenario);

@@ -127,7 +127,7 @@ TEST_F(MessageTest, MissingPayloads) {
   EXPECT_EQ("ERROR. msg->data is NULL for OX_MSG_TIME message\n",
             standardError([&] { get(timeMsg); }));
   EXPECT_EQ(5, getLong(get(timeMsg), "getTime"));
-  EXPECT_EQ(std::vector<std::string>(), loopback::logLines());
+  EXPECT_EQ(std::vector<std::string>(), standin::logLines());
 
   struct {
     std::uint32_t type;
@@ -138,12 +138,12 @@ TEST_F(MessageTest, MissingPayloads) {
       {OX_MSG_ZRREPL_LIFENUM, "msg->data is NULL for OX_MSG_ZRREPL_LIFENUM message\n"},
       {OX_MSG_ZRREPL_CLEARDELETED, "msg->data is NULL for OX_MSG_ZRREPL_CLEARDELETED message\n"}};
   for (const auto& c : cases) {
-    loopback::clearCalls();
+    standin::clearCalls();
     ox_msg_data_t msg = dataRecord(1, 1);
     msg.head.type = c.type;
     EXPECT_NE(nullptr, get(msg));
-    ASSERT_EQ(1u, loopback::logLines().size());
-    EXPECT_EQ(std::string("error: ") + c.line, loopback::logLines()[0]);
+    ASSERT_EQ(1u, standin::logLines().size());
+    EXPECT_EQ(std::string("error: ") + c.line, standin::logLines()[0]);
   }
   ox_msg_t state = serviceRecord(OX_MSG_ZRREPL_STATE);
   EXPECT_EQ("(null)", getText(get(state), "getReplState"));

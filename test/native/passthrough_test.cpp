@@ -22,7 +22,7 @@ class PassthroughTest : public NativeTest {
 TEST_F(PassthroughTest, GetstrGrowsItsBufferOnce) {
   std::int32_t number = -7;
   EXPECT_EQ("-7", getstr("i4", &number, 4));
-  EXPECT_EQ(1u, loopback::calls().size());
+  EXPECT_EQ(1u, standin::calls().size());
   EXPECT_EQ("249", getstr("u1", &number, 1));
   char padded[] = "ab\0d";
   EXPECT_EQ("ab", getstr("c4", padded, 4));
@@ -32,14 +32,14 @@ TEST_F(PassthroughTest, GetstrGrowsItsBufferOnce) {
   EXPECT_EQ("-0.123", getstr("d", cents, 9));
 
   std::string longText(3000, 'x');
-  loopback::clearCalls();
+  standin::clearCalls();
   EXPECT_EQ(longText, getstr("c3000", longText.data(), 3000));
-  EXPECT_EQ(2u, loopback::calls().size());
+  EXPECT_EQ(2u, standin::calls().size());
 
-  loopback::clearCalls();
-  loopback::failNext("ox_getstr", OX_ERR_BUFFERTOOSMALL);
+  standin::clearCalls();
+  standin::failNext("ox_getstr", OX_ERR_BUFFERTOOSMALL);
   EXPECT_EQ("(null)", getstr("c3000", longText.data(), 3000));
-  EXPECT_EQ(2u, loopback::calls().size());
+  EXPECT_EQ(2u, standin::calls().size());
   EXPECT_EQ("(null)", getstr("no such type", &number, 4));
 }
 
@@ -55,8 +55,8 @@ TEST_F(PassthroughTest, NullsAreAnswered) {
 
 TEST_F(PassthroughTest, LogTextIsNoFormat) {
   EXPECT_EQ(OX_ERR_OK, OXLI(log_1errorstr)(env, nullptr, text("100%s")));
-  EXPECT_NE(std::string::npos, loopback::logLines().at(0).find("100%s"));
-  loopback::failNext("ox_log_infostr", 0x2abcd);
+  EXPECT_NE(std::string::npos, standin::logLines().at(0).find("100%s"));
+  standin::failNext("ox_log_infostr", 0x2abcd);
   EXPECT_EQ(0x2abcd, OXLI(log_1infostr)(env, nullptr, text("x")));
 }
 

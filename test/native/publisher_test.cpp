@@ -73,9 +73,9 @@ TEST_F(PublisherTest, KeysAreOfTheirClass) {
                {OX_KEY_ID, nullptr, OX_ERR_INVALIDARGUMENT},
                {OX_KEY_NAME, nullptr, OX_ERR_INVALIDARGUMENT}};
   for (const auto& c : cases) {
-    loopback::clearCalls();
+    standin::clearCalls();
     EXPECT_EQ(c.result, msgNew(c.keyType, c.key));
-    EXPECT_EQ(c.result == OX_ERR_OK, !loopback::calls().empty());
+    EXPECT_EQ(c.result == OX_ERR_OK, !standin::calls().empty());
   }
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT,
             OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text("m"), nullptr, nullptr));
@@ -93,14 +93,14 @@ TEST_F(PublisherTest, NewMessageIsBoundToRecordSchemeAndPublisher) {
 }
 
 TEST_F(PublisherTest, SchemeFailureWinsAndTheRecordGoesBack) {
-  const std::size_t alive = loopback::liveObjects();
-  loopback::failNext("ox_pub_getscheme", 0x2abcd);
+  const std::size_t alive = standin::liveObjects();
+  standin::failNext("ox_pub_getscheme", 0x2abcd);
   EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
-  EXPECT_EQ(alive, loopback::liveObjects());
-  loopback::failNext("ox_pub_getscheme", 0x2abcd);
-  loopback::failNext("ox_pub_msgnew", 0x2abce);
+  EXPECT_EQ(alive, standin::liveObjects());
+  standin::failNext("ox_pub_getscheme", 0x2abcd);
+  standin::failNext("ox_pub_msgnew", 0x2abce);
   EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
-  loopback::failNext("ox_pub_msgnew", 0x2abce);
+  standin::failNext("ox_pub_msgnew", 0x2abce);
   EXPECT_EQ(0x2abce, msgNew(OX_KEY_NAME, text("m")));
 }
 
@@ -166,31 +166,31 @@ TEST_F(PublisherTest, NullMapIsLentUnlessTooShort) {
   EXPECT_EQ(own, msg.nulls);
 
   set(message, "setNulls", "([Z)V", env->NewBooleanArray(1));
-  loopback::clearCalls();
+  standin::clearCalls();
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, post(replica, message));
   EXPECT_EQ("(null)", dump(message));
-  EXPECT_EQ(std::vector<std::string>(), loopback::calls());
+  EXPECT_EQ(std::vector<std::string>(), standin::calls());
   EXPECT_EQ(own, msg.nulls);
 }
 
 TEST_F(PublisherTest, DumpGrowsItsBufferOnce) {
   const jobject message = newMessage(publisher, "m");
   set(message, "setAddress", "(Ljava/lang/String;)V", text("gate"));
-  loopback::clearCalls();
+  standin::clearCalls();
   EXPECT_NE(std::string::npos, dump(message).find("gate"));
-  EXPECT_EQ(1u, loopback::calls().size());
+  EXPECT_EQ(1u, standin::calls().size());
 
   const std::string longAddress(3000, 'x');
   set(message, "setAddress", "(Ljava/lang/String;)V", text(longAddress.c_str()));
-  loopback::clearCalls();
+  standin::clearCalls();
   const std::string dumped = dump(message);
   EXPECT_NE(std::string::npos, dumped.find(longAddress));
   EXPECT_NE('\0', dumped.back());
-  EXPECT_EQ(2u, loopback::calls().size());
+  EXPECT_EQ(2u, standin::calls().size());
 
-  loopback::failNext("ox_msg_dump", OX_ERR_BUFFERTOOSMALL);
+  standin::failNext("ox_msg_dump", OX_ERR_BUFFERTOOSMALL);
   EXPECT_EQ("(null)", dump(message));
-  loopback::failNext("ox_msg_dump", 0x2abcd);
+  standin::failNext("ox_msg_dump", 0x2abcd);
   EXPECT_EQ("(null)", dump(message));
   EXPECT_EQ(nullptr, record<ox_msg_data_t>(message).addr);
 }
@@ -199,18 +199,18 @@ TEST_F(PublisherTest, MessageWithoutRecordNeverReachesTheGateway) {
   const jobject message = newMessage(publisher, "m");
   const jlong ref = getLong(message, "getRef");
   set(message, "setRef", "(J)V", jlong{0});
-  loopback::clearCalls();
+  standin::clearCalls();
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, post(publisher, message));
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, post(publisher, nullptr));
   EXPECT_EQ("(null)", dump(message));
   EXPECT_EQ(nullptr, OXLI(msg_1dump)(env, nullptr, nullptr, 0));
-  EXPECT_EQ(std::vector<std::string>(), loopback::calls());
+  EXPECT_EQ(std::vector<std::string>(), standin::calls());
 
   EXPECT_EQ(OX_ERR_OK, OXLI(pub_1msgdispose)(env, nullptr, publisher, ref, nullptr));
-  const std::size_t alive = loopback::liveObjects();
+  const std::size_t alive = standin::liveObjects();
   set(message, "setAllocCreateType", "()V");
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(pub_1msgdispose)(env, nullptr, publisher, ref, message));
-  EXPECT_EQ(alive, loopback::liveObjects());
+  EXPECT_EQ(alive, standin::liveObjects());
   const jobject second = newMessage(publisher, "m");
   EXPECT_EQ(OX_ERR_OK, OXLI(pub_1msgdispose)(env, nullptr, publisher, ref, second));
 }
@@ -222,14 +222,14 @@ TEST_F(PublisherTest, NullsAndFailuresAreAnswered) {
   EXPECT_EQ("", toText(env, OXLI(pub_1getname)(env, nullptr, 0)));
   const jobject state = intRef();
   const jobject ref = objRef();
-  loopback::failNext("ox_pub_getstate", 0x2abcd);
+  standin::failNext("ox_pub_getstate", 0x2abcd);
   EXPECT_EQ(0x2abcd, OXLI(pub_1getstate)(env, nullptr, publisher, state));
   EXPECT_EQ(0, getInt(state, "get"));
-  loopback::failNext("ox_pub_getscheme", 0x2abcd);
+  standin::failNext("ox_pub_getscheme", 0x2abcd);
   EXPECT_EQ(0x2abcd, OXLI(pub_1getscheme)(env, nullptr, publisher, ref));
   EXPECT_EQ(0, getLong(ref, "getRef"));
   EXPECT_EQ(OX_ERR_OK, OXLI(pub_1getstate)(env, nullptr, publisher, state));
-  EXPECT_EQ(static_cast<jint>(loopback::kActive), getInt(state, "get"));
+  EXPECT_EQ(static_cast<jint>(standin::kActive), getInt(state, "get"));
   EXPECT_EQ(OX_ERR_OK, OXLI(pub_1close)(env, nullptr, publisher));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, OXLI(pub_1close)(env, nullptr, publisher));
 }

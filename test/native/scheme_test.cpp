@@ -172,7 +172,7 @@ TEST_F(SchemeTest, NativesReturnTheGatewaysCode) {
   for (const auto& [native, handle] : natives) {
     const jobject filled = make("org/quendel/oxli/Scheme");
     const bool ofListener = handle == listener;
-    loopback::failNext(ofListener ? "ox_lsn_getscheme" : "ox_pub_getscheme", 0x2abcd);
+    standin::failNext(ofListener ? "ox_lsn_getscheme" : "ox_pub_getscheme", 0x2abcd);
     EXPECT_EQ(0x2abcd, native(env, nullptr, handle, filled));
     EXPECT_EQ(0, getLong(filled, "getRef"));
     EXPECT_EQ(OX_ERR_OK, native(env, nullptr, handle, filled));

@@ -31,8 +31,8 @@ void NativeTest::SetUp() {
   env = sEnv;
   ASSERT_EQ(0, env->PushLocalFrame(512));
   script = {};
-  loopback::clearCalls();
-  loopback::recordCalls(true);
+  standin::clearCalls();
+  standin::recordCalls(true);
   probe = std::make_unique<JniProbe>(env);
 }
 
@@ -43,7 +43,7 @@ void NativeTest::TearDown() {
   EXPECT_EQ(0, probe->counts.borrowed);
   EXPECT_EQ(std::vector<std::string>(), probe->forbidden);
   probe.reset();
-  EXPECT_EQ(0u, loopback::liveObjects());
+  EXPECT_EQ(0u, standin::liveObjects());
   EXPECT_TRUE(jni::ConnData::sConnDataMap.empty());
   EXPECT_TRUE(jni::ListenerData::sLsnMap.empty());
   EXPECT_TRUE(jni::PublisherData::sPubMap.empty());
@@ -53,7 +53,7 @@ void NativeTest::TearDown() {
 
 void NativeTest::openEnvironment() {
   ASSERT_EQ(OX_ERR_OK, OXLI(env_1open)(env, nullptr, text("")));
-  loopback::clearCalls();
+  standin::clearCalls();
 }
 
 void NativeTest::closeEnvironment() {

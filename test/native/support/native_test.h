@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "loopback/control.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 #include "oxli.h"
+#include "standin/control.h"
 #include "test/native/support/jni_probe.h"
 
 // The native of that name, as the virtual machine would call it.

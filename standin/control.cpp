@@ -1,8 +1,8 @@
-#include "loopback/control.h"
+#include "standin/control.h"
 
-#include "loopback/gateway.h"
+#include "standin/gateway.h"
 
-namespace inproc {
+namespace standin {
 namespace {
 
 void refreshWatched() {
@@ -25,12 +25,6 @@ std::optional<int> noteCall(const char* function, std::initializer_list<const ch
   refreshWatched();
   return code;
 }
-
-}  // namespace inproc
-
-namespace loopback {
-
-using namespace inproc;
 
 void failNext(const char* function, int code) {
   const Lock lock(gateway().mutex);
@@ -89,4 +83,4 @@ bool raiseExit() {
   return raised;
 }
 
-}  // namespace loopback
+}  // namespace standin

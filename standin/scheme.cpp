@@ -1,11 +1,11 @@
-#include "loopback/scheme.h"
+#include "standin/scheme.h"
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <utility>
 
-namespace inproc {
+namespace standin {
 namespace {
 
 constexpr std::size_t kMaxPayload = std::size_t{1} << 20;
@@ -241,4 +241,4 @@ const Scheme::Message* Scheme::find(int keyType, const void* key) const {
   return found == messages_.end() ? nullptr : &*found;
 }
 
-}  // namespace inproc
+}  // namespace standin

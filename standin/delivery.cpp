@@ -1,8 +1,8 @@
 #include <cstring>
 
-#include "loopback/gateway.h"
+#include "standin/gateway.h"
 
-namespace inproc {
+namespace standin {
 namespace {
 
 // Points the payload's descriptors to copies of their blocks.
@@ -245,7 +245,7 @@ void closePublisher(Publisher& pub) {
   pub.awaited.clear();
   Stream& stream = *pub.stream;
   if (--stream.publishers > 0) return;
-  const std::int32_t reason = loopback::kStreamClosed;
+  const std::int32_t reason = standin::kStreamClosed;
   const MessagePtr close = makeMessage(OX_MSG_CLOSE, &reason, sizeof reason);
   for (Listener* lsn : std::exchange(stream.listeners, {})) {
     lsn->state = kClosing;
@@ -254,4 +254,4 @@ void closePublisher(Publisher& pub) {
   }
 }
 
-}  // namespace inproc
+}  // namespace standin

@@ -1,6 +1,6 @@
-#include "loopback/gateway.h"
+#include "standin/gateway.h"
 
-using namespace inproc;
+using namespace standin;
 
 namespace {
 
@@ -133,11 +133,11 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
     Record& record = known.record;
     const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
     const Scheme::Message* const message = describe(stream, known);
-    if (flags & loopback::kClearDeleted) {
+    if (flags & standin::kClearDeleted) {
       require(message && isRow);
       return clearDeleted(stream, message->position, record.row.rev);
     }
-    require(!isRow || !(flags & loopback::kReplyWanted));
+    require(!isRow || !(flags & standin::kReplyWanted));
     const bool refers = !isRow && record.data.ref_msg;
     const KnownRecord ref = refers ? knownRecord(&record.data.ref_msg->head) : KnownRecord{};
     require(!refers || (ref.whole && ref.record.head.type != OX_MSG_STREAM_DATA));
@@ -161,7 +161,7 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
         asking->awaited.erase(ref.record.head.reserved);
       }
     }
-    if (flags & loopback::kReplyWanted) {
+    if (flags & standin::kReplyWanted) {
       pub.awaited[serial] = {Clock::now() + pub.replyTimeout, userId};
       pub.conn->changed.notify_all();  // its wait may have to end earlier now
     }

@@ -2,8 +2,8 @@
 // held where a function is called that does not say that it takes it. It is released while a
 // callback of the host's runs, so an object may be destroyed meanwhile: whoever calls back keeps a
 // shared_ptr to it.
-#ifndef OXLI_LOOPBACK_GATEWAY_H
-#define OXLI_LOOPBACK_GATEWAY_H
+#ifndef OXLI_STANDIN_GATEWAY_H
+#define OXLI_STANDIN_GATEWAY_H
 
 #include <algorithm>
 #include <atomic>
@@ -22,17 +22,17 @@
 #include <utility>
 #include <vector>
 
-#include "loopback/control.h"
-#include "loopback/scheme.h"
+#include "standin/control.h"
+#include "standin/scheme.h"
 
-namespace inproc {
+namespace standin {
 
 using Clock = std::chrono::steady_clock;
 using Lock = std::unique_lock<std::mutex>;
-using loopback::kActive;
-using loopback::kClosed;
-using loopback::kClosing;
-using loopback::kOpening;
+using standin::kActive;
+using standin::kClosed;
+using standin::kClosing;
+using standin::kOpening;
 
 // Memory for any record. What they all begin with may be read through any of them.
 union Record {
@@ -63,7 +63,7 @@ struct Object {
 
   Handle* handle = nullptr;
   Properties settings;
-  loopback::States state = kClosed;
+  standin::States state = kClosed;
 };
 
 struct Listener : Object<ox_listener_t>, std::enable_shared_from_this<Listener> {
@@ -276,6 +276,6 @@ int getState(const char* function, Handle* handle, std::int32_t* state) {
   });
 }
 
-}  // namespace inproc
+}  // namespace standin
 
-#endif  // OXLI_LOOPBACK_GATEWAY_H
+#endif  // OXLI_STANDIN_GATEWAY_H

@@ -1,7 +1,7 @@
-// Steers the in-process gateway from tests and benchmarks; nothing else may include it. Every
+// Steers the stand-in gateway from tests and benchmarks; nothing else may include it. Every
 // function may be called from any thread, inside a callback too.
-#ifndef OXLI_LOOPBACK_CONTROL_H
-#define OXLI_LOOPBACK_CONTROL_H
+#ifndef OXLI_STANDIN_CONTROL_H
+#define OXLI_STANDIN_CONTROL_H
 
 #include <cstddef>
 #include <string>
@@ -9,7 +9,7 @@
 
 #include "oxli.h"
 
-namespace loopback {
+namespace standin {
 
 // Flags of ox_pub_post.
 enum PostFlags : int {
@@ -52,6 +52,6 @@ std::size_t liveObjects();
 // Raises the exit event on a new thread and waits for it; false when no handler is registered.
 bool raiseExit();
 
-}  // namespace loopback
+}  // namespace standin
 
-#endif  // OXLI_LOOPBACK_CONTROL_H
+#endif  // OXLI_STANDIN_CONTROL_H

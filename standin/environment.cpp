@@ -1,9 +1,9 @@
 #include <cstdarg>
 
-#include "loopback/gateway.h"
+#include "standin/gateway.h"
 #include "utils/string_utils.h"
 
-using namespace inproc;
+using namespace standin;
 
 namespace {
 
@@ -52,7 +52,7 @@ void startExitThread(std::chrono::milliseconds delay) {
 
 }  // namespace
 
-namespace inproc {
+namespace standin {
 
 Gateway& gateway() {
   static Gateway& lasting = *new Gateway;
@@ -100,7 +100,7 @@ bool raiseExitEvent() {
   return callback != nullptr;
 }
 
-}  // namespace inproc
+}  // namespace standin
 
 int ox_env_open(const char* text) {
   return call(__func__, {text}, [&] {
@@ -111,7 +111,7 @@ int ox_env_open(const char* text) {
     useLog(openLog(settings.get("log")));
     if (exitAfter > 0) startExitThread(std::chrono::milliseconds(exitAfter));
     gateway().open = true;
-    write("info", "in-process loopback gateway: its streams end with this process");
+    write("info", "stand-in gateway, in process: its streams end with this process");
   });
 }
 

@@ -1,6 +1,6 @@
-#include "loopback/gateway.h"
+#include "standin/gateway.h"
 
-using namespace inproc;
+using namespace standin;
 
 int ox_lsn_new(ox_conn_t* handle, const char* settings, ox_listener_cb_t callback, void* data,
                ox_listener_t** out) {
@@ -38,7 +38,7 @@ int ox_lsn_open(ox_listener_t* handle, const char* text) {
 int ox_lsn_close(ox_listener_t* handle) {
   return call(__func__, {}, handle, [](Listener& lsn, Lock& lock) {
     require(lsn.state != kClosed, OX_ERR_INVALIDSTATE);
-    closeListener(lock, lsn, loopback::kClosedByOwner);
+    closeListener(lock, lsn, standin::kClosedByOwner);
   });
 }
 
@@ -56,7 +56,7 @@ int ox_lsn_getscheme(ox_listener_t* handle, ox_scheme_desc_t** scheme) {
 
 int ox_lsn_destroy(ox_listener_t* handle) {
   return call(__func__, {}, handle, [&](Listener& lsn, Lock& lock) {
-    if (lsn.state != kClosed) closeListener(lock, lsn, loopback::kClosedByOwner);
+    if (lsn.state != kClosed) closeListener(lock, lsn, standin::kClosedByOwner);
     // The callback may have destroyed it.
     if (gateway().listeners.count(handle) > 0) destroy(lsn);
   });

@@ -1,4 +1,4 @@
-// The in-process gateway through its C functions alone; test/native and test/java drive it further.
+// The stand-in gateway through its C functions alone; test/native and test/java drive it further.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -8,8 +8,8 @@
 #include <thread>
 #include <utility>
 
-#include "loopback/control.h"
 #include "oxli.h"
+#include "standin/control.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ struct Inbox {
   std::function<int(ox_msg_t&)> on;
 };
 
-class Loopback : public ::testing::Test {
+class StandinTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(OX_ERR_OK, ox_env_open("platform=java"));
@@ -67,7 +67,7 @@ class Loopback : public ::testing::Test {
   }
   void TearDown() override {
     ox_env_close();
-    EXPECT_EQ(0u, loopback::liveObjects());
+    EXPECT_EQ(0u, standin::liveObjects());
   }
 
   static void listen(ox_conn_t* on, Inbox& to, const std::string& settings = "") {
@@ -105,7 +105,7 @@ class Loopback : public ::testing::Test {
   Inbox inbox;
 };
 
-TEST_F(Loopback, EveryListenerGetsACopyOfWhatWasPosted) {
+TEST_F(StandinTest, EveryListenerGetsACopyOfWhatWasPosted) {
   ox_conn_t* other = nullptr;
   ASSERT_EQ(OX_ERR_OK, ox_conn_new("", &other));
   ASSERT_EQ(OX_ERR_OK, ox_conn_open(other, ""));
@@ -131,7 +131,7 @@ TEST_F(Loopback, EveryListenerGetsACopyOfWhatWasPosted) {
 }
 
 // What becomes of well-formed scheme texts is tested where the descriptions are converted.
-TEST_F(Loopback, DumpsFollowTheSchemeAndMalformedOnesAreRefused) {
+TEST_F(StandinTest, DumpsFollowTheSchemeAndMalformedOnesAreRefused) {
   start(kReplica);
   ox_scheme_desc_t* scheme = nullptr;
   ASSERT_EQ(OX_ERR_OK, ox_lsn_getscheme(inbox.lsn, &scheme));
@@ -172,7 +172,7 @@ TEST_F(Loopback, DumpsFollowTheSchemeAndMalformedOnesAreRefused) {
   }
 }
 
-TEST_F(Loopback, ReplicaGetsSnapshotChangesAndResumes) {
+TEST_F(StandinTest, ReplicaGetsSnapshotChangesAndResumes) {
   pub = publish(kReplica);
   for (const char* isin : {"A", "B", "A"}) post(pub, isin);
   Inbox plain;
@@ -183,7 +183,7 @@ TEST_F(Loopback, ReplicaGetsSnapshotChangesAndResumes) {
   auto* row = reinterpret_cast<ox_msg_streamdata_t*>(make(pub, "C"));
   ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, 0));
   row->rev = 3;
-  ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, loopback::kClearDeleted));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, standin::kClearDeleted));
   EXPECT_EQ("{ C#4 } { clear1 }", received());
   EXPECT_EQ("open C#4", plain.words);
 
@@ -238,7 +238,7 @@ void showBlocks(Inbox& inbox, const std::function<void(ox_msg_data_t&)>& then = 
   };
 }
 
-TEST_F(Loopback, RowsHoldTheirBlocks) {
+TEST_F(StandinTest, RowsHoldTheirBlocks) {
   start(kBlocks + "mode=replica");
   showBlocks(inbox, [&](ox_msg_data_t& got) {
     if (word(got.head) != "A#1") return;
@@ -270,7 +270,7 @@ TEST_F(Loopback, RowsHoldTheirBlocks) {
   EXPECT_EQ("open life1 { B#2++ A#3+inner+outer } online", late.words);
 }
 
-TEST_F(Loopback, RepliesAndWhatTheyReferToHoldTheirBlocks) {
+TEST_F(StandinTest, RepliesAndWhatTheyReferToHoldTheirBlocks) {
   start(kBlocks);
   auto* msg = make(pub, "A");
   auto* ref = make(pub, "B");
@@ -298,7 +298,7 @@ TEST_F(Loopback, RepliesAndWhatTheyReferToHoldTheirBlocks) {
   EXPECT_EQ("C/0->A/0+++inner+outer B/0+inner+outer", received());
 }
 
-TEST_F(Loopback, UnansweredRequestTimesOut) {
+TEST_F(StandinTest, UnansweredRequestTimesOut) {
   start(kScheme + "reply_timeout=200");
   auto* msg = make(pub, "A");
   auto* reply = make(pub, "B");
@@ -314,7 +314,7 @@ TEST_F(Loopback, UnansweredRequestTimesOut) {
   };
   for (const uint32_t user : {1u, 2u}) {
     msg->user_id = user;
-    ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &msg->head, loopback::kReplyWanted));
+    ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &msg->head, standin::kReplyWanted));
     EXPECT_EQ(OX_ERR_OK, process());
   }
   EXPECT_EQ("open A/1 B/0->A/1 A/2", take());
@@ -323,11 +323,11 @@ TEST_F(Loopback, UnansweredRequestTimesOut) {
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_post(pub, &reply->head, 0));
 }
 
-TEST_F(Loopback, ProcessStopsAtAResultAndNests) {
+TEST_F(StandinTest, ProcessStopsAtAResultAndNests) {
   start();
   int32_t number = 4;
   ox_msg_t record{OX_MSG_CLOSE, sizeof number, &number, 0};
-  EXPECT_TRUE(loopback::deliver(inbox.lsn, &record, 3));
+  EXPECT_TRUE(standin::deliver(inbox.lsn, &record, 3));
   inbox.on = [&](ox_msg_t& msg) {
     if (msg.type == OX_MSG_OPEN) return process() + 1;
     return &msg == &record && ++number == 6 ? 78 : 0;
@@ -340,12 +340,12 @@ TEST_F(Loopback, ProcessStopsAtAResultAndNests) {
   };
   EXPECT_EQ("close6", received());
   EXPECT_EQ("A/0", received());
-  loopback::failNext("ox_conn_process", 1234);
+  standin::failNext("ox_conn_process", 1234);
   EXPECT_EQ(1234, process());
   EXPECT_EQ("A/0", received());
 }
 
-TEST_F(Loopback, OneThreadAtATimeDelivers) {
+TEST_F(StandinTest, OneThreadAtATimeDelivers) {
   using namespace std::chrono_literals;
   const auto before = std::chrono::steady_clock::now();
   start();
@@ -370,7 +370,7 @@ TEST_F(Loopback, OneThreadAtATimeDelivers) {
   EXPECT_LT(std::chrono::steady_clock::now() - before, 20s);
 }
 
-TEST_F(Loopback, CallbacksMayEndWhatDelivers) {
+TEST_F(StandinTest, CallbacksMayEndWhatDelivers) {
   const std::function<int()> ends[] = {
       [&] { return ox_lsn_close(inbox.lsn); }, [&] { return ox_lsn_destroy(inbox.lsn); },
       [&] { return ox_conn_close(conn); }, [&] { return ox_conn_destroy(conn); }, ox_env_close};
@@ -388,7 +388,7 @@ TEST_F(Loopback, CallbacksMayEndWhatDelivers) {
   }
 }
 
-TEST_F(Loopback, DeadHandlesAndCallsOutOfOrderAreRefused) {
+TEST_F(StandinTest, DeadHandlesAndCallsOutOfOrderAreRefused) {
   start();
   ox_publisher_t* other = publish(kScheme);
   ox_publisher_t* bare = nullptr;

@@ -1,6 +1,6 @@
-#include "loopback/gateway.h"
+#include "standin/gateway.h"
 
-using namespace inproc;
+using namespace standin;
 
 namespace {
 
@@ -75,7 +75,7 @@ int ox_conn_close(ox_conn_t* handle) {
     // Copies: callbacks may make, open and destroy objects of this connection.
     const auto publishers = conn.publishers;
     for (const auto& lsn : std::vector(conn.listeners)) {
-      if (lsn->state != kClosed) closeListener(lock, *lsn, loopback::kConnectionClosed);
+      if (lsn->state != kClosed) closeListener(lock, *lsn, standin::kConnectionClosed);
     }
     for (const auto& pub : publishers) {
       if (pub->isOpen()) closePublisher(*pub);

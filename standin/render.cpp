@@ -1,9 +1,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "loopback/gateway.h"
+#include "standin/gateway.h"
 
-using namespace inproc;
+using namespace standin;
 
 namespace {
 

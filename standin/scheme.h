@@ -1,6 +1,6 @@
 // Settings texts, and the schemes that are described in them.
-#ifndef OXLI_LOOPBACK_SCHEME_H
-#define OXLI_LOOPBACK_SCHEME_H
+#ifndef OXLI_STANDIN_SCHEME_H
+#define OXLI_STANDIN_SCHEME_H
 
 #include <charconv>
 #include <cstdint>
@@ -14,7 +14,7 @@
 #include "oxli.h"
 #include "utils/properties.h"
 
-namespace inproc {
+namespace standin {
 
 using oxutils::Properties;
 
@@ -104,6 +104,6 @@ class Scheme {
   std::vector<std::shared_ptr<void>> kept_;
 };
 
-}  // namespace inproc
+}  // namespace standin
 
-#endif  // OXLI_LOOPBACK_SCHEME_H
+#endif  // OXLI_STANDIN_SCHEME_H
