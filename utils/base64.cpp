@@ -18,7 +18,7 @@ unsigned char byteAt(const char* text, unsigned long position) {
 
 }  // namespace
 
-// Not from a string literal: there is no room for its zero.
+// Not a string literal, whose terminating zero does not fit.
 const char Base64::encoding_table[64] = {
     'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 'M', 'N', 'O', 'P',
     'Q', 'R', 'S', 'T', 'U', 'V', 'W', 'X', 'Y', 'Z', 'a', 'b', 'c', 'd', 'e', 'f',
@@ -29,7 +29,7 @@ unsigned char* Base64::decoding_table = nullptr;
 
 unsigned long Base64::encode_len(const char* /*data*/, unsigned long length) {
   const double characters = std::ceil(static_cast<double>(length) / 3.0) * 4.0;
-  // No memory holds such data, but its size may be asked.
+  // The conversion of such a value is undefined.
   if (characters >= 0x1p64) return std::numeric_limits<unsigned long>::max();
   return static_cast<unsigned long>(characters);
 }

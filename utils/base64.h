@@ -5,39 +5,38 @@
 
 namespace oxutils {
 
-// Base64 in the alphabet that is safe in URLs and file names, always padded with "=", in one line
-// and without a terminating zero. Buffers are the caller's and must not overlap:
+// Base64 in the alphabet that is safe in URLs and file names, padded with "=", in one line and
+// without a terminating zero. Buffers are the caller's and must not overlap:
 //
 //   std::string text(Base64::encode_len(data, size), '\0');
 //   Base64::encode(data, size, text.data());
 //
-// Any thread may call everything here at any time, except that nothing may decode while
-// base64_cleanup runs.
+// Thread-safe, except that no thread may decode while base64_cleanup runs.
 class OXUTILS_API Base64 {
  public:
   Base64() = delete;
 
-  // The size of what encode writes. `data` is not read. Exact below 2^53.
+  // Returns the number of characters that encode writes. Does not read `data`. Exact below 2^53.
   static unsigned long encode_len(const char* data, unsigned long length);
-  // The size of what decode writes for a text whose length is a multiple of 4.
+  // Returns the number of bytes that decode writes, if the length is a multiple of 4.
   static unsigned long decode_len(const char* text, unsigned long length);
 
   // Writes encode_len characters and returns their number.
   static unsigned long encode(const char* data, unsigned long length, char* out);
-  // Writes decode_len bytes and returns their number. 0 when the length is not a multiple of 4 or
-  // memory for the table runs out. The text is trusted: a character that is not of the alphabet
-  // counts as 0, as "=" does wherever it stands.
+  // Writes decode_len bytes and returns their number. Returns 0 if the length is not a multiple of
+  // 4, or if memory for the table runs out. Does not validate: a character outside the alphabet
+  // counts as 0, as "=" does at any position.
   static unsigned long decode(const char* text, unsigned long length, char* out);
 
-  // Makes `decoding_table`, as the first decode does by itself. Nothing when there is one.
+  // Makes `decoding_table` unless it exists, as the first decode does.
   static void build_decoding_table();
-  // Releases it; the next decode makes it again.
+  // Releases `decoding_table`. The next decode makes it again.
   static void base64_cleanup();
 
   static const char encoding_table[64];
-  // How many "=" end a text, by the data's length modulo 3.
+  // The number of "=" at the end of an encoding, by the length of the data modulo 3.
   static const int mod_table[3];
-  // 256 values by character, 0 outside the alphabet; null until it is made. Complete when seen.
+  // 256 values by character, 0 for characters outside the alphabet; null until it is made.
   static unsigned char* decoding_table;
 };
 

@@ -6,9 +6,18 @@
 
 namespace oxutils {
 
+// Defined here, so that every build of the library exports the same functions.
+IDictionary::~IDictionary() = default;
+Properties::Properties() = default;
+Properties::Properties(const Properties&) = default;
+Properties::Properties(Properties&&) noexcept = default;
+Properties& Properties::operator=(const Properties&) = default;
+Properties& Properties::operator=(Properties&&) noexcept = default;
 Properties::~Properties() = default;
 
-bool Properties::parse(const std::string& settings) {
+bool Properties::parse(const std::string& input) {
+  // A copy, because the input may be one of the values that are replaced below.
+  const std::string settings = input;
   ParserState state = Key;
   std::deque<ParserState> enclosing;
   std::string key;
@@ -44,10 +53,10 @@ bool Properties::parse(const std::string& settings) {
       token.clear();
       state = Value;
     } else if (state == Key && c == ';') {
-      // The characters stay: they begin the next key.
+      // The token is kept: its characters begin the next key.
       if (!token.empty()) wellFormed = false;
     } else if (state == Value && c == ';') {
-      // The pair is complete; stored below.
+      // The pair is complete and stored below.
     } else if (state == Value && c == '"' && previous == '=') {
       enter(Quoted);
     } else if (state == Quoted && c == '"') {

@@ -25,7 +25,7 @@ class Converter {
 
   explicit operator bool() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }
 
-  // Takes what is written off `outRoom`. False unless all of `in` was converted.
+  // Subtracts the bytes written from `outRoom`. Returns false unless all of `in` is converted.
   bool convert(char* in, std::size_t inSize, char* out, std::size_t& outRoom) {
     return iconv(descriptor_, &in, &inSize, &out, &outRoom) != static_cast<std::size_t>(-1);
   }
@@ -34,14 +34,14 @@ class Converter {
   iconv_t descriptor_;
 };
 
-// `convert`: strtol or strtoul. What overflows it is above the limit as well.
+// `convert` is strtol or strtoul, whose overflow values exceed the limit, too.
 template <class Convert>
 int read(unsigned int& value, const char* text, int base, Convert convert) {
   char* end = nullptr;
   errno = 0;
   const auto number = static_cast<unsigned long>(convert(text, &end, base));
   if (number > UINT32_MAX) return 1;
-  // EINVAL: there is no such base, and `end` says nothing.
+  // After EINVAL, which reports an invalid base, `end` has no meaning.
   if (errno == EINVAL || end == text || *end != '\0') return 2;
   value = static_cast<unsigned int>(number);
   return 0;
@@ -98,16 +98,17 @@ std::string StringUtils::getOsVersion() {
 }
 
 std::string StringUtils::cp1251ToUtf8(char* text, unsigned long length) {
-  constexpr std::size_t kMostBytes = 3;  // that a character of the code page becomes
+  // A character of the code page takes at most 3 bytes in UTF-8.
+  constexpr std::size_t kMaxBytes = 3;
   Converter converter("UTF8", "CP1251");
   if (!converter) return {};
-  std::string converted;
-  if (length > converted.max_size() / kMostBytes) throw std::bad_alloc();
-  converted.resize(kMostBytes * length);
-  std::size_t unused = converted.size();
-  if (!converter.convert(text, length, converted.data(), unused)) return {};
-  converted.resize(converted.size() - unused);
-  return converted;
+  std::string buffer;
+  if (length > buffer.max_size() / kMaxBytes) throw std::bad_alloc();
+  buffer.resize(kMaxBytes * length);
+  std::size_t unused = buffer.size();
+  if (!converter.convert(text, length, buffer.data(), unused)) return {};
+  // A copy, because the buffer has room for more than the result.
+  return buffer.substr(0, buffer.size() - unused);
 }
 
 unsigned long str_to_ul(const std::string& text) {

@@ -69,6 +69,20 @@ TEST(Properties, ParseAddsAndKeepsTheLatestError) {
   EXPECT_EQ(error, properties.lastError);
 }
 
+TEST(Properties, ParsesItsOwnValuesAndMoves) {
+  static_assert(Properties::Quoted == 4);
+  Properties properties;
+  // The value that is being parsed is replaced by its own first pair.
+  ASSERT_TRUE(properties.parse("a=\"a=first;b=a second value that no short string holds\""));
+  ASSERT_TRUE(properties.parse(properties.get("a")));
+  const Pairs expected = {{"a", "first"}, {"b", "a second value that no short string holds"}};
+  EXPECT_EQ(expected, static_cast<const Pairs&>(properties));
+  const char* const memory = properties.get("b").data();
+  const Properties moved = std::move(properties);
+  EXPECT_EQ(expected, static_cast<const Pairs&>(moved));
+  EXPECT_EQ(memory, moved.get("b").data());
+}
+
 TEST(Properties, ReadsThroughItsDictionary) {
   Properties properties;
   ASSERT_TRUE(properties.parse("a="));

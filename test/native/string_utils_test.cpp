@@ -110,7 +110,9 @@ TEST(StringUtils, ConvertsCodePage1251) {
   }
 }
 
-TEST(StringUtils, RefusesWhatCannotBeConvertedForWantOfMemory) {
+TEST(StringUtils, ConversionHasNoSpareCapacityAndABoundedLength) {
+  std::string longText(1000, 'x');
+  EXPECT_EQ(1000u, StringUtils::cp1251ToUtf8(longText.data(), longText.size()).capacity());
   char in[] = "x";
   EXPECT_THROW(StringUtils::cp1251ToUtf8(in, ~0ul / 3 + 2), std::bad_alloc);
 }
