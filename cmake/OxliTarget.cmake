@@ -13,11 +13,12 @@ function(oxli_target target)
     $<$<BOOL:${OXLI_DEVELOPER}>:-Werror>)
 endfunction()
 
-# oxli_exports(<target> <version script>): exports what the script names and nothing else.
+# oxli_exports(<target> <version script>): exports what the script names and nothing else. Calls inside
+# the library are bound to its own functions, so that no library loaded earlier can take them over.
 function(oxli_exports target script)
   get_filename_component(path "${script}" ABSOLUTE)
   target_link_options(${target} PRIVATE
-    "-Wl,--version-script=${path}" "-Wl,-z,defs" "-Wl,--enable-new-dtags")
+    "-Wl,--version-script=${path}" "-Wl,-z,defs" "-Wl,-Bsymbolic-functions" "-Wl,--enable-new-dtags")
   set_target_properties(${target} PROPERTIES LINK_DEPENDS "${path}")
 endfunction()
 
