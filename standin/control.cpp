@@ -6,13 +6,23 @@ namespace standin {
 namespace {
 
 void refreshWatched() {
-  gateway().watched = gateway().recording || !gateway().failures.empty();
+  gateway().watched =
+      gateway().recording || !gateway().failures.empty() || !gateway().bodies.empty();
 }
 
 }  // namespace
 
 std::optional<int> noteCall(const char* function, std::initializer_list<const char*> texts) {
-  const Lock lock(gateway().mutex);
+  Lock lock(gateway().mutex);
+  const auto body = gateway().bodies.find(function);
+  if (body != gateway().bodies.end()) {
+    const std::function<void()> run = std::move(body->second);
+    gateway().bodies.erase(body);
+    refreshWatched();
+    lock.unlock();
+    run();
+    lock.lock();
+  }
   if (gateway().recording) {
     std::string line = function;
     for (const char* text : texts) line += text ? " \"" + std::string(text) + '"' : " null";
@@ -29,6 +39,12 @@ std::optional<int> noteCall(const char* function, std::initializer_list<const ch
 void failNext(const char* function, int code) {
   const Lock lock(gateway().mutex);
   gateway().failures[function] = code;
+  refreshWatched();
+}
+
+void runDuringNext(const char* function, std::function<void()> body) {
+  const Lock lock(gateway().mutex);
+  gateway().bodies[function] = std::move(body);
   refreshWatched();
 }
 

@@ -4,6 +4,7 @@
 #define OXLI_STANDIN_CONTROL_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,9 @@ enum CloseReasons : int { kClosedByOwner = 0, kStreamClosed = 1, kConnectionClos
 
 // The next call of `function` ("ox_conn_open") returns `code`, once, and does nothing else.
 void failNext(const char* function, int code);
+// The next call of `function` runs `body` first, on its thread and without a lock, as a callback
+// that the gateway makes during the call would run.
+void runDuringNext(const char* function, std::function<void()> body);
 
 // Queues the caller's own record, which stays valid until it has been delivered `times` times: the
 // listener's connection hands over the very pointer, whatever the listener's state. Closing or

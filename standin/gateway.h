@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <deque>
 #include <forward_list>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -179,6 +180,7 @@ struct Gateway {
   std::atomic<bool> watched{false};
   bool recording = false;
   std::map<std::string, int> failures;
+  std::map<std::string, std::function<void()>> bodies;
   std::vector<std::string> calls;
   std::vector<std::string> logLines;
 };
