@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "jni/base/handles.h"
+#include "jni/base/memory.h"
 #include "jni/connection.h"
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"

@@ -1,69 +1,103 @@
 #include "jni/connection.h"
 
-#include <memory>
+#include <cstdint>
 
 #include "jni/base/failure.h"
-#include "jni/base/handles.h"
-#include "jni/base/locks.h"
-#include "jni/base/text.h"
-#include "jni/jenv/with_cache.h"
+#include "jni/base/memory.h"
+#include "jni/base/out_params.h"
+#include "jni/base/strings.h"
+#include "jni/jenv/locks.h"
+#include "jni/jenv/with_classes.h"
 #include "jni/oxjni.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 
 namespace oxli::jni {
 
-void ConnData::retire(JNIEnv* environment) {
-  jconn.drop(environment);
+void ConnData::retire(JNIEnv* callerEnv) {
+  retired = true;
+  jconn.release(callerEnv);
   unpin();
 }
 
 namespace {
 
-jint newConnection(JNIEnv* env, JEnv& cache, jstring settings, jobject ref, jobject connection) {
-  constexpr char kSetRef[] = "Java_org_quendel_oxli_impl_OxliImpl_conn_1new set ref";
-  const MutexLock lock(cache.connMutex);
-  const UtfChars text(env, settings);
-  if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_conn_1new settings")) {
-    return OX_ERR_INTERNAL;
-  }
-  auto record = std::make_unique<ConnData>();
-  Reservation<ox_conn_t, ConnData> entry(record.get());
+using NewConnection = NewRecord<ox_conn_t, ConnData>;
 
-  if (const int result = ox_conn_new(text.get(), &record->conn)) return result;
-  if (!record->jconn.hold(env, connection, kSetRef)) {
+jint newConnection(JNIEnv* env, JEnv& classes, jstring settings, jobject ref, jobject connection) {
+  constexpr char kSetRef[] = OXLI_STEP("conn_1new set ref");
+  const ConnLock lock(classes);
+  const UtfChars chars(env, settings, OXLI_STEP("conn_1new settings"));
+  if (!chars.ok()) return OX_ERR_INTERNAL;
+  NewConnection record(env);
+  if (const int result = ox_conn_new(chars.get(), &record->conn)) return result;
+  if (!record->jconn.acquire(env, connection, kSetRef)) {
     ox_conn_destroy(record->conn);
     return OX_ERR_INTERNAL;
   }
-  entry.insertInto(ConnData::sConnDataMap, record->conn);
-  return setObjRef(env, cache, ref, toHandle(record.release()), kSetRef);
+  record.insertInto(ConnData::sConnDataMap, record->conn);
+  return setOutParam(env, ref, classes.objRef.set, toHandle(record.release()), kSetRef);
 }
 
-jint destroyConnection(JNIEnv* env, JEnv& cache, ConnData& record) {
-  const MutexLock lock(cache.connMutex);
+jint openConnection(JNIEnv* env, JEnv& classes, ConnData& record, jstring settings) {
+  UtfChars chars(env, settings, OXLI_STEP("conn_1open settings"));
+  if (!chars.ok()) return OX_ERR_INTERNAL;
+  const ConnLock lock(classes);
+  jint result = OX_ERR_OK;
+  {
+    const GatewayCall call(record, env);
+    result = ox_conn_open(record.conn, chars.get());
+  }
+  chars.release();
+  return result;
+}
+
+jint closeConnection(JNIEnv* env, JEnv& classes, ConnData& record) {
+  const ConnLock lock(classes);
+  const GatewayCall call(record, env);
+  return ox_conn_close(record.conn);
+}
+
+jint processConnection(JNIEnv* env, ConnData& record, jint timeout) {
+  const GatewayCall call(record, env);
+  return ox_conn_process(record.conn, timeout, nullptr);
+}
+
+jint getConnectionState(JNIEnv* env, JEnv& classes, ConnData& record, jobject state) {
+  std::int32_t value = 0;
+  {
+    const GatewayCall call(record, env);
+    if (const int result = ox_conn_getstate(record.conn, &value)) return result;
+  }
+  return setOutParam(env, state, classes.intRef.set, jint{value},
+                     OXLI_STEP("conn_1getstate set ref"));
+}
+
+jint destroyConnection(JNIEnv* env, JEnv& classes, ConnData& record) {
+  const ConnLock lock(classes);
+  // A callback of ox_conn_destroy may destroy the connection once more.
+  const Pin pin(record);
   ox_conn_t* const conn = record.conn;
-  record.jconn.drop(env);
-  ConnData* const registered = take(ConnData::sConnDataMap, conn);
-  record.retire(env);
-  // The record of a wrapped connection is not the registered one if it was bound before.
-  if (registered && registered != &record) registered->retire(env);
+  if (!record.retired) {
+    static_cast<void>(remove(ConnData::sConnDataMap, conn));
+    record.retire(env);
+  }
   return ox_conn_destroy(conn);
 }
 
-jobject wrapConnection(JNIEnv* env, JEnv& cache, ox_conn_t* conn) {
+jobject wrapConnection(JNIEnv* env, JEnv& classes, ox_conn_t* conn) {
   constexpr char kNewConnection[] = "oxjni_conn_wrap new connection";
-  if (exceptionPending(env)) return nullptr;
-  auto record = std::make_unique<ConnData>();
-  Reservation<ox_conn_t, ConnData> entry(record.get());
+  if (reportIfPending(env, kNewConnection)) return nullptr;
+  NewConnection record(env);
   LocalRef<jobject> connection(
-      env, env->NewObject(cache.connection.cls, cache.connection.ctor, toHandle(record.get())));
-  if (javaFailed(env, kNewConnection) || !connection.get()) return nullptr;
+      env, env->NewObject(classes.connection.cls, classes.connection.ctor, toHandle(record.get())));
+  if (reportIfPending(env, kNewConnection) || !connection.get()) return nullptr;
 
-  const MutexLock lock(cache.connMutex);
+  const ConnLock lock(classes);
   record->conn = conn;
-  if (!record->jconn.hold(env, connection.get(), kNewConnection)) return nullptr;
-  entry.insertInto(ConnData::sConnDataMap, conn);
+  if (!record->jconn.acquire(env, connection.get(), kNewConnection)) return nullptr;
+  record.insertInto(ConnData::sConnDataMap, conn);
   static_cast<void>(record.release());
-  return connection.release();
+  return connection.detach();
 }
 
 }  // namespace
@@ -75,38 +109,27 @@ using namespace oxli::jni;
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1new(JNIEnv* env, jclass,
                                                                      jstring settings, jobject ref,
                                                                      jobject connection) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     if (!settings || !ref) return OX_ERR_INVALIDARGUMENT;
-    return newConnection(env, cache, settings, ref, connection);
+    return newConnection(env, classes, settings, ref, connection);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1open(JNIEnv* env, jclass,
                                                                       jlong handle,
                                                                       jstring settings) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ConnData>(handle);
     if (!settings || !record) return OX_ERR_INVALIDARGUMENT;
-    UtfChars text(env, settings);
-    if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_conn_1open settings")) {
-      return OX_ERR_INTERNAL;
-    }
-    const MutexLock lock(cache.connMutex);
-    const InsideCall<ConnData> inside(*record, env);
-    const jint result = ox_conn_open(record->conn, text.get());
-    text.release();
-    return result;
+    return openConnection(env, classes, *record, settings);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1close(JNIEnv* env, jclass,
                                                                        jlong handle) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ConnData>(handle);
-    if (!record) return OX_ERR_INVALIDARGUMENT;
-    const MutexLock lock(cache.connMutex);
-    const InsideCall<ConnData> inside(*record, env);
-    return ox_conn_close(record->conn);
+    return record ? closeConnection(env, classes, *record) : OX_ERR_INVALIDARGUMENT;
   });
 }
 
@@ -115,25 +138,17 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1process(JNIEnv*
                                                                          jint timeout) {
   return atBoundary<jint>(OX_ERR_INTERNAL, [&]() -> jint {
     auto* const record = fromHandle<ConnData>(handle);
-    if (!record) return OX_ERR_INVALIDARGUMENT;
-    const InsideCall<ConnData> inside(*record, env);
-    return ox_conn_process(record->conn, timeout, nullptr);
+    return record ? processConnection(env, *record, timeout) : OX_ERR_INVALIDARGUMENT;
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1getstate(JNIEnv* env, jclass,
                                                                           jlong handle,
                                                                           jobject state) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ConnData>(handle);
     if (!state || !record) return OX_ERR_INVALIDARGUMENT;
-    std::int32_t value = 0;
-    {
-      const InsideCall<ConnData> inside(*record, env);
-      if (const int result = ox_conn_getstate(record->conn, &value)) return result;
-    }
-    return setIntRef(env, cache, state, value,
-                     "Java_org_quendel_oxli_impl_OxliImpl_conn_1getstate set ref");
+    return getConnectionState(env, classes, *record, state);
   });
 }
 
@@ -144,19 +159,21 @@ JNIEXPORT jstring JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1getname(JNIE
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_conn_1destroy(JNIEnv* env, jclass,
                                                                          jlong handle) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ConnData>(handle);
-    return record ? destroyConnection(env, cache, *record) : OX_ERR_INVALIDARGUMENT;
+    return record ? destroyConnection(env, classes, *record) : OX_ERR_INVALIDARGUMENT;
   });
 }
 
 jobject oxjni_conn_wrap(JNIEnv* env, ox_conn_t* conn) {
-  return objectWithCache([&](JEnv& cache) { return wrapConnection(env, cache, conn); });
+  return objectWithClasses(
+      [&](JEnv& classes) { return env ? wrapConnection(env, classes, conn) : nullptr; });
 }
 
 void oxjni_conn_unwrap(JNIEnv* env, ox_conn_t* conn) {
-  doWithCache([&](JEnv& cache) {
-    const MutexLock lock(cache.connMutex);
-    if (ConnData* const record = take(ConnData::sConnDataMap, conn)) record->retire(env);
+  runWithClasses([&](JEnv& classes) {
+    if (!env) return;
+    const ConnLock lock(classes);
+    if (ConnData* const record = remove(ConnData::sConnDataMap, conn)) record->retire(env);
   });
 }

@@ -3,28 +3,29 @@
 
 #include <jni.h>
 
-#include <atomic>
-
+#include "jni/base/gateway_call.h"
 #include "jni/base/references.h"
-#include "jni/registry/record.h"
+#include "jni/base/thread_annotations.h"
+#include "jni/jenv/jenv.h"
 #include "jni/registry/registry.h"
 #include "oxli.h"
 
 namespace oxli::jni {
 
-// Binds a gateway connection to its Java `Connection`; the Java handle is this record's address.
-// Does not own the gateway connection. Listener records of the connection pin its memory.
-struct ConnData : CountedRecord<ConnData> {
-  // Drops the reference and the registry's pin. REQUIRES: no registry entry leads here any more.
+// Binds a gateway connection to its Java `Connection`; the Java handle is the address of this
+// record. Does not own the gateway connection. Pinned by the listener records of the connection.
+struct ConnData final : PinnedRecord {
+  GatewayCalls* calls() noexcept override { return &callsInProgress; }
+
+  // Releases the reference and the owner's pin. REQUIRES: no registry entry leads here.
   void retire(JNIEnv* env);
 
-  // Environment of the thread that is inside a gateway call on this connection, or null.
-  std::atomic<JNIEnv*> env{nullptr};
   ox_conn_t* conn = nullptr;
-  HeldRef jconn;
+  GlobalRef jconn;
+  bool retired = false;  // guarded by connMutex
+  GatewayCalls callsInProgress;
 
-  // Guarded by JEnv::connMutex.
-  static Registry<ox_conn_t, ConnData> sConnDataMap;
+  static Registry<ox_conn_t, ConnData> sConnDataMap GUARDED_BY(JEnv::spInstance->connMutex);
 };
 
 }  // namespace oxli::jni

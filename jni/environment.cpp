@@ -3,8 +3,10 @@
 #include <string>
 
 #include "jni/base/boundary.h"
-#include "jni/base/text.h"
+#include "jni/base/failure.h"
+#include "jni/base/strings.h"
 #include "jni/jenv/jenv.h"
+#include "jni/oxjni.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 #include "oxli.h"
 
@@ -12,41 +14,62 @@ namespace oxli::jni {
 
 namespace {
 
-// Owns a cache that is being built: unless kept, it is taken apart with all its references.
-class NewCache {
+// Owns a class cache that is being filled. Releases its references and deletes it at the end of the
+// scope if it has not been published for good.
+class NewClasses {
  public:
-  explicit NewCache(JNIEnv* env) : env_(env), cache_(std::make_unique<JEnv>()) {}
-  NewCache(const NewCache&) = delete;
-  NewCache& operator=(const NewCache&) = delete;
-  ~NewCache() {
-    if (cache_) cache_->done(env_);
+  explicit NewClasses(JNIEnv* env) : env_(env), classes_(std::make_unique<JEnv>()) {}
+  NewClasses(const NewClasses&) = delete;
+  NewClasses& operator=(const NewClasses&) = delete;
+  ~NewClasses() {
+    if (classes_) classes_->done(env_);
   }
 
-  JEnv& operator*() const { return *cache_; }
-  void keep() { static_cast<void>(cache_.release()); }
+  bool init() { return classes_->init(env_); }
+  // Leaves the cache to closeEnvironment, which finds it as JEnv::spInstance.
+  void keep() { static_cast<void>(classes_.release()); }
 
  private:
   JNIEnv* env_;
-  std::unique_ptr<JEnv> cache_;
+  std::unique_ptr<JEnv> classes_;
 };
 
 jint openEnvironment(JNIEnv* env, jstring settings) {
-  NewCache cache(env);
+  NewClasses classes(env);
   env->GetJavaVM(&JEnv::spVm);
-  if (!(*cache).init(env)) return OX_ERR_INTERNAL;
-  const UtfChars text(env, settings);
-  if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_env_1open settings")) {
-    return OX_ERR_INTERNAL;
-  }
-  const std::string forJava = std::string(text.get()) + ";platform=java";
-  // Whatever the gateway answers, closing the environment again is the caller's.
-  cache.keep();
+  if (!classes.init()) return OX_ERR_INTERNAL;
+  const UtfChars chars(env, settings, OXLI_STEP("env_1open settings"));
+  if (!chars.ok()) return OX_ERR_INTERNAL;
+  const std::string forJava = std::string(chars.get()) + ";platform=java";
+  // Kept whatever the gateway returns: the caller closes the environment in either case.
+  classes.keep();
   return ox_env_open(forJava.c_str());
 }
 
-// The environment of the calling thread; attached tells whether this call attached it.
-JNIEnv* exitEnvironment(JavaVM& vm, bool& attached) {
+jint closeEnvironment(JNIEnv* env) {
+  // First, because callbacks that the gateway makes while it closes need the class cache.
+  const jint result = ox_env_close();
+  if (const std::unique_ptr<JEnv> classes{JEnv::spInstance}) classes->done(env);
+  return result;
+}
+
+jint registerExitHandler(JNIEnv* env, jobject handler) {
+  if (!sExitEventData) sExitEventData = std::make_unique<ExitEventData>();
+  ExitEventData& data = *sExitEventData;
+  data.handler.release(env);
+  env->GetJavaVM(&data.vm);
+  if (!data.handler.acquire(env, handler, OXLI_STEP("env_1register_1exithandler handler"))) {
+    return OX_ERR_INTERNAL;
+  }
+  return handler ? ox_env_register_exithandler(&ExitEventCB, &data)
+                 : ox_env_register_exithandler(nullptr, nullptr);
+}
+
+// Returns the JNIEnv of the calling thread, attaching the thread if necessary, or null. `attached`
+// receives whether this call has attached it.
+JNIEnv* exitEventEnv(JavaVM& vm, bool& attached) {
   void* env = nullptr;
+  attached = false;
   switch (vm.GetEnv(&env, JNI_VERSION_1_6)) {
     case JNI_EDETACHED:
       ox_log_info("[ExitEvent]: attach java to new thread.");
@@ -68,23 +91,26 @@ JNIEnv* exitEnvironment(JavaVM& vm, bool& attached) {
 
 void deliverExitEvent(const ExitEventData& data) {
   bool attached = false;
-  JNIEnv* const env = exitEnvironment(*data.vm, attached);
+  JNIEnv* const env = exitEventEnv(*data.vm, attached);
   if (!env) {
     ox_log_error("[ExitEvent]: Can't get java environment.");
     return;
   }
-  // Read before anything that takes time: nothing keeps the environment open meanwhile.
-  const JEnv* const cache = JEnv::spInstance;
-  const jmethodID onExitEvent = cache ? cache->exitEventSubscriber.onExitEvent : nullptr;
+  // Read before the log calls, because nothing keeps the environment open meanwhile.
+  const JEnv* const classes = JEnv::spInstance;
+  const jmethodID onExitEvent = classes ? classes->exitEventSubscriber.onExitEvent : nullptr;
   if (!onExitEvent || !data.handler.get()) {
     if (attached) data.vm->DetachCurrentThread();
     return;
   }
-  // An earlier event's exception, or one of the Java code that this thread is inside.
-  if (env->ExceptionCheck()) return;
+  // Left by an earlier event, or by the Java code that this thread is inside of.
+  if (env->ExceptionCheck()) {
+    ox_log_error("[ExitEvent]: java exception pending, onExitEvent not invoked.");
+    return;
+  }
   ox_log_info("[ExitEvent]: Invoke java onExitEvent.");
   env->CallVoidMethod(data.handler.get(), onExitEvent);
-  // The exception stays with the thread: detaching would hand it to the thread's uncaught handler.
+  // Not detached then: that would give the exception to the uncaught exception handler.
   if (env->ExceptionCheck()) return;
   ox_log_info("[ExitEvent]: After Invoke java onExitEvent.");
   data.vm->DetachCurrentThread();
@@ -106,36 +132,16 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_env_1open(JNIEnv* env
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_env_1close(JNIEnv* env, jclass) {
-  return atBoundary<jint>(OX_ERR_INTERNAL, [&]() -> jint {
-    // First, because callbacks that the gateway makes while it closes need the cache.
-    const jint result = ox_env_close();
-    if (const std::unique_ptr<JEnv> cache{JEnv::spInstance}) cache->done(env);
-    return result;
-  });
+  return atBoundary<jint>(OX_ERR_INTERNAL, [&] { return closeEnvironment(env); });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_env_1register_1exithandler(
     JNIEnv* env, jclass, jobject handler) {
-  return atBoundary<jint>(OX_ERR_INTERNAL, [&]() -> jint {
-    if (!sExitEventData) sExitEventData = std::make_unique<ExitEventData>();
-    ExitEventData& data = *sExitEventData;
-    data.handler.drop(env);
-    env->GetJavaVM(&data.vm);
-    if (!data.handler.hold(
-            env, handler,
-            "Java_org_quendel_oxli_impl_OxliImpl_env_1register_1exithandler handler")) {
-      return OX_ERR_INTERNAL;
-    }
-    return handler ? ox_env_register_exithandler(&ExitEventCB, &data)
-                   : ox_env_register_exithandler(nullptr, nullptr);
-  });
+  return atBoundary<jint>(OX_ERR_INTERNAL, [&] { return registerExitHandler(env, handler); });
 }
 
 void ExitEventCB(void* data) {
   const auto* const record = static_cast<const ExitEventData*>(data);
   if (!record || !record->vm) return;
-  atBoundary<bool>(false, [&] {
-    deliverExitEvent(*record);
-    return true;
-  });
+  atBoundary([&] { deliverExitEvent(*record); });
 }

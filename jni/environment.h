@@ -9,24 +9,16 @@
 
 namespace oxli::jni {
 
-// The receiver of the exit event; the gateway gets its address. One in the process, made by the
-// first registration and kept to the end, so that a late event finds it. Not locked: registering
-// must not overlap an event being delivered.
+// The receiver of the exit event; its address is the gateway's callback data. The process has one,
+// made by the first registration and kept until the process ends, so that a late event finds it.
+// Not locked: registering must not overlap the delivery of an event.
 struct ExitEventData {
-  HeldRef handler;       // the Java IExitEventHandler, or null
+  GlobalRef handler;     // the Java IExitEventHandler, or null
   JavaVM* vm = nullptr;  // of the latest registration
 };
 
 extern std::unique_ptr<ExitEventData> sExitEventData;
 
 }  // namespace oxli::jni
-
-extern "C" {
-
-// The gateway's exit event, on a thread of the gateway's choosing: calls `onExitEvent` of the
-// handler. Attaches the thread to the virtual machine when it has to, and detaches it afterwards,
-// unless the handler threw. `data`: the ExitEventData.
-JNIEXPORT void ExitEventCB(void* data);
-}
 
 #endif  // OXLI_JNI_ENVIRONMENT_H

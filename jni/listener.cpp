@@ -1,13 +1,13 @@
 #include "jni/listener.h"
 
 #include <cstdint>
-#include <memory>
 
 #include "jni/base/failure.h"
-#include "jni/base/handles.h"
-#include "jni/base/locks.h"
-#include "jni/base/text.h"
-#include "jni/jenv/with_cache.h"
+#include "jni/base/memory.h"
+#include "jni/base/out_params.h"
+#include "jni/base/strings.h"
+#include "jni/jenv/locks.h"
+#include "jni/jenv/with_classes.h"
 #include "jni/oxjni.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 
@@ -17,69 +17,77 @@ ListenerData::~ListenerData() {
   if (connData) connData->unpin();
 }
 
-void ListenerData::bindTo(ConnData* connection) {
+void ListenerData::setConnection(ConnData* connection) {
   connData = connection;
   if (connData) connData->pin();
 }
 
-void ListenerData::dropReferences(JNIEnv* environment) {
-  jsubscriber.drop(environment);
-  jconn.drop(environment);
-  jlsn.drop(environment);
-  jscheme.drop(environment);
-  cache.clear(environment);
-}
-
-void ListenerData::retire(JNIEnv* environment) {
+void ListenerData::retire(JNIEnv* callerEnv) {
   retired = true;
-  dropReferences(environment);
-  unpin();
+  jsubscriber.release(callerEnv);
+  jconn.release(callerEnv);
+  jlsn.release(callerEnv);
+  jscheme.release(callerEnv);
+  cache.clear(callerEnv);
+  if (GatewayCalls* const calls = this->calls()) {
+    calls->unpinBetweenCalls(*this);
+  } else {
+    unpin();
+  }
 }
 
 namespace {
 
+using NewListener = NewRecord<ox_listener_t, ListenerData>;
+
 // Both registries, in the only order in which they are locked together.
-class ListenerAndConnectionLock {
+class SCOPED_CAPABILITY LsnAndConnLock {
  public:
-  explicit ListenerAndConnectionLock(JEnv& cache) : lsn_(cache.lsnMutex), conn_(cache.connMutex) {}
+  explicit LsnAndConnLock(JEnv& classes)
+      ACQUIRE(JEnv::spInstance->lsnMutex, JEnv::spInstance->connMutex)
+      : lsn_(classes), conn_(classes) {}
+  ~LsnAndConnLock() RELEASE() {}
 
  private:
-  MutexLock lsn_;
-  MutexLock conn_;
+  LsnLock lsn_;
+  ConnLock conn_;
 };
 
 bool isSchemeData(std::uint32_t type) {
   return (type & ~OX_MSG_PARSEERR_BIT) == OX_MSG_DATA || type == OX_MSG_STREAM_DATA;
 }
 
-// Fetches the Java `Scheme` for this opening; one that is null is asked for again with the next
-// message. False when Java failed or dropped the listener meanwhile.
-bool fetchScheme(JNIEnv* env, const JEnv& cache, ListenerData& record) {
+// Fetches the Java `Scheme` of this opening. Returns false if Java fails or destroys the listener.
+// A null scheme is no failure: the next message fetches it again.
+bool fetchScheme(JNIEnv* env, const JEnv& classes, ListenerData& record) {
   constexpr char kGetScheme[] = "cacheGet getScheme";
   if (!record.jlsn.get()) return false;
-  const Pin<ListenerData> pin(record);
+  const Pin pin(record);
   const LocalRef<jobject> scheme(
-      env, env->CallObjectMethod(record.jlsn.get(), cache.listener.getScheme));
-  if (javaFailed(env, kGetScheme) || record.retired) return false;
-  return record.jscheme.get() || record.jscheme.hold(env, scheme.get(), kGetScheme);
+      env, env->CallObjectMethod(record.jlsn.get(), classes.listener.getScheme));
+  if (reportIfPending(env, kGetScheme) || record.retired) return false;
+  // Set already if getScheme has delivered a message itself.
+  return record.jscheme.get() || record.jscheme.acquire(env, scheme.get(), kGetScheme);
 }
 
-// The filled Java object for a message, owned by the record's cache; null when it failed.
-jobject fetchMessage(JNIEnv* env, const JEnv& cache, ListenerData& record, ox_listener_t* lsn,
-                     ox_msg_t* msg) {
+// Returns the filled Java object of a message; none if the scheme cannot be fetched.
+// REQUIRES: no exception is pending.
+CachedMessage fetchMessage(JNIEnv* env, const JEnv& classes, ListenerData& record,
+                           ox_listener_t* lsn, ox_msg_t* msg) {
   ox_scheme_desc_t* scheme = nullptr;
   if (ox_lsn_getscheme(lsn, &scheme) != OX_ERR_OK) {
     scheme = nullptr;
-  } else if (isSchemeData(msg->type) && !record.jscheme.get() && !fetchScheme(env, cache, record)) {
-    return nullptr;
+  } else if (isSchemeData(msg->type) && !record.jscheme.get() &&
+             !fetchScheme(env, classes, record)) {
+    return {};
   }
   return record.cache.get(env, msg, scheme, record.jscheme.get());
 }
 
-// The calling thread's environment, while some thread is inside a call on the listener or its
-// connection; else null. What the brackets recorded is not used itself: after calls of two threads
-// have overlapped it may belong to a thread that has left.
-JNIEnv* deliveringEnvironment(const ListenerData& record) {
+// Returns the JNIEnv of the calling thread while some thread is inside a gateway call on the
+// listener or its connection; else null. The recorded JNIEnv only tells that: after overlapping
+// calls of two threads it may belong to the thread that has left.
+JNIEnv* callbackEnv(const ListenerData& record) {
   if (!record.env.load() && !(record.connData && record.connData->env.load())) return nullptr;
   void* env = nullptr;
   if (JEnv::spVm->GetEnv(&env, JNI_VERSION_1_6) != JNI_OK) return nullptr;
@@ -87,102 +95,114 @@ JNIEnv* deliveringEnvironment(const ListenerData& record) {
 }
 
 int deliver(ListenerData& record, ox_listener_t* lsn, ox_msg_t* msg) {
-  const JEnv* const cache = JEnv::spInstance;
-  if (!cache || !record.jsubscriber.get()) return OX_ERR_INTERNAL;
-  JNIEnv* const env = deliveringEnvironment(record);
+  const JEnv* const classes = JEnv::spInstance;
+  if (!classes || record.retired) return OX_ERR_INTERNAL;
+  JNIEnv* const env = callbackEnv(record);
   if (!env || exceptionPending(env)) return OX_ERR_INTERNAL;
 
-  const jobject message = fetchMessage(env, *cache, record, lsn, msg);
-  if (!message || exceptionPending(env)) return OX_ERR_INTERNAL;
-  const jint result = env->CallIntMethod(record.jsubscriber.get(), cache->subscriber.onMessage,
-                                         record.jconn.get(), record.jlsn.get(), message);
-  // The subscriber may have destroyed the listener: the record is not touched any more.
+  const CachedMessage message = fetchMessage(env, *classes, record, lsn, msg);
+  if (!message.complete || !record.jsubscriber.get()) return OX_ERR_INTERNAL;
+  const jint result = env->CallIntMethod(record.jsubscriber.get(), classes->subscriber.onMessage,
+                                         record.jconn.get(), record.jlsn.get(), message.object);
   return exceptionPending(env) ? OX_ERR_INTERNAL : result;
 }
 
-jint newListener(JNIEnv* env, JEnv& cache, ConnData& connection, jstring settings,
+jint newListener(JNIEnv* env, JEnv& classes, ConnData& connection, jstring settings,
                  jobject subscriber, jobject ref, jobject jconn, jobject jlsn) {
-  constexpr char kSetRef[] = "Java_org_quendel_oxli_impl_OxliImpl_lsn_1new set ref";
-  const ListenerAndConnectionLock lock(cache);
-  const UtfChars text(env, settings);
-  if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_lsn_1new settings")) {
+  constexpr char kSetRef[] = OXLI_STEP("lsn_1new set ref");
+  const LsnAndConnLock lock(classes);
+  const UtfChars chars(env, settings, OXLI_STEP("lsn_1new settings"));
+  if (!chars.ok()) return OX_ERR_INTERNAL;
+  NewListener record(env);
+  if (!record->jsubscriber.acquire(env, subscriber, kSetRef) ||
+      !record->jconn.acquire(env, jconn, kSetRef) || !record->jlsn.acquire(env, jlsn, kSetRef)) {
     return OX_ERR_INTERNAL;
   }
-  auto record = std::make_unique<ListenerData>();
-  Reservation<ox_listener_t, ListenerData> entry(record.get());
-  if (!record->jsubscriber.hold(env, subscriber, kSetRef) ||
-      !record->jconn.hold(env, jconn, kSetRef) || !record->jlsn.hold(env, jlsn, kSetRef)) {
-    record->dropReferences(env);
-    return OX_ERR_INTERNAL;
-  }
-  record->bindTo(&connection);
+  record->setConnection(&connection);
 
   ox_listener_t* lsn = nullptr;
-  if (const int result = ox_lsn_new(connection.conn, text.get(), &ListenerCB, record.get(), &lsn)) {
-    record->dropReferences(env);
+  if (const int result =
+          ox_lsn_new(connection.conn, chars.get(), &ListenerCB, record.get(), &lsn)) {
     return result;
   }
-  // From here on the gateway has the record as its callback data, registered or not.
+  record->lsn = lsn;
+  if (reportIfPending(env, kSetRef)) {
+    ox_lsn_destroy(lsn);
+    return OX_ERR_INTERNAL;
+  }
+  // Released before the out-parameter is written: the gateway keeps the record as its callback data
+  // even if that fails.
   ListenerData* const bound = record.release();
-  bound->lsn = lsn;
-  if (const jint result = setObjRef(env, cache, ref, toHandle(bound), kSetRef)) return result;
-  entry.replaceIn(ListenerData::sLsnMap, lsn);
+  const jint result = setOutParam(env, ref, classes.objRef.set, toHandle(bound), kSetRef);
+  if (result != OX_ERR_OK) return result;
+  bound->registered = true;
+  record.replaceIn(ListenerData::sLsnMap, lsn);
   return OX_ERR_OK;
 }
 
-jint openListener(JNIEnv* env, JEnv& cache, ListenerData& record, jstring settings) {
-  const MutexLock lock(cache.lsnMutex);
-  const UtfChars text(env, settings);
-  if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_lsn_1open settings")) {
-    return OX_ERR_INTERNAL;
-  }
+jint openListener(JNIEnv* env, JEnv& classes, ListenerData& record, jstring settings) {
+  const LsnLock lock(classes);
+  const UtfChars chars(env, settings, OXLI_STEP("lsn_1open settings"));
+  if (!chars.ok()) return OX_ERR_INTERNAL;
   record.cache.clear(env);
-  const InsideCall<ListenerData> inside(record, env);
-  record.jscheme.drop(env);
-  return ox_lsn_open(record.lsn, text.get());
+  const GatewayCall call(record, env);
+  record.jscheme.release(env);
+  return ox_lsn_open(record.lsn, chars.get());
 }
 
-jint closeListener(JNIEnv* env, JEnv& cache, ListenerData& record) {
-  const MutexLock lock(cache.lsnMutex);
-  const InsideCall<ListenerData> inside(record, env);
+jint closeListener(JNIEnv* env, JEnv& classes, ListenerData& record) {
+  const LsnLock lock(classes);
+  const GatewayCall call(record, env);
   const jint result = ox_lsn_close(record.lsn);
-  record.jscheme.drop(env);
+  record.jscheme.release(env);
   return result;
 }
 
-jint destroyListener(JNIEnv* env, JEnv& cache, ListenerData& record) {
-  const MutexLock lock(cache.lsnMutex);
+jint getListenerState(JNIEnv* env, JEnv& classes, ListenerData& record, jobject state) {
+  const GatewayCall call(record, env);
+  std::int32_t value = 0;
+  if (const int result = ox_lsn_getstate(record.lsn, &value)) return result;
+  return setOutParam(env, state, classes.intRef.set, jint{value},
+                     OXLI_STEP("lsn_1getstate set state"));
+}
+
+jint getListenerScheme(JNIEnv* env, JEnv& classes, const ListenerData& record, jobject ref) {
+  ox_scheme_desc_t* scheme = nullptr;
+  if (const int result = ox_lsn_getscheme(record.lsn, &scheme)) return result;
+  return setOutParam(env, ref, classes.objRef.set, toHandle(scheme),
+                     OXLI_STEP("lsn_1getscheme get scheme"));
+}
+
+jint destroyListener(JNIEnv* env, JEnv& classes, ListenerData& record) {
+  const LsnLock lock(classes);
   ox_listener_t* const lsn = record.lsn;
-  const InsideCall<ListenerData> inside(record, env);
+  const GatewayCall call(record, env);
   const jint result = ox_lsn_destroy(lsn);
-  // Destroyed once more by a callback: an entry, if there is one, is that of another listener,
-  // which may have got the same handle since.
+  // A callback has destroyed the listener once more: an entry of the handle, if there is one, is
+  // that of another listener, to which the gateway has given the handle since.
   if (record.retired) return result;
-  if (ListenerData* const registered = take(ListenerData::sLsnMap, lsn)) {
-    // A wrap may have replaced this record: it has lost its listener as well.
-    if (registered != &record) record.retire(env);
-    registered->retire(env);
-  }
+  const bool hadEntry = remove(ListenerData::sLsnMap, lsn) != nullptr;
+  if (hadEntry || record.registered) record.retire(env);
   return result;
 }
 
-jobject wrapListener(JNIEnv* env, JEnv& cache, ox_conn_t* conn, ox_listener_t* lsn, void** out) {
+jobject wrapListener(JNIEnv* env, JEnv& classes, ox_conn_t* conn, ox_listener_t* lsn, void** out) {
   constexpr char kNewListener[] = "oxjni_lsn_wrap lsn";
-  if (exceptionPending(env)) return nullptr;
-  auto record = std::make_unique<ListenerData>();
-  Reservation<ox_listener_t, ListenerData> entry(record.get());
+  if (reportIfPending(env, kNewListener)) return nullptr;
+  NewListener record(env);
   record->lsn = lsn;
   LocalRef<jobject> listener(
-      env, env->NewObject(cache.listener.cls, cache.listener.ctor, toHandle(record.get())));
-  if (javaFailed(env, kNewListener) || !listener.get()) return nullptr;
+      env, env->NewObject(classes.listener.cls, classes.listener.ctor, toHandle(record.get())));
+  if (reportIfPending(env, kNewListener) || !listener.get()) return nullptr;
 
-  const ListenerAndConnectionLock lock(cache);
-  if (!record->jlsn.hold(env, listener.get(), kNewListener)) return nullptr;
-  record->bindTo(lookUp(ConnData::sConnDataMap, conn));
-  // An earlier record stays with the Java object that carries its address.
-  entry.replaceIn(ListenerData::sLsnMap, lsn);
+  const LsnAndConnLock lock(classes);
+  if (!record->jlsn.acquire(env, listener.get(), kNewListener)) return nullptr;
+  record->setConnection(find(ConnData::sConnDataMap, conn));
+  record->registered = true;
+  // A replaced record stays in memory: its Java object carries its address.
+  record.replaceIn(ListenerData::sLsnMap, lsn);
   *out = record.release();
-  return listener.release();
+  return listener.detach();
 }
 
 }  // namespace
@@ -194,55 +214,48 @@ using namespace oxli::jni;
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1new(
     JNIEnv* env, jclass, jlong connHandle, jstring settings, jobject subscriber, jobject ref,
     jobject connection, jobject listener) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const connData = fromHandle<ConnData>(connHandle);
     if (!settings || !connData || !ref) return OX_ERR_INVALIDARGUMENT;
-    return newListener(env, cache, *connData, settings, subscriber, ref, connection, listener);
+    return newListener(env, classes, *connData, settings, subscriber, ref, connection, listener);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1open(JNIEnv* env, jclass,
                                                                      jlong handle,
                                                                      jstring settings) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ListenerData>(handle);
     if (!settings || !record) return OX_ERR_INVALIDARGUMENT;
-    return openListener(env, cache, *record, settings);
+    return openListener(env, classes, *record, settings);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1close(JNIEnv* env, jclass,
                                                                       jlong handle) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ListenerData>(handle);
-    return record ? closeListener(env, cache, *record) : OX_ERR_INVALIDARGUMENT;
+    return record ? closeListener(env, classes, *record) : OX_ERR_INVALIDARGUMENT;
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1getstate(JNIEnv* env, jclass,
                                                                          jlong handle,
                                                                          jobject state) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ListenerData>(handle);
     if (!state || !record) return OX_ERR_INVALIDARGUMENT;
-    const InsideCall<ListenerData> inside(*record, env);
-    std::int32_t value = 0;
-    if (const int result = ox_lsn_getstate(record->lsn, &value)) return result;
-    return setIntRef(env, cache, state, value,
-                     "Java_org_quendel_oxli_impl_OxliImpl_lsn_1getstate set state");
+    return getListenerState(env, classes, *record, state);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1getscheme(JNIEnv* env, jclass,
                                                                           jlong handle,
                                                                           jobject ref) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     const auto* const record = fromHandle<ListenerData>(handle);
     if (!ref || !record) return OX_ERR_INVALIDARGUMENT;
-    ox_scheme_desc_t* scheme = nullptr;
-    if (const int result = ox_lsn_getscheme(record->lsn, &scheme)) return result;
-    return setObjRef(env, cache, ref, toHandle(scheme),
-                     "Java_org_quendel_oxli_impl_OxliImpl_lsn_1getscheme get scheme");
+    return getListenerScheme(env, classes, *record, ref);
   });
 }
 
@@ -253,31 +266,38 @@ JNIEXPORT jstring JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1getname(JNIEn
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_lsn_1destroy(JNIEnv* env, jclass,
                                                                         jlong handle) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const record = fromHandle<ListenerData>(handle);
-    return record ? destroyListener(env, cache, *record) : OX_ERR_INVALIDARGUMENT;
+    return record ? destroyListener(env, classes, *record) : OX_ERR_INVALIDARGUMENT;
   });
 }
 
 jobject oxjni_lsn_wrap(JNIEnv* env, ox_conn_t* conn, ox_listener_t* lsn, void** record) {
-  return objectWithCache([&](JEnv& cache) { return wrapListener(env, cache, conn, lsn, record); });
+  return objectWithClasses([&](JEnv& classes) {
+    return env && record ? wrapListener(env, classes, conn, lsn, record) : nullptr;
+  });
 }
 
 void oxjni_lsn_unwrap(JNIEnv* env, ox_listener_t* lsn) {
-  doWithCache([&](JEnv& cache) {
-    const MutexLock lock(cache.lsnMutex);
-    if (ListenerData* const record = take(ListenerData::sLsnMap, lsn)) record->retire(env);
+  runWithClasses([&](JEnv& classes) {
+    if (!env) return;
+    const LsnLock lock(classes);
+    if (ListenerData* const record = remove(ListenerData::sLsnMap, lsn)) record->retire(env);
   });
 }
 
 jobject oxjni_lsn_cacheget(JNIEnv* env, ox_listener_t* lsn, ox_msg_t* msg, void* record) {
-  return objectWithCache([&](JEnv& cache) -> jobject {
-    if (!env || !record || exceptionPending(env)) return nullptr;
-    return fetchMessage(env, cache, *static_cast<ListenerData*>(record), lsn, msg);
+  return objectWithClasses([&](JEnv& classes) -> jobject {
+    if (!env || !msg || !record || exceptionPending(env)) return nullptr;
+    const CachedMessage message =
+        fetchMessage(env, classes, *static_cast<ListenerData*>(record), lsn, msg);
+    // Returned as far as it has been filled if the exception tells that it is incomplete.
+    return message.complete || exceptionPending(env) ? message.object : nullptr;
   });
 }
 
 int ListenerCB(ox_conn_t*, ox_listener_t* lsn, ox_msg_t* msg, void* data) {
+  if (!data || !msg) return OX_ERR_INTERNAL;
   return atBoundary<int>(OX_ERR_INTERNAL,
                          [&] { return deliver(*static_cast<ListenerData*>(data), lsn, msg); });
 }

@@ -5,59 +5,51 @@
 
 #include <atomic>
 
+#include "jni/base/gateway_call.h"
 #include "jni/base/references.h"
+#include "jni/base/thread_annotations.h"
 #include "jni/connection.h"
+#include "jni/jenv/jenv.h"
 #include "jni/message_cache.h"
-#include "jni/registry/record.h"
 #include "jni/registry/registry.h"
 #include "oxli.h"
 
 namespace oxli::jni {
 
-// Binds a gateway listener to its Java `Listener`; the Java handle is this record's address, and so
-// is the gateway's callback data. Does not own the gateway listener.
+// Binds a gateway listener to its Java `Listener`; the Java handle is the address of this record,
+// and so is the gateway's callback data. Does not own the gateway listener.
 //
-// The references and the cache are not locked: the gateway delivers to a listener on one thread at
-// a time, and the listener is not opened, closed or destroyed on another thread meanwhile.
-struct ListenerData : CountedRecord<ListenerData> {
+// The references and the message cache are not locked: the gateway delivers to a listener on one
+// thread at a time, and the listener is not opened, closed or destroyed on another thread
+// meanwhile.
+struct ListenerData final : PinnedRecord {
   ListenerData() = default;
-  ~ListenerData();
+  ~ListenerData() override;
 
-  // Links the connection's record, which may be null, and pins its memory.
-  void bindTo(ConnData* connection);
-  // Drops every reference, those of the cache included. Enough for a record that never was the
-  // gateway's callback data.
-  void dropReferences(JNIEnv* env);
-  // Drops every reference and the registry's pin. REQUIRES: no registry entry leads here any more.
+  GatewayCalls* calls() noexcept override { return connData ? connData->calls() : nullptr; }
+
+  // Sets and pins the record of the connection, which may be null. Call once.
+  void setConnection(ConnData* connection);
+
+  // Releases every reference at once, and the owner's pin as soon as no call on the connection is
+  // in progress: the gateway may still deliver until then. REQUIRES: no registry entry leads here.
   void retire(JNIEnv* env);
 
-  // Environment of the thread that is inside a gateway call on this listener, or null.
-  std::atomic<JNIEnv*> env{nullptr};
   ox_listener_t* lsn = nullptr;
-  HeldRef jsubscriber;  // null for a wrapped listener
-  HeldRef jconn;        // null for a wrapped listener
-  HeldRef jlsn;
-  // The Java `Scheme`: fetched with the first data message of each opening, null before.
-  HeldRef jscheme;
+  GlobalRef jsubscriber;  // null for a wrapped listener
+  GlobalRef jconn;        // null for a wrapped listener
+  GlobalRef jlsn;
+  // The Java `Scheme`, fetched for the first data message of each opening; null before.
+  GlobalRef jscheme;
   MessageCache cache;
   ConnData* connData = nullptr;
-  bool retired = false;  // only its memory is left, for the calls in progress
+  // Whether the record has ever been registered: a record that could not be stays with the gateway.
+  bool registered = false;
+  std::atomic<bool> retired{false};
 
-  // Guarded by JEnv::lsnMutex.
-  static Registry<ox_listener_t, ListenerData> sLsnMap;
+  static Registry<ox_listener_t, ListenerData> sLsnMap GUARDED_BY(JEnv::spInstance->lsnMutex);
 };
 
 }  // namespace oxli::jni
-
-extern "C" {
-
-// The gateway's callback for every listener made from Java: hands the message to `onMessage` of the
-// subscriber and its result to the gateway. `data`: the ListenerData. OX_ERR_INTERNAL, without a
-// call of Java, when no environment is recorded for a call on the listener or its connection, when
-// the calling thread is not attached to the virtual machine (it is not attached here), when an
-// exception is pending already, without a subscriber and while the environment is closed. The same
-// when Java failed: the exception then stays pending for the enclosing native.
-JNIEXPORT int ListenerCB(ox_conn_t* conn, ox_listener_t* lsn, ox_msg_t* msg, void* data);
-}
 
 #endif  // OXLI_JNI_LISTENER_H

@@ -1,65 +1,112 @@
 #include "jni/message_cache.h"
 
-#include "jni/base/failure.h"
 #include "jni/message_factory.h"
 
 namespace oxli::jni {
 
 namespace {
 
-// What get() returns after filling `message`. A failure that left an exception pending shows by the
-// exception; without one null has to say it.
-jobject filled(JNIEnv* env, bool applied, jobject message) {
-  return applied || exceptionPending(env) ? message : nullptr;
+// Keys below this are found without a search. Bounds the table to 512 KiB for each Java class.
+constexpr std::uint64_t kSmallKeys = 65536;
+
+bool isUnkeyed(const ox_msg_data_t& msg) {
+  return msg.msg_index == UNKEYED_INDEX && msg.msg_id == UNKEYED_ID;
 }
 
-// Keeps a new object in its slot and fills it.
-jobject keep(JNIEnv* env, HeldRef& slot, jobject created, ox_msg_t* msg, const char* step) {
-  const LocalRef<jobject> message(env, created);
-  if (!created) return nullptr;
-  if (!slot.hold(env, created, step)) return nullptr;
-  return filled(env, MessageFactory::Apply(env, slot.get(), msg), slot.get());
+std::uint64_t keyOf(const ox_msg_data_t& msg) {
+  return msg.msg_index != UNKEYED_INDEX ? msg.msg_index : msg.msg_id;
 }
 
 }  // namespace
 
-void MessageCache::DataObjects::drop(JNIEnv* env) {
-  data.drop(env);
-  streamData.drop(env);
+GlobalRef* DataObjects::find(const ox_msg_data_t& msg) {
+  if (isUnkeyed(msg)) return unkeyedObject.get() ? &unkeyedObject : nullptr;
+  const std::uint64_t key = keyOf(msg);
+  if (key < small_.size()) return small_[key];
+  if (key < kSmallKeys) return nullptr;
+  const auto found = objects_.find(key);
+  return found == objects_.end() ? nullptr : &found->second;
 }
 
-HeldRef& MessageCache::dataSlot(const ox_msg_data_t& msg) {
-  if (msg.msg_index != UNKEYED_INDEX) return dataObjects[msg.msg_index].of(msg.head.type);
-  if (msg.msg_id != UNKEYED_ID) return dataObjects[msg.msg_id].of(msg.head.type);
-  return unkeyedObject.of(msg.head.type);
+GlobalRef& DataObjects::add(const ox_msg_data_t& msg) {
+  if (isUnkeyed(msg)) return unkeyedObject;
+  const std::uint64_t key = keyOf(msg);
+  if (key >= kSmallKeys) return objects_[key];
+  if (key >= small_.size()) small_.resize(key + 1);
+  return *(small_[key] = &objects_[key]);
 }
 
-jobject MessageCache::get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme) {
-  if (msg->type == OX_MSG_DATA || msg->type == OX_MSG_STREAM_DATA) {
-    // Both kinds have index and id at the same place.
-    HeldRef& slot = dataSlot(*reinterpret_cast<const ox_msg_data_t*>(msg));
-    if (slot.get()) {
-      return filled(env, MessageFactory::ApplyDataPartial(env, slot.get(), msg), slot.get());
-    }
-    return keep(env, slot, MessageFactory::CreateDataMessage(env, msg, scheme, jscheme), msg,
-                MessageFactory::kNewDataMessage);
-  }
+void DataObjects::remove(const ox_msg_data_t& msg) {
+  if (isUnkeyed(msg)) return;
+  const std::uint64_t key = keyOf(msg);
+  if (key < small_.size()) small_[key] = nullptr;
+  objects_.erase(key);
+}
 
-  HeldRef& slot = typeObjects[static_cast<int>(msg->type)];
-  if (slot.get()) return filled(env, MessageFactory::Apply(env, slot.get(), msg), slot.get());
-  if (msg->type == OX_MSG_PARSEERR) {
-    return keep(env, slot, MessageFactory::CreateDataMessage(env, msg, scheme, jscheme), msg,
-                MessageFactory::kNewDataMessage);
+void DataObjects::clear(JNIEnv* env) {
+  for (auto& entry : objects_) entry.second.release(env);
+  small_.clear();
+  objects_.clear();
+  unkeyedObject.release(env);
+}
+
+CachedMessage MessageCache::getData(JNIEnv* env, DataObjects& objects, ox_msg_t* msg,
+                                    ox_scheme_desc_t* scheme, jobject jscheme) {
+  // Data messages and stream data have index and id at the same place.
+  const auto& data = *reinterpret_cast<const ox_msg_data_t*>(msg);
+  if (const GlobalRef* const known = objects.find(data)) {
+    return {known->get(), MessageFactory::ApplyDataPartial(env, known->get(), msg)};
   }
-  return keep(env, slot, MessageFactory::CreateMessage(env, msg, scheme), msg,
-              MessageFactory::kNewMessage);
+  const LocalRef<jobject> created(env,
+                                  MessageFactory::CreateDataMessage(env, msg, scheme, jscheme));
+  if (!created.get()) return {};
+  GlobalRef& added = objects.add(data);
+  if (!added.acquire(env, created.get(), MessageFactory::kNewDataMessage)) {
+    objects.remove(data);
+    return {};
+  }
+  return {added.get(), MessageFactory::Apply(env, added.get(), msg)};
+}
+
+CachedMessage MessageCache::getOther(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme,
+                                     jobject jscheme) {
+  const int type = static_cast<int>(msg->type);
+  const auto known = typeObjects.find(type);
+  if (known != typeObjects.end()) {
+    const jobject object = known->second.get();
+    return {object, MessageFactory::Apply(env, object, msg)};
+  }
+  const bool isParseError = msg->type == OX_MSG_PARSEERR;
+  const LocalRef<jobject> created(
+      env, isParseError ? MessageFactory::CreateDataMessage(env, msg, scheme, jscheme)
+                        : MessageFactory::CreateMessage(env, msg, scheme));
+  if (!created.get()) return {};
+  GlobalRef& added = typeObjects[type];
+  if (!added.acquire(
+          env, created.get(),
+          isParseError ? MessageFactory::kNewDataMessage : MessageFactory::kNewMessage)) {
+    typeObjects.erase(type);
+    return {};
+  }
+  return {added.get(), MessageFactory::Apply(env, added.get(), msg)};
+}
+
+CachedMessage MessageCache::get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme,
+                                jobject jscheme) {
+  switch (msg->type) {
+    case OX_MSG_DATA:
+      return getData(env, dataObjects, msg, scheme, jscheme);
+    case OX_MSG_STREAM_DATA:
+      return getData(env, streamDataObjects, msg, scheme, jscheme);
+    default:
+      return getOther(env, msg, scheme, jscheme);
+  }
 }
 
 void MessageCache::clear(JNIEnv* env) {
-  for (auto& entry : dataObjects) entry.second.drop(env);
-  dataObjects.clear();
-  for (auto& entry : typeObjects) entry.second.drop(env);
-  unkeyedObject.drop(env);
+  dataObjects.clear(env);
+  streamDataObjects.clear(env);
+  for (auto& entry : typeObjects) entry.second.release(env);
   typeObjects.clear();
 }
 

@@ -5,47 +5,64 @@
 
 #include <cstdint>
 #include <map>
+#include <vector>
 
 #include "jni/base/references.h"
 #include "oxli.h"
 
 namespace oxli::jni {
 
-// The Java message objects of one listener: one for each kind of message, handed out again and
-// refilled for every later message of that kind. Grows with the kinds seen and evicts none.
+// A message object and how far it has been filled.
+struct CachedMessage {
+  jobject object = nullptr;  // owned by the cache
+  bool complete = false;     // filled, and no exception is pending
+};
+
+// The message objects of one Java class by data key: the index of a message, else its id.
+class DataObjects {
+ public:
+  // Returns the object of the record's key, or null.
+  GlobalRef* find(const ox_msg_data_t& msg);
+  // Returns a new, empty reference for the record's key. REQUIRES: find(msg) returns null.
+  GlobalRef& add(const ox_msg_data_t& msg);
+  // Undoes add().
+  void remove(const ox_msg_data_t& msg);
+  void clear(JNIEnv* env);
+
+ private:
+  std::map<std::uint64_t, GlobalRef> objects_;
+  // The entries of `objects_` by key, as far as keys are small: indexes count from 0.
+  std::vector<GlobalRef*> small_;
+  GlobalRef unkeyedObject;  // for messages that have neither index nor id
+};
+
+// The Java message objects of one listener: one for each kind of message, filled anew for every
+// message of its kind. Grows with the kinds seen and evicts none.
 //
-// Not locked: get() runs on the thread that delivers, clear() only while no message of the listener
-// is being delivered on another thread. REQUIRES: clear() before destruction, which deletes no
+// Not locked: get() runs on the delivering thread, clear() only while no message of the listener is
+// being delivered on another thread. REQUIRES: clear() before destruction, which deletes no
 // reference.
 class MessageCache {
  public:
-  // The object for this record, filled: lent until clear(). When filling it left a Java exception
-  // pending, it is returned as far as it was filled. Null when it could not be made, or not filled
-  // and no exception is pending. `scheme` and `jscheme` may be null.
-  jobject get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme);
+  // Returns the object of the record's kind, filled from the record. The cache owns the object
+  // until clear(). Returns no object if it cannot be made. `scheme` and `jscheme` may be null.
+  // REQUIRES: no exception is pending.
+  CachedMessage get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme);
 
   // Deletes every reference.
   void clear(JNIEnv* env);
 
  private:
-  // Both kinds of data may arrive under one key, and an object of one class must not be filled
-  // through the other's methods.
-  struct DataObjects {
-    HeldRef data;
-    HeldRef streamData;
+  CachedMessage getData(JNIEnv* env, DataObjects& objects, ox_msg_t* msg, ox_scheme_desc_t* scheme,
+                        jobject jscheme);
+  CachedMessage getOther(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme);
 
-    HeldRef& of(std::uint32_t type) { return type == OX_MSG_STREAM_DATA ? streamData : data; }
-    void drop(JNIEnv* env);
-  };
-
-  HeldRef& dataSlot(const ox_msg_data_t& msg);
-
-  // By type code: everything but data and stream data.
-  std::map<int, HeldRef> typeObjects;
-  // By data key: the index, else the id.
-  std::map<std::uint64_t, DataObjects> dataObjects;
-  // Data that has neither.
-  DataObjects unkeyedObject;
+  // By type code: everything but data messages and stream data.
+  std::map<int, GlobalRef> typeObjects;
+  // Apart, because both kinds may arrive under one key, and an object of one class must not be
+  // filled through the methods of the other.
+  DataObjects dataObjects;
+  DataObjects streamDataObjects;
 };
 
 }  // namespace oxli::jni

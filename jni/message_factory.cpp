@@ -2,24 +2,24 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 
 #include "jni/base/failure.h"
-#include "jni/base/handles.h"
-#include "jni/base/load.h"
+#include "jni/base/memory.h"
 #include "jni/base/references.h"
-#include "jni/base/text.h"
+#include "jni/base/strings.h"
 #include "jni/jenv/jenv.h"
 
 namespace oxli::jni {
 
 namespace {
 
-// Calls a setter; false after the line for `step` if it threw.
+// Calls a setter. Returns false, after the line for `step`, if it throws.
 template <class Value>
 [[nodiscard]] bool set(JNIEnv* env, jobject message, jmethodID setter, Value value,
                        const char* step) {
   env->CallVoidMethod(message, setter, value);
-  return !javaFailed(env, step);
+  return !reportIfPending(env, step);
 }
 
 struct Constructor {
@@ -32,126 +32,128 @@ Constructor constructorOf(const Block& block) {
   return {block.cls, block.ctor};
 }
 
-Constructor serviceConstructor(const JEnv& cache, std::uint32_t type) {
+Constructor serviceConstructor(const JEnv& classes, std::uint32_t type) {
   switch (type) {
     case OX_MSG_OPEN:
-      return constructorOf(cache.openMessage);
+      return constructorOf(classes.openMessage);
     case OX_MSG_CLOSE:
-      return constructorOf(cache.closeMessage);
+      return constructorOf(classes.closeMessage);
     case OX_MSG_TIME:
-      return constructorOf(cache.timeMessage);
+      return constructorOf(classes.timeMessage);
     case OX_MSG_TN_BEGIN:
-      return constructorOf(cache.tnBeginMessage);
+      return constructorOf(classes.tnBeginMessage);
     case OX_MSG_TN_COMMIT:
-      return constructorOf(cache.tnCommitMessage);
+      return constructorOf(classes.tnCommitMessage);
     case OX_MSG_ZRMQ_TIMEOUT:
-      return constructorOf(cache.zrMQTimeoutMessage);
+      return constructorOf(classes.zrMQTimeoutMessage);
     case OX_MSG_ZRREPL_LIFENUM:
-      return constructorOf(cache.zrReplLifeNumMessage);
+      return constructorOf(classes.zrReplLifeNumMessage);
     case OX_MSG_ZRREPL_CLEARDELETED:
-      return constructorOf(cache.zrReplClearDeletedMessage);
+      return constructorOf(classes.zrReplClearDeletedMessage);
     case OX_MSG_ZRREPL_ONLINE:
-      return constructorOf(cache.zrReplOnlineMessage);
+      return constructorOf(classes.zrReplOnlineMessage);
     case OX_MSG_ZRREPL_STATE:
-      return constructorOf(cache.zrReplStateMessage);
+      return constructorOf(classes.zrReplStateMessage);
     default:
       return {nullptr, nullptr};
   }
 }
 
-Constructor dataConstructor(const JEnv& cache, std::uint32_t type) {
+Constructor dataConstructor(const JEnv& classes, std::uint32_t type) {
   switch (type) {
     case OX_MSG_DATA:
-      return constructorOf(cache.dataMessage);
+      return constructorOf(classes.dataMessage);
     case OX_MSG_PARSEERR:
-      return constructorOf(cache.parseErrorMessage);
+      return constructorOf(classes.parseErrorMessage);
     case OX_MSG_STREAM_DATA:
-      return constructorOf(cache.streamDataMessage);
+      return constructorOf(classes.streamDataMessage);
     default:
       return {nullptr, nullptr};
   }
 }
 
-// The low 32 bits, which are all that Java gets of an index.
+// Java receives the low 32 bits of an index.
 jint javaIndex(std::uint64_t index) {
   return static_cast<jint>(index);
 }
 
-bool setPayload(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_t& msg,
+// Fails for a payload that is larger than a Java buffer can be.
+bool setPayload(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg,
                 const char* step) {
+  constexpr auto kMaxSize = std::size_t{std::numeric_limits<jint>::max()};
   const bool present = msg.data && msg.data_size != 0;
+  const bool fits = present && msg.data_size <= kMaxSize;
   const LocalRef<jobject> buffer(
-      env,
-      present ? env->NewDirectByteBuffer(msg.data, static_cast<jlong>(msg.data_size)) : nullptr);
-  if (present && notMade(env, buffer.get(), step)) return false;
-  return set(env, message, cache.message.setData, buffer.get(), step);
+      env, fits ? env->NewDirectByteBuffer(msg.data, static_cast<jlong>(msg.data_size)) : nullptr);
+  if (present && reportIfNull(buffer.get(), step)) return false;
+  return set(env, message, classes.message.setData, buffer.get(), step);
 }
 
-bool applyClose(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_t& msg) {
+bool applyClose(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg) {
   if (!msg.data) ox_log_error("msg->data is NULL for OX_MSG_CLOSE message\n");
   const jint reason = msg.data ? load<std::int32_t>(msg.data) : 0;
-  return set(env, message, cache.closeMessage.setReason, reason, "Apply set reason");
+  return set(env, message, classes.closeMessage.setReason, reason, "Apply set reason");
 }
 
-bool applyTime(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_t& msg) {
+bool applyTime(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg) {
   if (!msg.data) {
     std::fputs("ERROR. msg->data is NULL for OX_MSG_TIME message\n", stderr);
     return true;
   }
   const jlong time = load<std::int64_t>(msg.data);
-  return set(env, message, cache.timeMessage.setTime, time, "Apply set time");
+  return set(env, message, classes.timeMessage.setTime, time, "Apply set time");
 }
 
-bool applyData(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_data_t& msg) {
-  const auto& to = cache.dataMessage;
-  const JavaText name(env, msg.msg_name);
-  if (name.notMadeFor("Apply set msg_name")) return false;
-  const JavaText address(env, msg.addr);
-  if (address.notMadeFor("Apply set address")) return false;
-  const jobject noReference = nullptr;
+bool applyData(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_data_t& msg) {
+  const auto& to = classes.dataMessage;
+  const LocalString name(env, msg.msg_name, "Apply set msg_name");
+  if (!name.ok()) return false;
+  const LocalString address(env, msg.addr, "Apply set address");
+  if (!address.ok()) return false;
+  const jobject noRefMessage = nullptr;
   return set(env, message, to.setMsgIndex, javaIndex(msg.msg_index), "Apply set msg_index") &&
          set(env, message, to.setMsgId, static_cast<jint>(msg.msg_id), "Apply set msg_id") &&
          set(env, message, to.setMsgName, name.get(), "Apply set msg_name") &&
          set(env, message, to.setUserId, static_cast<jint>(msg.user_id), "Apply set user_id") &&
          set(env, message, to.setAddress, address.get(), "Apply set address") &&
-         set(env, message, to.setRefMessage, noReference, "Apply set ref message");
+         set(env, message, to.setRefMessage, noRefMessage, "Apply set ref message");
 }
 
-bool applyParseError(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_data_t& msg) {
-  if (!applyData(env, cache, message, msg)) return false;
+bool applyParseError(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_data_t& msg) {
+  if (!applyData(env, classes, message, msg)) return false;
   const void* const data = msg.head.data;
   if (!data) ox_log_error("msg->data is NULL for OX_MSG_PARSEERR message\n");
   const jint code = data ? load<std::int32_t>(data) : 0;
-  return set(env, message, cache.parseErrorMessage.setError, code, "Apply set error");
+  return set(env, message, classes.parseErrorMessage.setError, code, "Apply set error");
 }
 
-bool applyStreamData(JNIEnv* env, const JEnv& cache, jobject message, ox_msg_streamdata_t& msg) {
-  const auto& to = cache.streamDataMessage;
-  const JavaText name(env, msg.msg_name);
-  if (name.notMadeFor("Apply set name")) return false;
+bool applyStreamData(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_streamdata_t& msg) {
+  const auto& to = classes.streamDataMessage;
+  const LocalString name(env, msg.msg_name, "Apply set name");
+  if (!name.ok()) return false;
   return set(env, message, to.setMsgIndex, javaIndex(msg.msg_index), "Apply set msg index") &&
          set(env, message, to.setMsgId, static_cast<jint>(msg.msg_id), "Apply set msg id") &&
          set(env, message, to.setMsgName, name.get(), "Apply set name") &&
          MessageFactory::ApplyStreamDataMessage(env, message, &msg);
 }
 
-bool applyLifeNumber(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_t& msg) {
+bool applyLifeNumber(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg) {
   if (!msg.data) {
     ox_log_error("msg->data is NULL for OX_MSG_ZRREPL_LIFENUM message\n");
     return true;
   }
-  const auto& to = cache.zrReplLifeNumMessage;
+  const auto& to = classes.zrReplLifeNumMessage;
   const auto data = load<ox_data_lifenum_t>(msg.data);
   return set(env, message, to.setLifenum, jlong{data.life_number}, "Apply set lifenum") &&
          set(env, message, to.setFlags, jlong{data.flags}, "Apply set flags");
 }
 
-bool applyClearDeleted(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_t& msg) {
+bool applyClearDeleted(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg) {
   if (!msg.data) {
     ox_log_error("msg->data is NULL for OX_MSG_ZRREPL_CLEARDELETED message\n");
     return true;
   }
-  const auto& to = cache.zrReplClearDeletedMessage;
+  const auto& to = classes.zrReplClearDeletedMessage;
   const auto data = load<ox_data_cleardeleted_t>(msg.data);
   const jlong revision = data.table_rev;
   return set(env, message, to.setTableIdx, static_cast<jint>(data.table_idx),
@@ -159,54 +161,54 @@ bool applyClearDeleted(JNIEnv* env, const JEnv& cache, jobject message, const ox
          set(env, message, to.setTableRev, revision, "Apply set table rev");
 }
 
-bool applyState(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_t& msg) {
+bool applyState(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg) {
   constexpr char kSetState[] = "Apply set repl state";
-  const JavaText state(env, static_cast<const char*>(msg.data));
-  if (state.notMadeFor(kSetState)) return false;
-  return set(env, message, cache.zrReplStateMessage.setReplState, state.get(), kSetState);
+  const LocalString state(env, static_cast<const char*>(msg.data), kSetState);
+  if (!state.ok()) return false;
+  return set(env, message, classes.zrReplStateMessage.setReplState, state.get(), kSetState);
 }
 
-bool applyByType(JNIEnv* env, const JEnv& cache, jobject message, ox_msg_t* msg) {
+bool applyByType(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_t* msg) {
   switch (msg->type) {
     case OX_MSG_CLOSE:
-      return applyClose(env, cache, message, *msg);
+      return applyClose(env, classes, message, *msg);
     case OX_MSG_TIME:
-      return applyTime(env, cache, message, *msg);
+      return applyTime(env, classes, message, *msg);
     case OX_MSG_DATA:
-      return applyData(env, cache, message, *reinterpret_cast<ox_msg_data_t*>(msg));
+      return applyData(env, classes, message, *reinterpret_cast<ox_msg_data_t*>(msg));
     case OX_MSG_PARSEERR:
-      return applyParseError(env, cache, message, *reinterpret_cast<ox_msg_data_t*>(msg));
+      return applyParseError(env, classes, message, *reinterpret_cast<ox_msg_data_t*>(msg));
     case OX_MSG_STREAM_DATA:
-      return applyStreamData(env, cache, message, *reinterpret_cast<ox_msg_streamdata_t*>(msg));
+      return applyStreamData(env, classes, message, *reinterpret_cast<ox_msg_streamdata_t*>(msg));
     case OX_MSG_ZRMQ_TIMEOUT:
-      return set(env, message, cache.zrMQTimeoutMessage.setUserId,
+      return set(env, message, classes.zrMQTimeoutMessage.setUserId,
                  static_cast<jint>(reinterpret_cast<ox_msg_data_t*>(msg)->user_id),
                  "Apply set user id");
     case OX_MSG_ZRREPL_LIFENUM:
-      return applyLifeNumber(env, cache, message, *msg);
+      return applyLifeNumber(env, classes, message, *msg);
     case OX_MSG_ZRREPL_CLEARDELETED:
-      return applyClearDeleted(env, cache, message, *msg);
+      return applyClearDeleted(env, classes, message, *msg);
     case OX_MSG_ZRREPL_STATE:
-      return applyState(env, cache, message, *msg);
+      return applyState(env, classes, message, *msg);
     default:
       return true;
   }
 }
 
-bool refreshData(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_data_t& msg) {
+bool refreshData(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_data_t& msg) {
   constexpr char kSetAddress[] = "ApplyDataPartial set address";
-  const auto& to = cache.dataMessage;
-  const JavaText address(env, msg.addr);
-  if (address.notMadeFor(kSetAddress)) return false;
+  const auto& to = classes.dataMessage;
+  const LocalString address(env, msg.addr, kSetAddress);
+  if (!address.ok()) return false;
   return set(env, message, to.setUserId, static_cast<jint>(msg.user_id),
              "ApplyDataPartial set user id") &&
          set(env, message, to.setAddress, address.get(), kSetAddress);
 }
 
-bool refreshByType(JNIEnv* env, const JEnv& cache, jobject message, ox_msg_t* msg) {
+bool refreshByType(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_t* msg) {
   switch (msg->type) {
     case OX_MSG_DATA:
-      return refreshData(env, cache, message, *reinterpret_cast<ox_msg_data_t*>(msg));
+      return refreshData(env, classes, message, *reinterpret_cast<ox_msg_data_t*>(msg));
     case OX_MSG_STREAM_DATA:
       return MessageFactory::ApplyStreamDataMessage(env, message,
                                                     reinterpret_cast<ox_msg_streamdata_t*>(msg));
@@ -215,16 +217,16 @@ bool refreshByType(JNIEnv* env, const JEnv& cache, jobject message, ox_msg_t* ms
   }
 }
 
-bool applyNulls(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_streamdata_t& msg) {
+bool applyNulls(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_streamdata_t& msg) {
   constexpr char kSetNulls[] = "ApplyStreamDataMessage set nulls";
-  const auto& of = cache.streamDataMessage;
+  const auto& of = classes.streamDataMessage;
   const auto length = static_cast<jsize>(msg.num_nulls);
   LocalRef<jbooleanArray> nulls(
       env, static_cast<jbooleanArray>(env->CallObjectMethod(message, of.getNulls)));
   if (exceptionPending(env)) return false;
   if (!nulls.get()) {
-    nulls.reset(env->NewBooleanArray(length));
-    if (notMade(env, nulls.get(), kSetNulls)) return false;
+    nulls.set(env->NewBooleanArray(length));
+    if (reportIfNull(nulls.get(), kSetNulls)) return false;
     if (!set(env, message, of.setNulls, nulls.get(), kSetNulls)) return false;
   }
   env->SetBooleanArrayRegion(nulls.get(), 0, length, msg.nulls);
@@ -234,61 +236,62 @@ bool applyNulls(JNIEnv* env, const JEnv& cache, jobject message, const ox_msg_st
 }  // namespace
 
 jobject MessageFactory::CreateMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme) {
-  const JEnv& cache = *JEnv::spInstance;
-  const Constructor service = serviceConstructor(cache, msg->type);
-  LocalRef<jobject> message(env, service.cls ? env->NewObject(service.cls, service.id)
-                                             : env->NewObject(cache.message.cls, cache.message.ctor,
-                                                              static_cast<jint>(msg->type)));
-  if (notMade(env, message.get(), kNewMessage)) return nullptr;
-  const auto& to = cache.message;
+  const JEnv& classes = *JEnv::spInstance;
+  const Constructor service = serviceConstructor(classes, msg->type);
+  LocalRef<jobject> message(env, service.cls
+                                     ? env->NewObject(service.cls, service.id)
+                                     : env->NewObject(classes.message.cls, classes.message.ctor,
+                                                      static_cast<jint>(msg->type)));
+  if (reportIfNotMade(env, message.get(), kNewMessage)) return nullptr;
+  const auto& to = classes.message;
   if (!set(env, message.get(), to.setRef, toHandle(msg), "CreateMessage set ref") ||
       !set(env, message.get(), to.setSchemeRef, toHandle(scheme), "CreateMessage set scheme ref")) {
     return nullptr;
   }
-  return message.release();
+  return message.detach();
 }
 
 jobject MessageFactory::CreateDataMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme,
                                           jobject jscheme) {
-  const JEnv& cache = *JEnv::spInstance;
-  const Constructor data = dataConstructor(cache, msg->type);
+  const JEnv& classes = *JEnv::spInstance;
+  const Constructor data = dataConstructor(classes, msg->type);
   if (!data.cls) return nullptr;
 
-  // All three kinds have index, id and name at the same place.
+  // All three types have index, id and name at the same place.
   const auto& record = *reinterpret_cast<const ox_msg_data_t*>(msg);
-  const JavaText name(env, record.msg_name);
-  if (name.notMadeFor(kNewDataMessage)) return nullptr;
+  const LocalString name(env, record.msg_name, kNewDataMessage);
+  if (!name.ok()) return nullptr;
   LocalRef<jobject> message(env, env->NewObject(data.cls, data.id, static_cast<jint>(record.msg_id),
                                                 javaIndex(record.msg_index), name.get(), jscheme));
-  if (notMade(env, message.get(), kNewDataMessage)) return nullptr;
-  const auto& to = cache.message;
+  if (reportIfNotMade(env, message.get(), kNewDataMessage)) return nullptr;
+  const auto& to = classes.message;
   if (!set(env, message.get(), to.setRef, toHandle(msg), "CreateDataMessage set ref") ||
       !set(env, message.get(), to.setSchemeRef, toHandle(scheme),
            "CreateDataMessage set scheme ref")) {
     return nullptr;
   }
-  return message.release();
+  return message.detach();
 }
 
 bool MessageFactory::Apply(JNIEnv* env, jobject message, ox_msg_t* msg) {
-  const JEnv& cache = *JEnv::spInstance;
-  return setPayload(env, cache, message, *msg, "Apply set data") &&
-         applyByType(env, cache, message, msg) &&
-         set(env, message, cache.message.setRef, toHandle(msg), "Apply set ref");
+  const JEnv& classes = *JEnv::spInstance;
+  return setPayload(env, classes, message, *msg, "Apply set data") &&
+         applyByType(env, classes, message, msg) &&
+         set(env, message, classes.message.setRef, toHandle(msg), "Apply set ref");
 }
 
 bool MessageFactory::ApplyDataPartial(JNIEnv* env, jobject message, ox_msg_t* msg) {
-  const JEnv& cache = *JEnv::spInstance;
-  return setPayload(env, cache, message, *msg, "ApplyDataPartial set data") &&
-         refreshByType(env, cache, message, msg) &&
-         set(env, message, cache.message.setRef, toHandle(msg), "ApplyDataPartial set ref");
+  const JEnv& classes = *JEnv::spInstance;
+  return setPayload(env, classes, message, *msg, "ApplyDataPartial set data") &&
+         refreshByType(env, classes, message, msg) &&
+         set(env, message, classes.message.setRef, toHandle(msg), "ApplyDataPartial set ref");
 }
 
 bool MessageFactory::ApplyStreamDataMessage(JNIEnv* env, jobject message,
                                             ox_msg_streamdata_t* msg) {
-  const JEnv& cache = *JEnv::spInstance;
-  const auto& to = cache.streamDataMessage;
-  if (msg->nulls && !applyNulls(env, cache, message, *msg)) return false;
+  const JEnv& classes = *JEnv::spInstance;
+  const auto& to = classes.streamDataMessage;
+  if (msg->nulls && !applyNulls(env, classes, message, *msg)) return false;
   const jlong revision = msg->rev;
   return set(env, message, to.setRev, revision, "ApplyStreamDataMessage set rev") &&
          set(env, message, to.setUserId, static_cast<jlong>(msg->user_id),

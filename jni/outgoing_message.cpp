@@ -1,72 +1,73 @@
-#include "jni/outgoing_message.h"
-
+#include <cstdint>
 #include <string>
 
 #include "jni/base/failure.h"
-#include "jni/base/handles.h"
+#include "jni/base/memory.h"
 #include "jni/base/references.h"
-#include "jni/base/text.h"
-#include "jni/jenv/with_cache.h"
+#include "jni/base/strings.h"
+#include "jni/jenv/with_classes.h"
 #include "jni/message_factory.h"
+#include "jni/oxjni.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 
 namespace oxli::jni {
 
 namespace {
 
-// Whether memory that Java was to lend is missing; the line for `step` has been written then.
-bool notLent(JNIEnv* env, const void* lent, const char* step, SavedMsgFields& saved) {
-  if (!notMade(env, lent, step)) return false;
+// Returns whether memory to be acquired from the virtual machine is missing, after writing the line
+// for `step` if so. If no exception says so, the record is refused.
+bool refuseIfNull(JNIEnv* env, const void* acquired, const char* step, SavedMsgFields& saved) {
+  if (!reportIfNull(acquired, step)) return false;
   if (!exceptionPending(env)) saved.refusal = OX_ERR_INTERNAL;
   return true;
 }
 
-void replaceDataFields(JNIEnv* env, const JEnv& cache, ox_msg_data_t& msg, jobject message,
+void replaceDataFields(JNIEnv* env, const JEnv& classes, ox_msg_data_t& msg, jobject message,
                        SavedMsgFields& saved) {
   constexpr char kGetAddress[] = "replaceMsgFields getAddress";
-  const auto& of = cache.dataMessage;
+  const auto& of = classes.dataMessage;
   const jint userId = env->CallIntMethod(message, of.getUserId);
-  if (javaFailed(env, "replaceMsgFields getUserId")) return;
+  if (reportIfPending(env, "replaceMsgFields getUserId")) return;
   msg.user_id = static_cast<std::uint32_t>(userId);
 
   LocalRef<jstring> address(env,
                             static_cast<jstring>(env->CallObjectMethod(message, of.getAddress)));
-  if (javaFailed(env, kGetAddress)) return;
+  if (reportIfPending(env, kGetAddress)) return;
   if (address.get()) {
-    const char* const text = env->GetStringUTFChars(address.get(), nullptr);
-    if (notLent(env, text, kGetAddress, saved)) return;
-    saved.addrText = text;
-    saved.addrString = address.release();
+    const char* const chars = env->GetStringUTFChars(address.get(), nullptr);
+    if (refuseIfNull(env, chars, kGetAddress, saved)) return;
+    saved.addrText = chars;
+    saved.addrString = address.detach();
     saved.oldAddr = msg.addr;
-    saved.addrReplaced = true;
-    msg.addr = text;
+    saved.addrReplaced = JNI_TRUE;
+    msg.addr = chars;
   }
 
   const LocalRef<jobject> reference(env, env->CallObjectMethod(message, of.getRefMessage));
-  if (javaFailed(env, "replaceMsgFields getRefMessage")) return;
+  if (reportIfPending(env, "replaceMsgFields getRefMessage")) return;
   if (reference.get()) {
-    const jlong record = env->CallLongMethod(reference.get(), cache.message.getRef);
-    if (javaFailed(env, "replaceMsgFields getRef")) return;
+    const jlong record = env->CallLongMethod(reference.get(), classes.message.getRef);
+    if (reportIfPending(env, "replaceMsgFields getRef")) return;
     saved.oldRefMsg = msg.ref_msg;
-    saved.refMsgReplaced = true;
+    saved.refMsgReplaced = JNI_TRUE;
     msg.ref_msg = fromHandle<ox_msg_data_t>(record);
   }
 }
 
-void replaceStreamFields(JNIEnv* env, const JEnv& cache, ox_msg_streamdata_t& msg, jobject message,
-                         SavedMsgFields& saved) {
+void replaceStreamFields(JNIEnv* env, const JEnv& classes, ox_msg_streamdata_t& msg,
+                         jobject message, SavedMsgFields& saved) {
   constexpr char kGetNulls[] = "replaceMsgFields get nulls";
-  const auto& of = cache.streamDataMessage;
+  const auto& of = classes.streamDataMessage;
   const std::int64_t oldRev = msg.rev;
   const std::uint64_t oldUserId = msg.user_id;
   msg.rev = env->CallLongMethod(message, of.getRev);
-  if (javaFailed(env, "replaceMsgFields getRef streamdata")) return;
+  if (reportIfPending(env, "replaceMsgFields getRef streamdata")) return;
   msg.user_id = static_cast<std::uint64_t>(env->CallLongMethod(message, of.getUserId));
-  if (javaFailed(env, "replaceMsgFields get user id streamdata")) return;
+  if (reportIfPending(env, "replaceMsgFields get user id streamdata")) return;
 
   LocalRef<jbooleanArray> nulls(
       env, static_cast<jbooleanArray>(env->CallObjectMethod(message, of.getNulls)));
-  if (javaFailed(env, kGetNulls)) return;
+  if (reportIfPending(env, kGetNulls)) return;
   if (!nulls.get()) return;
   // The gateway reads as many flags as the record says.
   if (static_cast<std::uint64_t>(env->GetArrayLength(nulls.get())) < msg.num_nulls) {
@@ -76,141 +77,161 @@ void replaceStreamFields(JNIEnv* env, const JEnv& cache, ox_msg_streamdata_t& ms
     return;
   }
   jboolean* const elements = env->GetBooleanArrayElements(nulls.get(), nullptr);
-  if (notLent(env, elements, kGetNulls, saved)) return;
+  if (refuseIfNull(env, elements, kGetNulls, saved)) return;
   saved.nullsElements = elements;
-  saved.nullsArray = nulls.release();
+  saved.nullsArray = nulls.detach();
   saved.oldNulls = msg.nulls;
-  saved.nullsReplaced = true;
+  saved.nullsReplaced = JNI_TRUE;
   msg.nulls = elements;
 }
 
-void restoreDataFields(JNIEnv* env, ox_msg_data_t& msg, const SavedMsgFields& saved) {
-  if (saved.addrReplaced) msg.addr = saved.oldAddr;
-  if (saved.refMsgReplaced) msg.ref_msg = saved.oldRefMsg;
+void replaceFields(JNIEnv* env, const JEnv& classes, ox_msg_t* msg, jobject message,
+                   SavedMsgFields& saved) {
+  if (msg->type == OX_MSG_DATA) {
+    replaceDataFields(env, classes, *reinterpret_cast<ox_msg_data_t*>(msg), message, saved);
+  } else if (msg->type == OX_MSG_STREAM_DATA) {
+    replaceStreamFields(env, classes, *reinterpret_cast<ox_msg_streamdata_t*>(msg), message, saved);
+  }
+}
+
+// Restores by what has been replaced, not by the type of the record, which the gateway may have
+// changed since.
+void restoreFields(JNIEnv* env, ox_msg_t* msg, const SavedMsgFields& saved) {
+  auto& data = *reinterpret_cast<ox_msg_data_t*>(msg);
+  if (saved.addrReplaced) data.addr = saved.oldAddr;
+  if (saved.refMsgReplaced) data.ref_msg = saved.oldRefMsg;
+  if (saved.nullsReplaced) reinterpret_cast<ox_msg_streamdata_t*>(msg)->nulls = saved.oldNulls;
   if (saved.addrText) {
     env->ReleaseStringUTFChars(saved.addrString, saved.addrText);
     env->DeleteLocalRef(saved.addrString);
   }
-}
-
-void restoreStreamFields(JNIEnv* env, ox_msg_streamdata_t& msg, const SavedMsgFields& saved) {
-  if (saved.nullsReplaced) msg.nulls = saved.oldNulls;
   if (saved.nullsElements) {
-    // What the gateway may have written into the flags is not Java's business.
+    // Not copied back: the gateway may have written into the flags.
     env->ReleaseBooleanArrayElements(saved.nullsArray, saved.nullsElements, JNI_ABORT);
     env->DeleteLocalRef(saved.nullsArray);
   }
 }
 
-// Exchanges a record's fields for the scope of one gateway call.
+// Exchanges the fields of a record for the scope of one gateway call.
 class ExchangedFields {
  public:
-  ExchangedFields(JNIEnv* env, ox_msg_t* msg, jobject message) : env_(env), msg_(msg) {
-    replaceMsgFields(env_, msg_, message, &saved_);
+  ExchangedFields(JNIEnv* env, const JEnv& classes, ox_msg_t* msg, jobject message)
+      : env_(env), msg_(msg) {
+    replaceFields(env_, classes, msg_, message, saved_);
   }
   ExchangedFields(const ExchangedFields&) = delete;
   ExchangedFields& operator=(const ExchangedFields&) = delete;
-  ~ExchangedFields() { restoreMsgFields(env_, msg_, &saved_); }
+  ~ExchangedFields() { restoreFields(env_, msg_, saved_); }
 
   int refusal() const { return saved_.refusal; }
 
  private:
   JNIEnv* env_;
   ox_msg_t* msg_;
-  SavedMsgFields saved_;
+  SavedMsgFields saved_{};
 };
 
-// A new record of the publisher's, given back unless kept.
-class NewRecord {
+// Owns a new record of a publisher and frees it at the end of the scope unless it is released.
+class OutgoingRecord {
  public:
-  explicit NewRecord(ox_publisher_t* pub) : pub_(pub) {}
-  NewRecord(const NewRecord&) = delete;
-  NewRecord& operator=(const NewRecord&) = delete;
-  ~NewRecord() {
+  explicit OutgoingRecord(ox_publisher_t* pub) : pub_(pub) {}
+  OutgoingRecord(const OutgoingRecord&) = delete;
+  OutgoingRecord& operator=(const OutgoingRecord&) = delete;
+  ~OutgoingRecord() {
     if (msg_) ox_pub_msgfree(pub_, msg_);
   }
 
+  // Makes the record. Returns the gateway's result code. Call once.
   int make(int keyType, const void* key) {
     const int result = ox_pub_msgnew(pub_, keyType, key, &msg_);
-    if (result != OX_ERR_OK) msg_ = nullptr;
-    return result;
+    if (result != OX_ERR_OK) {
+      msg_ = nullptr;
+      return result;
+    }
+    return msg_ ? OX_ERR_OK : OX_ERR_INTERNAL;
   }
   ox_msg_t* get() const { return msg_; }
-  void keep() { msg_ = nullptr; }
+  void release() { msg_ = nullptr; }
 
  private:
   ox_publisher_t* pub_;
   ox_msg_t* msg_ = nullptr;
 };
 
-// False when the key could not be read; otherwise `answer` is the gateway's.
-bool makeRecord(JNIEnv* env, const JEnv& cache, NewRecord& record, jint keyType, jobject key,
-                int& answer) {
-  constexpr char kKey[] = "Java_org_quendel_oxli_impl_OxliImpl_pub_1msgnew int val";
+// Makes the record of a key. Returns false if the key cannot be read; otherwise `result` receives
+// the gateway's result code.
+bool makeRecord(JNIEnv* env, const JEnv& classes, OutgoingRecord& record, jint keyType, jobject key,
+                int& result) {
+  constexpr char kKey[] = OXLI_STEP("pub_1msgnew int val");
   if (keyType == OX_KEY_NAME) {
-    const UtfChars name(env, static_cast<jstring>(key));
-    if (name.notTaken(kKey)) return false;
-    answer = record.make(keyType, name.get());
+    const UtfChars name(env, static_cast<jstring>(key), kKey);
+    if (!name.ok()) return false;
+    result = record.make(keyType, name.get());
     return true;
   }
-  const jint value = env->CallIntMethod(key, cache.integer.intValue);
-  if (javaFailed(env, kKey)) return false;
-  answer = record.make(keyType, &value);
+  const jint value = env->CallIntMethod(key, classes.integer.intValue);
+  if (reportIfPending(env, kKey)) return false;
+  result = record.make(keyType, &value);
   return true;
 }
 
-jobject createOutgoing(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme) {
+jobject createMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme) {
   switch (msg->type) {
     case OX_MSG_DATA:
     case OX_MSG_STREAM_DATA:
+    // Apply fills a parse error through the methods of DataMessage, which a plain message lacks.
     case OX_MSG_PARSEERR:
+      if (reportIfPending(env, MessageFactory::kNewDataMessage)) return nullptr;
       return MessageFactory::CreateDataMessage(env, msg, scheme, jscheme);
     default:
+      if (reportIfPending(env, MessageFactory::kNewMessage)) return nullptr;
       return MessageFactory::CreateMessage(env, msg, scheme);
   }
 }
 
-jint newMessage(JNIEnv* env, const JEnv& cache, ox_publisher_t* pub, jint keyType, jobject key,
+jint newMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, jint keyType, jobject key,
                 jobject jscheme, jobjectArray out) {
-  NewRecord record(pub);
-  int answer = OX_ERR_OK;
-  if (!makeRecord(env, cache, record, keyType, key, answer)) return OX_ERR_INTERNAL;
-  // Asked for, and its failure returned first, whatever became of the record.
+  OutgoingRecord record(pub);
+  int made = OX_ERR_OK;
+  if (!makeRecord(env, classes, record, keyType, key, made)) return OX_ERR_INTERNAL;
+  // The scheme is always requested; its error takes precedence over that of the record.
   ox_scheme_desc_t* scheme = nullptr;
   if (const int result = ox_pub_getscheme(pub, &scheme)) return result;
-  if (answer != OX_ERR_OK) return answer;
-  // A callback of the gateway's may have thrown meanwhile.
-  if (exceptionPending(env)) return OX_ERR_INTERNAL;
+  if (made != OX_ERR_OK) return made;
 
-  const LocalRef<jobject> message(env, createOutgoing(env, record.get(), scheme, jscheme));
+  const LocalRef<jobject> message(env, createMessage(env, record.get(), scheme, jscheme));
   if (!message.get() || !MessageFactory::Apply(env, message.get(), record.get())) {
     return OX_ERR_INTERNAL;
   }
-  env->CallVoidMethod(message.get(), cache.message.setPublisherOwner, toHandle(pub));
-  if (javaFailed(env, "Java_org_quendel_oxli_impl_OxliImpl_pub_1msgnew set owner")) {
-    return OX_ERR_INTERNAL;
-  }
+  env->CallVoidMethod(message.get(), classes.message.setPublisherOwner, toHandle(pub));
+  if (reportIfPending(env, OXLI_STEP("pub_1msgnew set owner"))) return OX_ERR_INTERNAL;
   env->SetObjectArrayElement(out, 0, message.get());
-  if (javaFailed(env, "Java_org_quendel_oxli_impl_OxliImpl_pub_1msgnew set array elm")) {
-    return OX_ERR_INTERNAL;
-  }
-  record.keep();
+  if (reportIfPending(env, OXLI_STEP("pub_1msgnew set array elm"))) return OX_ERR_INTERNAL;
+  record.release();
   return OX_ERR_OK;
 }
 
-jint postMessage(JNIEnv* env, const JEnv& cache, ox_publisher_t* pub, jobject message, jint flags) {
-  const jlong ref = env->CallLongMethod(message, cache.message.getRef);
-  if (javaFailed(env, "Java_org_quendel_oxli_impl_OxliImpl_pub_1post pub post")) {
-    return OX_ERR_INTERNAL;
-  }
+jint postMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, jobject message,
+                 jint flags) {
+  const jlong ref = env->CallLongMethod(message, classes.message.getRef);
+  if (reportIfPending(env, OXLI_STEP("pub_1post pub post"))) return OX_ERR_INTERNAL;
   auto* const msg = fromHandle<ox_msg_t>(ref);
   if (!msg) return OX_ERR_INVALIDARGUMENT;
-  const ExchangedFields exchanged(env, msg, message);
-  // Posted also with an exception pending: the exception reaches the caller all the same.
+  const ExchangedFields exchanged(env, classes, msg, message);
+  // Posted with an exception pending, too: the Java caller receives it in any case.
   return exchanged.refusal() ? exchanged.refusal() : ox_pub_post(pub, msg, flags);
 }
 
-// The dump's text in `text`; false when the gateway gave none.
+jint disposeMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, ox_msg_t* msg,
+                    jobject message) {
+  constexpr jint kMadeByGateway = 0;
+  const jint createType = env->CallIntMethod(message, classes.message.getCreateType);
+  if (reportIfPending(env, OXLI_STEP("pub_1msgdispose getCreateType"))) return OX_ERR_INTERNAL;
+  if (createType != kMadeByGateway) return OX_ERR_INVALIDARGUMENT;
+  return ox_pub_msgfree(pub, msg);
+}
+
+// Dumps a record into `text`. Returns false if the gateway fails.
 bool dumpRecord(ox_msg_t* msg, jlong argument, std::string& text) {
   text.assign(1024, '\0');
   std::uint64_t size = text.size();
@@ -224,17 +245,18 @@ bool dumpRecord(ox_msg_t* msg, jlong argument, std::string& text) {
   return true;
 }
 
-jbyteArray dumpMessage(JNIEnv* env, const JEnv& cache, jobject message, jlong argument) {
-  const jlong ref = env->CallLongMethod(message, cache.message.getRef);
-  if (javaFailed(env, "Java_org_quendel_oxli_impl_OxliImpl_msg_1dump get ref")) return nullptr;
+jbyteArray dumpMessage(JNIEnv* env, const JEnv& classes, jobject message, jlong argument) {
+  const jlong ref = env->CallLongMethod(message, classes.message.getRef);
+  if (reportIfPending(env, OXLI_STEP("msg_1dump get ref"))) return nullptr;
   auto* const msg = fromHandle<ox_msg_t>(ref);
   if (!msg) return nullptr;
 
   std::string text;
   {
-    const ExchangedFields exchanged(env, msg, message);
+    const ExchangedFields exchanged(env, classes, msg, message);
     if (exchanged.refusal() || !dumpRecord(msg, argument, text)) return nullptr;
   }
+  // Left by the exchange, which has reported it.
   if (exceptionPending(env)) return nullptr;
   const auto length = static_cast<jsize>(text.size());
   const jbyteArray dump = env->NewByteArray(length);
@@ -250,62 +272,54 @@ jbyteArray dumpMessage(JNIEnv* env, const JEnv& cache, jobject message, jlong ar
 using namespace oxli::jni;
 
 void replaceMsgFields(JNIEnv* env, ox_msg_t* msg, jobject message, SavedMsgFields* saved) {
-  const JEnv* const cache = JEnv::spInstance;
-  if (!cache) return;
-  if (msg->type == OX_MSG_DATA) {
-    replaceDataFields(env, *cache, *reinterpret_cast<ox_msg_data_t*>(msg), message, *saved);
-  } else if (msg->type == OX_MSG_STREAM_DATA) {
-    replaceStreamFields(env, *cache, *reinterpret_cast<ox_msg_streamdata_t*>(msg), message, *saved);
-  }
+  runWithClasses([&](JEnv& classes) {
+    if (!env || !msg || !message || !saved) return;
+    const bool isStreamData = msg->type == OX_MSG_STREAM_DATA;
+    const char* const firstStep =
+        isStreamData ? "replaceMsgFields getRef streamdata" : "replaceMsgFields getUserId";
+    if ((isStreamData || msg->type == OX_MSG_DATA) && reportIfPending(env, firstStep)) return;
+    replaceFields(env, classes, msg, message, *saved);
+  });
 }
 
 void restoreMsgFields(JNIEnv* env, ox_msg_t* msg, SavedMsgFields* saved) {
-  if (msg->type == OX_MSG_DATA) {
-    restoreDataFields(env, *reinterpret_cast<ox_msg_data_t*>(msg), *saved);
-  } else if (msg->type == OX_MSG_STREAM_DATA) {
-    restoreStreamFields(env, *reinterpret_cast<ox_msg_streamdata_t*>(msg), *saved);
-  }
+  if (env && msg && saved) restoreFields(env, msg, *saved);
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1msgnew(JNIEnv* env, jclass,
                                                                        jlong handle, jint keyType,
                                                                        jobject key, jobject scheme,
                                                                        jobjectArray out) {
-  return resultWithCache([&](JEnv& cache) -> jint {
-    const jclass keyClass = keyType == OX_KEY_NAME ? cache.string.cls : cache.integer.cls;
+  return resultWithClasses([&](JEnv& classes) -> jint {
+    const jclass keyClass = keyType == OX_KEY_NAME ? classes.string.cls : classes.integer.cls;
     if (!key || !env->IsInstanceOf(key, keyClass) || !out) return OX_ERR_INVALIDARGUMENT;
-    return newMessage(env, cache, fromHandle<ox_publisher_t>(handle), keyType, key, scheme, out);
+    return newMessage(env, classes, fromHandle<ox_publisher_t>(handle), keyType, key, scheme, out);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1post(JNIEnv* env, jclass,
                                                                      jlong handle, jobject message,
                                                                      jint flags) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     if (!message) return OX_ERR_INVALIDARGUMENT;
-    return postMessage(env, cache, fromHandle<ox_publisher_t>(handle), message, flags);
+    return postMessage(env, classes, fromHandle<ox_publisher_t>(handle), message, flags);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1msgdispose(JNIEnv* env, jclass,
                                                                            jlong handle, jlong ref,
                                                                            jobject message) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     if (!message) return OX_ERR_OK;
-    const jint createType = env->CallIntMethod(message, cache.message.getCreateType);
-    if (javaFailed(env, "Java_org_quendel_oxli_impl_OxliImpl_pub_1msgdispose getCreateType")) {
-      return OX_ERR_INTERNAL;
-    }
-    // Only what the gateway made is its to free.
-    if (createType != 0) return OX_ERR_INVALIDARGUMENT;
-    return ox_pub_msgfree(fromHandle<ox_publisher_t>(handle), fromHandle<ox_msg_t>(ref));
+    return disposeMessage(env, classes, fromHandle<ox_publisher_t>(handle),
+                          fromHandle<ox_msg_t>(ref), message);
   });
 }
 
 JNIEXPORT jbyteArray JNICALL Java_org_quendel_oxli_impl_OxliImpl_msg_1dump(JNIEnv* env, jclass,
                                                                            jobject message,
                                                                            jlong argument) {
-  return objectWithCache<jbyteArray>([&](JEnv& cache) -> jbyteArray {
-    return message ? dumpMessage(env, cache, message, argument) : nullptr;
+  return objectWithClasses<jbyteArray>([&](JEnv& classes) -> jbyteArray {
+    return message ? dumpMessage(env, classes, message, argument) : nullptr;
   });
 }

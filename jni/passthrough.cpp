@@ -1,12 +1,12 @@
-// Natives that only pass a call through to the gateway: texts, logging, decimals. They keep no
-// state and need no open environment.
+// Natives that only pass a call through to the gateway: strings, logging, decimals. They keep no
+// state and work while the environment is closed.
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "jni/base/boundary.h"
 #include "jni/base/failure.h"
-#include "jni/base/text.h"
+#include "jni/base/strings.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 #include "oxli.h"
 
@@ -14,24 +14,23 @@ namespace oxli::jni {
 
 namespace {
 
-// A null buffer counts as a null address.
+// Returns the address of a direct buffer; null for a null buffer.
 void* bufferAddress(JNIEnv* env, jobject buffer) {
   return buffer ? env->GetDirectBufferAddress(buffer) : nullptr;
 }
 
-jstring toJava(JNIEnv* env, const char* text, const char* step) {
-  if (!text) return nullptr;
-  const jstring string = env->NewStringUTF(text);
-  return notMade(env, string, step) ? nullptr : string;
+jstring toJava(JNIEnv* env, const char* chars, const char* step) {
+  if (reportIfPending(env, step)) return nullptr;
+  return LocalString(env, chars, step).detach();
 }
 
-jstring valueText(JNIEnv* env, jstring typeName, jobject data) {
-  constexpr char kStep[] = "Java_org_quendel_oxli_impl_OxliImpl_getstr";
+jstring renderValue(JNIEnv* env, jstring typeName, jobject data) {
+  constexpr char kStep[] = OXLI_STEP("getstr");
   char onStack[1024];
   std::size_t size = sizeof onStack;
   const void* const address = bufferAddress(env, data);
-  UtfChars name(env, typeName);
-  if (name.notTaken(kStep)) return nullptr;
+  UtfChars name(env, typeName, kStep);
+  if (!name.ok()) return nullptr;
 
   std::string larger;
   const char* rendered = onStack;
@@ -45,28 +44,27 @@ jstring valueText(JNIEnv* env, jstring typeName, jobject data) {
   return result == OX_ERR_OK ? toJava(env, rendered, kStep) : nullptr;
 }
 
-jint logText(JNIEnv* env, jstring text, int (*log)(const char*), const char* step) {
+jint logString(JNIEnv* env, jstring line, int (*log)(const char*), const char* step) {
   return atBoundary<jint>(OX_ERR_INTERNAL, [&]() -> jint {
-    if (!text) return OX_ERR_INVALIDARGUMENT;
-    const UtfChars chars(env, text);
-    if (chars.notTaken(step)) return OX_ERR_INTERNAL;
-    return log(chars.get());
+    if (!line) return OX_ERR_INVALIDARGUMENT;
+    const UtfChars chars(env, line, step);
+    return chars.ok() ? log(chars.get()) : OX_ERR_INTERNAL;
   });
 }
 
-jobject decimal(JNIEnv* env, jobject value) {
+jobject decodeDecimal(JNIEnv* env, jobject value) {
   std::int64_t mantissa = 0;
   std::int8_t scale = 0;
   if (ox_bcd_get(bufferAddress(env, value), &mantissa, &scale) != OX_ERR_OK) return nullptr;
 
   const jclass bigDecimal = env->FindClass("java/math/BigDecimal");
-  if (notMade(env, bigDecimal, "FindClass java/math/BigDecimal")) return nullptr;
+  if (reportIfNotMade(env, bigDecimal, "FindClass java/math/BigDecimal")) return nullptr;
   const jmethodID valueOf =
       env->GetStaticMethodID(bigDecimal, "valueOf", "(JI)Ljava/math/BigDecimal;");
-  if (notMade(env, valueOf, "FindMethod (JI)Ljava/math/BigDecimal")) return nullptr;
-  const jobject result = env->CallStaticObjectMethod(
+  if (reportIfNotMade(env, valueOf, "FindMethod (JI)Ljava/math/BigDecimal")) return nullptr;
+  const jobject decimal = env->CallStaticObjectMethod(
       bigDecimal, valueOf, static_cast<jlong>(mantissa), static_cast<jint>(scale));
-  return javaFailed(env, "CallStaticObjectMethod bigDecimal") ? nullptr : result;
+  return reportIfPending(env, "CallStaticObjectMethod bigDecimal") ? nullptr : decimal;
 }
 
 }  // namespace
@@ -77,39 +75,39 @@ using namespace oxli::jni;
 
 JNIEXPORT jstring JNICALL Java_org_quendel_oxli_impl_OxliImpl_getstr(JNIEnv* env, jclass,
                                                                      jstring name, jobject data) {
-  return atBoundary<jstring>(nullptr, [&] { return name ? valueText(env, name, data) : nullptr; });
+  return atBoundary<jstring>(nullptr,
+                             [&] { return name ? renderValue(env, name, data) : nullptr; });
 }
 
 JNIEXPORT jstring JNICALL Java_org_quendel_oxli_impl_OxliImpl_err_1getstr(JNIEnv* env, jclass,
                                                                           jint code) {
-  return atBoundary<jstring>(nullptr, [&] {
-    return toJava(env, ox_err_getstr(code), "Java_org_quendel_oxli_impl_OxliImpl_err_1getstr");
-  });
+  return atBoundary<jstring>(
+      nullptr, [&] { return toJava(env, ox_err_getstr(code), OXLI_STEP("err_1getstr")); });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1debugstr(JNIEnv* env, jclass,
-                                                                         jstring text) {
-  return logText(env, text, &ox_log_debugstr, "Java_org_quendel_oxli_impl_OxliImpl_log_1debugstr");
+                                                                         jstring line) {
+  return logString(env, line, &ox_log_debugstr, OXLI_STEP("log_1debugstr"));
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1tracestr(JNIEnv* env, jclass,
-                                                                         jstring text) {
-  return logText(env, text, &ox_log_tracestr, "Java_org_quendel_oxli_impl_OxliImpl_log_1tracestr");
+                                                                         jstring line) {
+  return logString(env, line, &ox_log_tracestr, OXLI_STEP("log_1tracestr"));
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1infostr(JNIEnv* env, jclass,
-                                                                        jstring text) {
-  return logText(env, text, &ox_log_infostr, "Java_org_quendel_oxli_impl_OxliImpl_log_1infostr");
+                                                                        jstring line) {
+  return logString(env, line, &ox_log_infostr, OXLI_STEP("log_1infostr"));
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1errorstr(JNIEnv* env, jclass,
-                                                                         jstring text) {
-  return logText(env, text, &ox_log_errorstr, "Java_org_quendel_oxli_impl_OxliImpl_log_1errorstr");
+                                                                         jstring line) {
+  return logString(env, line, &ox_log_errorstr, OXLI_STEP("log_1errorstr"));
 }
 
 JNIEXPORT jobject JNICALL Java_org_quendel_oxli_impl_OxliImpl_bcd_1get(JNIEnv* env, jclass,
                                                                        jobject value) {
-  return atBoundary<jobject>(nullptr, [&] { return decimal(env, value); });
+  return atBoundary<jobject>(nullptr, [&] { return decodeDecimal(env, value); });
 }
 
 JNIEXPORT jstring JNICALL Java_org_quendel_oxli_impl_OxliImpl_scheme_1getstr(JNIEnv* env, jclass) {

@@ -1,6 +1,6 @@
-// Every static object of the JNI layer, in the order of construction: within one file that order is
-// the language's promise, across files it is not. They die in the reverse order when the library is
-// unloaded; there is no environment then to release what is still registered.
+// Every static object of the JNI layer, in construction order: the language guarantees that order
+// within one file, not across files. They are destroyed in reverse order when the library is
+// unloaded, without a JNIEnv to release the records that are still registered.
 #include <memory>
 
 #include "jni/connection.h"

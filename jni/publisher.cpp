@@ -1,66 +1,93 @@
 #include "jni/publisher.h"
 
 #include <cstdint>
-#include <memory>
 
 #include "jni/base/failure.h"
-#include "jni/base/handles.h"
-#include "jni/base/locks.h"
-#include "jni/base/text.h"
+#include "jni/base/memory.h"
+#include "jni/base/out_params.h"
+#include "jni/base/strings.h"
 #include "jni/connection.h"
-#include "jni/jenv/with_cache.h"
+#include "jni/jenv/locks.h"
+#include "jni/jenv/with_classes.h"
 #include "jni/oxjni.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 
 namespace oxli::jni {
 
-namespace {
-
-// Drops the reference and frees the record; null is ignored.
-void retire(JNIEnv* env, PublisherData* record) {
-  if (!record) return;
-  record->jpub.drop(env);
-  delete record;
+void PublisherData::retire(JNIEnv* env) {
+  jpub.release(env);
+  delete this;
 }
 
-jint newPublisher(JNIEnv* env, JEnv& cache, ox_conn_t* conn, jstring settings, jobject ref,
+namespace {
+
+using NewPublisher = NewRecord<ox_publisher_t, PublisherData>;
+
+// Registers the record in place of an earlier one of the same handle, which is retired.
+void registerRecord(JNIEnv* env, NewPublisher& record, ox_publisher_t* pub)
+    REQUIRES(JEnv::spInstance->pubMutex) {
+  static_cast<void>(record.release());
+  PublisherData* const replaced = record.replaceIn(PublisherData::sPubMap, pub);
+  if (replaced) replaced->retire(env);
+}
+
+jint newPublisher(JNIEnv* env, JEnv& classes, ox_conn_t* conn, jstring settings, jobject ref,
                   jobject publisher) {
-  constexpr char kSetRef[] = "Java_org_quendel_oxli_impl_OxliImpl_pub_1new set obj ref";
-  const MutexLock lock(cache.pubMutex);
-  const UtfChars text(env, settings);
-  if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_pub_1new settings")) {
-    return OX_ERR_INTERNAL;
-  }
-  auto record = std::make_unique<PublisherData>();
-  Reservation<ox_publisher_t, PublisherData> entry(record.get());
+  constexpr char kSetRef[] = OXLI_STEP("pub_1new set obj ref");
+  const PubLock lock(classes);
+  const UtfChars chars(env, settings, OXLI_STEP("pub_1new settings"));
+  if (!chars.ok()) return OX_ERR_INTERNAL;
+  NewPublisher record(env);
 
   ox_publisher_t* pub = nullptr;
-  if (const int result = ox_pub_new(conn, text.get(), &pub)) return result;
+  if (const int result = ox_pub_new(conn, chars.get(), &pub)) return result;
   record->pub = pub;
-  if (!record->jpub.hold(env, publisher, kSetRef)) {
+  if (!record->jpub.acquire(env, publisher, kSetRef)) {
     ox_pub_destroy(pub);
     return OX_ERR_INTERNAL;
   }
-  static_cast<void>(record.release());
-  retire(env, entry.replaceIn(PublisherData::sPubMap, pub));
-  return setObjRef(env, cache, ref, toHandle(pub), kSetRef);
+  registerRecord(env, record, pub);
+  return setOutParam(env, ref, classes.objRef.set, toHandle(pub), kSetRef);
 }
 
-jobject wrapPublisher(JNIEnv* env, JEnv& cache, ox_publisher_t* pub) {
-  constexpr char kNewObject[] = "oxjni_pub_wrap new object";
-  if (exceptionPending(env)) return nullptr;
-  auto record = std::make_unique<PublisherData>();
-  Reservation<ox_publisher_t, PublisherData> entry(record.get());
-  LocalRef<jobject> publisher(
-      env, env->NewObject(cache.publisher.cls, cache.publisher.ctor, toHandle(pub)));
-  if (javaFailed(env, kNewObject) || !publisher.get()) return nullptr;
+jint openPublisher(JNIEnv* env, ox_publisher_t* pub, jstring settings) {
+  const UtfChars chars(env, settings, OXLI_STEP("pub_1open settings"));
+  return chars.ok() ? ox_pub_open(pub, chars.get()) : OX_ERR_INTERNAL;
+}
 
-  const MutexLock lock(cache.pubMutex);
+jint getPublisherState(JNIEnv* env, JEnv& classes, ox_publisher_t* pub, jobject state) {
+  std::int32_t value = 0;
+  if (const int result = ox_pub_getstate(pub, &value)) return result;
+  return setOutParam(env, state, classes.intRef.set, jint{value},
+                     OXLI_STEP("pub_1getstate set state"));
+}
+
+jint getPublisherScheme(JNIEnv* env, JEnv& classes, ox_publisher_t* pub, jobject ref) {
+  ox_scheme_desc_t* scheme = nullptr;
+  if (const int result = ox_pub_getscheme(pub, &scheme)) return result;
+  return setOutParam(env, ref, classes.objRef.set, toHandle(scheme),
+                     OXLI_STEP("pub_1getscheme set objref"));
+}
+
+jint destroyPublisher(JNIEnv* env, JEnv& classes, ox_publisher_t* pub) {
+  const PubLock lock(classes);
+  if (PublisherData* const record = remove(PublisherData::sPubMap, pub)) record->retire(env);
+  return ox_pub_destroy(pub);
+}
+
+jobject wrapPublisher(JNIEnv* env, JEnv& classes, ox_publisher_t* pub) {
+  constexpr char kNewObject[] = "oxjni_pub_wrap new object";
+  if (reportIfPending(env, kNewObject)) return nullptr;
+  NewPublisher record(env);
+  LocalRef<jobject> publisher(
+      env, env->NewObject(classes.publisher.cls, classes.publisher.ctor, toHandle(pub)));
+  if (reportIfPending(env, kNewObject) || !publisher.get()) return nullptr;
+
+  const PubLock lock(classes);
   record->pub = pub;
-  if (!record->jpub.hold(env, publisher.get(), kNewObject)) return nullptr;
-  static_cast<void>(record.release());
-  retire(env, entry.replaceIn(PublisherData::sPubMap, pub));
-  return publisher.release();
+  if (!record->jpub.acquire(env, publisher.get(), kNewObject)) return nullptr;
+  registerRecord(env, record, pub);
+  return publisher.detach();
 }
 
 }  // namespace
@@ -73,20 +100,17 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1new(JNIEnv* env,
                                                                     jlong connHandle,
                                                                     jstring settings, jobject ref,
                                                                     jobject publisher) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     const auto* const connData = fromHandle<ConnData>(connHandle);
     if (!settings || !connData || !ref) return OX_ERR_INVALIDARGUMENT;
-    return newPublisher(env, cache, connData->conn, settings, ref, publisher);
+    return newPublisher(env, classes, connData->conn, settings, ref, publisher);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1destroy(JNIEnv* env, jclass,
                                                                         jlong handle) {
-  return resultWithCache([&](JEnv& cache) -> jint {
-    auto* const pub = fromHandle<ox_publisher_t>(handle);
-    const MutexLock lock(cache.pubMutex);
-    retire(env, take(PublisherData::sPubMap, pub));
-    return ox_pub_destroy(pub);
+  return resultWithClasses([&](JEnv& classes) -> jint {
+    return destroyPublisher(env, classes, fromHandle<ox_publisher_t>(handle));
   });
 }
 
@@ -95,11 +119,7 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1open(JNIEnv* env
                                                                      jstring settings) {
   return atBoundary<jint>(OX_ERR_INTERNAL, [&]() -> jint {
     if (!settings) return OX_ERR_INVALIDARGUMENT;
-    const UtfChars text(env, settings);
-    if (text.notTaken("Java_org_quendel_oxli_impl_OxliImpl_pub_1open settings")) {
-      return OX_ERR_INTERNAL;
-    }
-    return ox_pub_open(fromHandle<ox_publisher_t>(handle), text.get());
+    return openPublisher(env, fromHandle<ox_publisher_t>(handle), settings);
   });
 }
 
@@ -112,28 +132,18 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1close(JNIEnv*, j
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1getstate(JNIEnv* env, jclass,
                                                                          jlong handle,
                                                                          jobject state) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     if (!state) return OX_ERR_INVALIDARGUMENT;
-    std::int32_t value = 0;
-    if (const int result = ox_pub_getstate(fromHandle<ox_publisher_t>(handle), &value)) {
-      return result;
-    }
-    return setIntRef(env, cache, state, value,
-                     "Java_org_quendel_oxli_impl_OxliImpl_pub_1getstate set state");
+    return getPublisherState(env, classes, fromHandle<ox_publisher_t>(handle), state);
   });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1getscheme(JNIEnv* env, jclass,
                                                                           jlong handle,
                                                                           jobject ref) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     if (!ref) return OX_ERR_INVALIDARGUMENT;
-    ox_scheme_desc_t* scheme = nullptr;
-    if (const int result = ox_pub_getscheme(fromHandle<ox_publisher_t>(handle), &scheme)) {
-      return result;
-    }
-    return setObjRef(env, cache, ref, toHandle(scheme),
-                     "Java_org_quendel_oxli_impl_OxliImpl_pub_1getscheme set objref");
+    return getPublisherScheme(env, classes, fromHandle<ox_publisher_t>(handle), ref);
   });
 }
 
@@ -143,12 +153,14 @@ JNIEXPORT jstring JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1getname(JNIEn
 }
 
 jobject oxjni_pub_wrap(JNIEnv* env, ox_publisher_t* pub) {
-  return objectWithCache([&](JEnv& cache) { return wrapPublisher(env, cache, pub); });
+  return objectWithClasses(
+      [&](JEnv& classes) { return env ? wrapPublisher(env, classes, pub) : nullptr; });
 }
 
 void oxjni_pub_unwrap(JNIEnv* env, ox_publisher_t* pub) {
-  doWithCache([&](JEnv& cache) {
-    const MutexLock lock(cache.pubMutex);
-    retire(env, take(PublisherData::sPubMap, pub));
+  runWithClasses([&](JEnv& classes) {
+    if (!env) return;
+    const PubLock lock(classes);
+    if (PublisherData* const record = remove(PublisherData::sPubMap, pub)) record->retire(env);
   });
 }

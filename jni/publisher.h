@@ -4,19 +4,23 @@
 #include <jni.h>
 
 #include "jni/base/references.h"
+#include "jni/base/thread_annotations.h"
+#include "jni/jenv/jenv.h"
 #include "jni/registry/registry.h"
 #include "oxli.h"
 
 namespace oxli::jni {
 
-// Keeps a gateway publisher's Java `Publisher` reachable while it is registered. Unlike the other
-// kinds, the Java handle is the gateway's publisher itself: no native needs the record.
+// Keeps the Java `Publisher` of a gateway publisher reachable while it is registered. Unlike with
+// the other kinds, the Java handle is the gateway publisher itself: no native needs the record.
 struct PublisherData {
-  ox_publisher_t* pub = nullptr;
-  HeldRef jpub;
+  // Releases the reference and deletes the record. REQUIRES: no registry entry leads here.
+  void retire(JNIEnv* env);
 
-  // Guarded by JEnv::pubMutex.
-  static Registry<ox_publisher_t, PublisherData> sPubMap;
+  ox_publisher_t* pub = nullptr;
+  GlobalRef jpub;
+
+  static Registry<ox_publisher_t, PublisherData> sPubMap GUARDED_BY(JEnv::spInstance->pubMutex);
 };
 
 }  // namespace oxli::jni

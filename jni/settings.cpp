@@ -2,50 +2,45 @@
 
 #include "jni/base/failure.h"
 #include "jni/base/references.h"
-#include "jni/base/text.h"
-#include "jni/jenv/with_cache.h"
+#include "jni/base/strings.h"
+#include "jni/jenv/with_classes.h"
 #include "org_quendel_oxli_ex_impl_OxliImplEx.h"
 #include "utils/properties.h"
+
+#define OXLI_PARSE_STEP(step) "Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse " step
 
 namespace oxli::jni {
 
 namespace {
 
-// False, after the line for `step`, when the element could not be made or stored.
-bool store(JNIEnv* env, jobjectArray array, jsize position, const std::string& text,
-           const char* step) {
-  const LocalRef<jstring> element(env, env->NewStringUTF(text.c_str()));
-  if (notMade(env, element.get(), step)) return false;
-  env->SetObjectArrayElement(array, position, element.get());
-  return !javaFailed(env, step);
+// Stores a new string in the array. Returns false, after the line for `step`, if that fails.
+bool setString(JNIEnv* env, jobjectArray array, jsize position, const std::string& chars,
+               const char* step) {
+  const LocalString string(env, chars.c_str(), step);
+  if (!string.ok()) return false;
+  env->SetObjectArrayElement(array, position, string.get());
+  return !reportIfPending(env, step);
 }
 
-jobjectArray parseSettings(JNIEnv* env, const JEnv& cache, jstring settings) {
-  UtfChars chars(env, settings);
-  if (chars.notTaken("Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse settings")) {
-    return nullptr;
-  }
-  const std::string text = chars.get();
+jobjectArray parseSettings(JNIEnv* env, const JEnv& classes, jstring settings) {
+  UtfChars chars(env, settings, OXLI_PARSE_STEP("settings"));
+  if (!chars.ok()) return nullptr;
+  const std::string copy = chars.get();
   chars.release();
   oxutils::Properties pairs;
-  if (!pairs.parse(text)) return nullptr;
+  if (!pairs.parse(copy)) return nullptr;
 
   LocalRef<jobjectArray> array(
-      env, env->NewObjectArray(static_cast<jsize>(2 * pairs.size()), cache.string.cls, nullptr));
-  if (notMade(env, array.get(),
-              "Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse new String Array")) {
-    return nullptr;
-  }
+      env, env->NewObjectArray(static_cast<jsize>(2 * pairs.size()), classes.string.cls, nullptr));
+  if (reportIfNotMade(env, array.get(), OXLI_PARSE_STEP("new String Array"))) return nullptr;
   jsize position = 0;
   for (const auto& [key, value] : pairs) {
-    if (!store(env, array.get(), position++, key,
-               "Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse set string elm key") ||
-        !store(env, array.get(), position++, value,
-               "Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse set string elm val")) {
+    if (!setString(env, array.get(), position++, key, OXLI_PARSE_STEP("set string elm key")) ||
+        !setString(env, array.get(), position++, value, OXLI_PARSE_STEP("set string elm val"))) {
       return nullptr;
     }
   }
-  return array.release();
+  return array.detach();
 }
 
 }  // namespace
@@ -56,6 +51,6 @@ using namespace oxli::jni;
 
 JNIEXPORT jobjectArray JNICALL
 Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(JNIEnv* env, jclass, jstring settings) {
-  return objectWithCache<jobjectArray>(
-      [&](JEnv& cache) { return settings ? parseSettings(env, cache, settings) : nullptr; });
+  return objectWithClasses<jobjectArray>(
+      [&](JEnv& classes) { return settings ? parseSettings(env, classes, settings) : nullptr; });
 }

@@ -6,31 +6,48 @@
 #include <memory>
 
 #include "jni/base/failure.h"
-#include "jni/base/handles.h"
-#include "jni/base/load.h"
-#include "jni/base/locks.h"
-#include "jni/jenv/with_cache.h"
+#include "jni/base/memory.h"
+#include "jni/base/out_params.h"
+#include "jni/jenv/locks.h"
+#include "jni/jenv/with_classes.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 
 namespace oxli::jni {
 
+void ZBlockData::unbind(JNIEnv* env) {
+  jzblock.release(env);
+  jbuffer.release(env);
+  static_cast<void>(remove(sZBlockMap, zblock));
+  if (owned) delete zblock;
+  zblock = nullptr;
+  owned = false;
+}
+
+void ZBlockData::retire(JNIEnv* env) {
+  unbind(env);
+  delete this;
+}
+
 namespace {
 
-constexpr char kSetZBlock[] = "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set zblock";
+using NewZBlock = NewRecord<ox_zblock_t, ZBlockData>;
 
-// The memory behind a Java buffer; none for a null buffer and for one that is not direct.
+constexpr char kSetZBlock[] = OXLI_STEP("zblock_1wrap set zblock");
+
+// The memory of a direct Java buffer; none for a null buffer and for one that is not direct.
 struct DirectMemory {
   DirectMemory(JNIEnv* env, jobject buffer)
       : size(buffer ? env->GetDirectBufferCapacity(buffer) : -1),
         address(size < 0 ? nullptr : static_cast<char*>(env->GetDirectBufferAddress(buffer))) {}
 
-  bool isThere() const { return size >= 0; }
+  bool isPresent() const { return size >= 0; }
 
-  // The descriptor's place in a payload; null when it would not lie inside.
-  void* descriptorAt(jlong offset) const {
+  // Returns the address of the descriptor at the offset of a payload; null if it would not lie
+  // inside.
+  ox_zblock_t* descriptorAt(jlong offset) const {
     constexpr jlong kSize = sizeof(ox_zblock_t);
-    return address && offset >= 0 && size >= kSize && offset <= size - kSize ? address + offset
-                                                                             : nullptr;
+    const bool inside = address && offset >= 0 && size >= kSize && offset <= size - kSize;
+    return inside ? reinterpret_cast<ox_zblock_t*>(address + offset) : nullptr;
   }
 
   jlong size;  // bytes, or -1
@@ -38,110 +55,106 @@ struct DirectMemory {
 };
 
 ox_zblock_t descriptorOf(const DirectMemory& block) {
-  // A Java buffer is never longer than its `int` says.
+  // The capacity of a Java buffer is an int.
   return {static_cast<std::uint32_t>(block.size), block.address};
 }
 
-// Whether the block can be a Java buffer.
+// Returns whether a Java buffer can be made over the block.
 bool isReadable(const ox_zblock_t& block) {
   return block.size <= std::uint32_t{std::numeric_limits<jint>::max()} &&
          (block.ptr || block.size == 0);
 }
 
-// Ends what the record binds; the record itself can be bound anew.
-void releaseZBlockData(JNIEnv* env, ZBlockData& record) {
-  record.jzblock.drop(env);
-  record.jbuffer.drop(env);
-  static_cast<void>(take(ZBlockData::sZBlockMap, record.zblock));
-  if (record.owned) delete record.zblock;
-  record.zblock = nullptr;
-  record.owned = false;
-}
-
-// Binds a record anew. False, after the line for `step` and with the record released, when a
-// reference could not be made.
+// Binds an unbound record. Returns false, after the line for `step` and with the record unbound, if
+// a reference cannot be made.
 bool bind(JNIEnv* env, ZBlockData& record, ox_zblock_t* descriptor, jobject zblock, jobject buffer,
-          const char* step) {
-  releaseZBlockData(env, record);
+          const char* step) REQUIRES(JEnv::spInstance->zblockMutex) {
   record.zblock = descriptor;
-  if (record.jzblock.hold(env, zblock, step) && record.jbuffer.hold(env, buffer, step)) return true;
-  releaseZBlockData(env, record);
+  if (record.jzblock.acquire(env, zblock, step) && record.jbuffer.acquire(env, buffer, step)) {
+    return true;
+  }
+  record.unbind(env);
   return false;
 }
 
-jint newBlock(JNIEnv* env, JEnv& cache, jobject holder, jobject buffer, jobject zblock) {
-  constexpr char kSetRef[] = "Java_org_quendel_oxli_impl_OxliImpl_zblock_1new set ref";
-  const MutexLock lock(cache.zblockMutex);
+jint newBlock(JNIEnv* env, JEnv& classes, jobject holder, jobject buffer, jobject zblock) {
+  constexpr char kSetRef[] = OXLI_STEP("zblock_1new set ref");
+  const ZBlockLock lock(classes);
   const DirectMemory block(env, buffer);
-  if (!block.isThere()) return OX_ERR_INVALIDARGUMENT;
-  auto record = std::make_unique<ZBlockData>();
+  if (!block.isPresent()) return OX_ERR_INVALIDARGUMENT;
+  NewZBlock record(env);
   auto descriptor = std::make_unique<ox_zblock_t>(descriptorOf(block));
-  Reservation<ox_zblock_t, ZBlockData> entry(record.get());
-  if (!bind(env, *record, descriptor.get(), zblock, buffer, kSetRef)) return OX_ERR_INTERNAL;
-
-  ZBlockData* const bound = record.release();
-  bound->owned = true;
-  entry.insertInto(ZBlockData::sZBlockMap, descriptor.release());
-  return setObjRef(env, cache, holder, toHandle(bound), kSetRef);
+  if (!bind(env, *record.get(), descriptor.get(), zblock, buffer, kSetRef)) return OX_ERR_INTERNAL;
+  record->owned = true;
+  record.insertInto(ZBlockData::sZBlockMap, descriptor.release());
+  return setOutParam(env, holder, classes.objRef.set, toHandle(record.release()), kSetRef);
 }
 
 jobject newBuffer(JNIEnv* env, const ox_zblock_t& block) {
-  // A buffer wants an address even when it is empty.
-  static char nowhere;
-  return env->NewDirectByteBuffer(block.ptr ? block.ptr : &nowhere, block.size);
+  // An empty buffer has an address, too.
+  static char empty;
+  return env->NewDirectByteBuffer(block.ptr ? block.ptr : &empty, block.size);
 }
 
-// Gives the Java `ZBlock` its bytes; null for none, and when there is no memory for the buffer.
-void setData(JNIEnv* env, const JEnv& cache, jobject zblock, const ox_zblock_t* block) {
-  constexpr char kSetData[] = "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap set data";
+// Gives the Java `ZBlock` a buffer over the block; null if there is no block, or no buffer can be
+// made.
+void setData(JNIEnv* env, const JEnv& classes, jobject zblock, const ox_zblock_t* block) {
+  constexpr char kSetData[] = OXLI_STEP("zblock_1wrap set data");
   if (!zblock || exceptionPending(env)) return;
   const LocalRef<jobject> data(env, block ? newBuffer(env, *block) : nullptr);
-  if (block && notMade(env, data.get(), kSetData) && exceptionPending(env)) return;
-  env->CallVoidMethod(zblock, cache.zBlock.setData, data.get());
-  static_cast<void>(javaFailed(env, kSetData));
+  if (block && reportIfNull(data.get(), kSetData) && exceptionPending(env)) return;
+  env->CallVoidMethod(zblock, classes.zBlock.setData, data.get());
+  static_cast<void>(reportIfPending(env, kSetData));
 }
 
-// The record of the holder's handle, or a new one; null when Java failed.
-ZBlockData* recordFor(JNIEnv* env, const JEnv& cache, jobject holder, jlong handle,
-                      ox_zblock_t* descriptor) {
-  if (auto* const bound = fromHandle<ZBlockData>(handle)) return bound;
-  auto record = std::make_unique<ZBlockData>();
-  Reservation<ox_zblock_t, ZBlockData> entry(record.get());
-  env->CallVoidMethod(holder, cache.objRef.set, toHandle(record.get()));
-  if (javaFailed(env, kSetZBlock)) return nullptr;
-  entry.insertInto(ZBlockData::sZBlockMap, descriptor);
+// Returns a new record whose handle the holder has received, registered under the descriptor; null
+// if the holder throws.
+ZBlockData* newBinding(JNIEnv* env, const JEnv& classes, jobject holder, ox_zblock_t* descriptor)
+    REQUIRES(JEnv::spInstance->zblockMutex) {
+  NewZBlock record(env);
+  env->CallVoidMethod(holder, classes.objRef.set, toHandle(record.get()));
+  if (reportIfPending(env, kSetZBlock)) return nullptr;
+  record.insertInto(ZBlockData::sZBlockMap, descriptor);
   return record.release();
 }
 
-void wrapBlock(JNIEnv* env, JEnv& cache, jobject payload, jobject holder, jobject zblock,
+void wrapBlock(JNIEnv* env, JEnv& classes, jobject payload, jobject holder, jobject zblock,
                jlong offset) {
-  void* const place = holder ? DirectMemory(env, payload).descriptorAt(offset) : nullptr;
-  if (!place) return setData(env, cache, zblock, nullptr);
-  const jlong handle = env->CallLongMethod(holder, cache.message.getRef);
-  if (javaFailed(env, "Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap get ref")) return;
+  if (!holder) return setData(env, classes, zblock, nullptr);
+  const DirectMemory memory(env, payload);
+  const jlong handle = env->CallLongMethod(holder, classes.message.getRef);
+  if (reportIfPending(env, OXLI_STEP("zblock_1wrap get ref"))) return;
 
-  const MutexLock lock(cache.zblockMutex);
-  const auto block = load<ox_zblock_t>(place);
-  if (!isReadable(block)) return setData(env, cache, zblock, nullptr);
-  auto* const descriptor = static_cast<ox_zblock_t*>(place);
-  ZBlockData* const record = recordFor(env, cache, holder, handle, descriptor);
+  const ZBlockLock lock(classes);
+  auto* record = fromHandle<ZBlockData>(handle);
+  // Before the new descriptor is looked at: whatever it is, the binding must not stay with the
+  // message that it was found in.
+  if (record) record->unbind(env);
+  ox_zblock_t* const descriptor = memory.descriptorAt(offset);
+  const auto block = descriptor ? load<ox_zblock_t>(descriptor) : ox_zblock_t{};
+  if (!descriptor || !isReadable(block)) return setData(env, classes, zblock, nullptr);
+  if (!record) record = newBinding(env, classes, holder, descriptor);
   if (!record) return;
   const bool bound = bind(env, *record, descriptor, zblock, payload, kSetZBlock);
-  setData(env, cache, zblock, bound ? &block : nullptr);
+  setData(env, classes, zblock, bound ? &block : nullptr);
 }
 
-jint rebindBlock(JNIEnv* env, JEnv& cache, jobject buffer, ZBlockData* record) {
-  const MutexLock lock(cache.zblockMutex);
+jint rebindBlock(JNIEnv* env, JEnv& classes, jobject buffer, ZBlockData* record) {
+  const ZBlockLock lock(classes);
   const DirectMemory block(env, buffer);
   if (!record || !record->zblock) return OX_ERR_INTERNAL;
-  if (!block.isThere()) return OX_ERR_INVALIDARGUMENT;
-  HeldRef held;
-  if (!held.hold(env, buffer, "Java_org_quendel_oxli_impl_OxliImpl_zblock_1rebind buffer")) {
-    return OX_ERR_INTERNAL;
-  }
+  if (!block.isPresent()) return OX_ERR_INVALIDARGUMENT;
+  GlobalRef replaced;
+  if (!replaced.acquire(env, buffer, OXLI_STEP("zblock_1rebind buffer"))) return OX_ERR_INTERNAL;
   *record->zblock = descriptorOf(block);
-  record->jbuffer.swap(held);
-  held.drop(env);
+  record->jbuffer.swap(replaced);
+  replaced.release(env);
+  return OX_ERR_OK;
+}
+
+jint destroyBlock(JNIEnv* env, JEnv& classes, ZBlockData* record) {
+  const ZBlockLock lock(classes);
+  if (record) record->retire(env);
   return OX_ERR_OK;
 }
 
@@ -155,15 +168,15 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1new(JNIEnv* e
                                                                        jobject holder,
                                                                        jobject buffer,
                                                                        jobject zblock) {
-  return resultWithCache([&](JEnv& cache) -> jint {
+  return resultWithClasses([&](JEnv& classes) -> jint {
     if (!holder) return OX_ERR_INVALIDARGUMENT;
-    return newBlock(env, cache, holder, buffer, zblock);
+    return newBlock(env, classes, holder, buffer, zblock);
   });
 }
 
 JNIEXPORT void JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap(
     JNIEnv* env, jclass, jobject payload, jobject holder, jobject zblock, jlong offset) {
-  doWithCache([&](JEnv& cache) { wrapBlock(env, cache, payload, holder, zblock, offset); });
+  runWithClasses([&](JEnv& classes) { wrapBlock(env, classes, payload, holder, zblock, offset); });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1unwrap(JNIEnv* env, jclass,
@@ -171,27 +184,25 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1unwrap(JNIEnv
                                                                           jlong handle,
                                                                           jlong offset) {
   const auto* const record = fromHandle<ZBlockData>(handle);
-  void* const place =
+  ox_zblock_t* const destination =
       record && record->zblock ? DirectMemory(env, payload).descriptorAt(offset) : nullptr;
-  if (!place) return -1;
-  // The descriptor may be the one at that very place.
-  std::memmove(place, record->zblock, sizeof(ox_zblock_t));
+  if (!destination) return -1;
+  // They may overlap: the descriptor of a wrapped block lies in a payload.
+  std::memmove(destination, record->zblock, sizeof(ox_zblock_t));
   return 0;
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1rebind(JNIEnv* env, jclass,
                                                                           jobject buffer,
                                                                           jlong handle) {
-  return resultWithCache(
-      [&](JEnv& cache) { return rebindBlock(env, cache, buffer, fromHandle<ZBlockData>(handle)); });
+  return resultWithClasses([&](JEnv& classes) {
+    return rebindBlock(env, classes, buffer, fromHandle<ZBlockData>(handle));
+  });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1destroy(JNIEnv* env, jclass,
                                                                            jlong handle) {
-  return resultWithCache([&](JEnv& cache) -> jint {
-    const MutexLock lock(cache.zblockMutex);
-    const std::unique_ptr<ZBlockData> record(fromHandle<ZBlockData>(handle));
-    if (record) releaseZBlockData(env, *record);
-    return OX_ERR_OK;
+  return resultWithClasses([&](JEnv& classes) -> jint {
+    return destroyBlock(env, classes, fromHandle<ZBlockData>(handle));
   });
 }

@@ -1,3 +1,5 @@
+// Keeps C++ exceptions inside the library: neither the virtual machine nor the gateway library can
+// be unwound through.
 #ifndef OXLI_JNI_BASE_BOUNDARY_H
 #define OXLI_JNI_BASE_BOUNDARY_H
 
@@ -5,15 +7,25 @@
 
 namespace oxli::jni {
 
-// The edge of the library: natives, exported functions and callbacks run what may throw through
-// this, because neither the virtual machine nor the gateway can be unwound through. What the body
-// held has been released when `onUnwind` is returned.
+// Returns the result of `body`, or `onUnwind` if it throws. Every native, exported function and
+// callback runs its body through this. What the body has acquired is released by its destructors
+// before this returns.
 template <class Result, class Body>
 Result atBoundary(Result onUnwind, Body&& body) noexcept {
   try {
     return std::forward<Body>(body)();
   } catch (...) {
     return onUnwind;
+  }
+}
+
+// The same for a body without a result.
+template <class Body>
+void atBoundary(Body&& body) noexcept {
+  try {
+    std::forward<Body>(body)();
+  } catch (...) {
+    return;
   }
 }
 

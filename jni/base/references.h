@@ -1,5 +1,5 @@
-// Who owns a Java reference is written in its type: HeldRef is a global reference of a record or
-// cache, LocalRef a local one that ends with its scope, a plain `jobject` is borrowed.
+// Java references whose type says who owns them: GlobalRef is owned by a record or cache, LocalRef
+// by its scope. A plain `jobject` is borrowed for the duration of a call.
 #ifndef OXLI_JNI_BASE_REFERENCES_H
 #define OXLI_JNI_BASE_REFERENCES_H
 
@@ -11,33 +11,31 @@
 
 namespace oxli::jni {
 
-// A global reference, or null. Holds until drop(): the destructor deletes nothing, because records
-// that are still registered when the process ends have no environment to delete with.
-class HeldRef {
+// Owns a global reference, or nothing. The destructor deletes nothing, because records that are
+// still registered when the process ends have no JNIEnv to delete with: call release() before.
+class GlobalRef {
  public:
-  HeldRef() = default;
-  HeldRef(const HeldRef&) = delete;
-  HeldRef& operator=(const HeldRef&) = delete;
+  GlobalRef() = default;
+  GlobalRef(const GlobalRef&) = delete;
+  GlobalRef& operator=(const GlobalRef&) = delete;
 
-  // False, after the line for `step`, when an exception was pending or the reference could not be
-  // made. A null `object` is held
-  // as null. REQUIRES: nothing is held.
-  [[nodiscard]] bool hold(JNIEnv* env, jobject object, const char* step) {
-    // A callback of the gateway's may have thrown in the call before.
-    if (javaFailed(env, step)) return false;
+  // Makes a global reference to `object`; none if it is null. Returns false, after the line for
+  // `step`, if an exception is pending or the reference cannot be made.
+  // REQUIRES: this object owns nothing.
+  [[nodiscard]] bool acquire(JNIEnv* env, jobject object, const char* step) {
+    if (reportIfPending(env, step)) return false;
     if (!object) return true;
     ref_ = env->NewGlobalRef(object);
-    return !notMade(env, ref_, step);
+    return !reportIfNull(ref_, step);
   }
 
-  // Legal with an exception pending.
-  void drop(JNIEnv* env) {
-    // Emptied first: whoever looks meanwhile must not find a deleted reference.
+  // Deletes the reference. Legal with an exception pending.
+  void release(JNIEnv* env) {
+    // Cleared first, so that no callback finds a deleted reference.
     if (const jobject ref = std::exchange(ref_, nullptr)) env->DeleteGlobalRef(ref);
   }
 
-  // Holds what `other` holds from now on, and the other way round.
-  void swap(HeldRef& other) noexcept { std::swap(ref_, other.ref_); }
+  void swap(GlobalRef& other) noexcept { std::swap(ref_, other.ref_); }
 
   jobject get() const { return ref_; }
 
@@ -45,8 +43,8 @@ class HeldRef {
   jobject ref_ = nullptr;
 };
 
-// A local reference that is deleted at the end of the scope, so that a long gateway call leaves
-// none behind:
+// Owns a local reference, or null, and deletes it at the end of the scope, so that a gateway call
+// that delivers many messages leaves none behind:
 //
 //   const LocalRef<jobject> scheme(env, env->CallObjectMethod(listener, getScheme));
 template <class T>
@@ -60,10 +58,10 @@ class LocalRef {
   }
 
   T get() const { return ref_; }
-  // REQUIRES: nothing is referred to.
-  void reset(T ref) { ref_ = ref; }
-  // Hands the reference to the caller's frame.
-  T release() { return std::exchange(ref_, nullptr); }
+  // REQUIRES: this object owns null.
+  void set(T ref) { ref_ = ref; }
+  // Transfers the reference to the caller.
+  T detach() { return std::exchange(ref_, nullptr); }
 
  private:
   JNIEnv* env_;

@@ -19,8 +19,8 @@ struct MethodRow {
   Kind kind = Kind::kInstance;
 };
 
-bool loadClass(JNIEnv* env, std::vector<jclass>& refs, jclass& cls, const char* name) {
-  // Room first, so that no reference exists that the list does not own.
+bool resolveClass(JNIEnv* env, std::vector<jclass>& refs, jclass& cls, const char* name) {
+  // Before the reference is made, so that the vector owns every reference that exists.
   refs.reserve(refs.size() + 1);
   const LocalRef<jclass> found(env, env->FindClass(name));
   if (found.get()) cls = static_cast<jclass>(env->NewGlobalRef(found.get()));
@@ -32,8 +32,8 @@ bool loadClass(JNIEnv* env, std::vector<jclass>& refs, jclass& cls, const char* 
   return true;
 }
 
-bool loadMethod(JNIEnv* env, jclass cls, jmethodID& id, const char* name, const char* signature,
-                Kind kind) {
+bool resolveMethod(JNIEnv* env, jclass cls, jmethodID& id, const char* name, const char* signature,
+                   Kind kind) {
   const bool isStatic = kind == Kind::kStatic;
   id = isStatic ? env->GetStaticMethodID(cls, name, signature)
                 : env->GetMethodID(cls, name, signature);
@@ -44,11 +44,12 @@ bool loadMethod(JNIEnv* env, jclass cls, jmethodID& id, const char* name, const 
 }
 
 template <class Block, std::size_t N>
-bool load(JNIEnv* env, std::vector<jclass>& refs, Block& block, const char* className,
-          const MethodRow<Block> (&rows)[N]) {
-  if (!loadClass(env, refs, block.cls, className)) return false;
+bool resolve(JNIEnv* env, std::vector<jclass>& refs, Block& block, const char* className,
+             const MethodRow<Block> (&rows)[N]) {
+  if (!resolveClass(env, refs, block.cls, className)) return false;
   for (const MethodRow<Block>& row : rows) {
-    if (!loadMethod(env, block.cls, block.*row.id, row.name, row.signature, row.kind)) return false;
+    if (!resolveMethod(env, block.cls, block.*row.id, row.name, row.signature, row.kind))
+      return false;
   }
   return true;
 }
@@ -73,7 +74,7 @@ JEnv::~JEnv() {
 }
 
 bool JEnv::init(JNIEnv* env) {
-  // A line for each block, in the order of the lookups.
+  // One line for each block, in lookup order.
   // clang-format off
   return string.init(env, classRefs)
       && integer.init(env, classRefs)
@@ -117,42 +118,42 @@ void JEnv::done(JNIEnv* env) {
 }
 
 bool JEnv::class_String::init(JNIEnv* env, std::vector<jclass>& refs) {
-  return loadClass(env, refs, cls, "java/lang/String");
+  return resolveClass(env, refs, cls, "java/lang/String");
 }
 
 bool JEnv::class_Integer::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_Integer> kRows[] = {
       {&class_Integer::intValue, "intValue", "()I"},
   };
-  return load(env, refs, *this, "java/lang/Integer", kRows);
+  return resolve(env, refs, *this, "java/lang/Integer", kRows);
 }
 
 bool JEnv::class_IntRef::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_IntRef> kRows[] = {
       {&class_IntRef::set, "set", "(I)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/impl/IntRef", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/impl/IntRef", kRows);
 }
 
 bool JEnv::class_ObjRef::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_ObjRef> kRows[] = {
       {&class_ObjRef::set, "set", "(J)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/impl/ObjRef", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/impl/ObjRef", kRows);
 }
 
 bool JEnv::class_ByteBuffer::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_ByteBuffer> kRows[] = {
       {&class_ByteBuffer::order, "order", "(Ljava/nio/ByteOrder;)Ljava/nio/ByteBuffer;"},
   };
-  return load(env, refs, *this, "java/nio/ByteBuffer", kRows);
+  return resolve(env, refs, *this, "java/nio/ByteBuffer", kRows);
 }
 
 bool JEnv::class_ByteOrder::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_ByteOrder> kRows[] = {
       {&class_ByteOrder::nativeOrder, "nativeOrder", "()Ljava/nio/ByteOrder;", Kind::kStatic},
   };
-  return load(env, refs, *this, "java/nio/ByteOrder", kRows);
+  return resolve(env, refs, *this, "java/nio/ByteOrder", kRows);
 }
 
 bool JEnv::class_Message::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -167,14 +168,14 @@ bool JEnv::class_Message::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_Message::getCreateType, "getCreateType", "()I"},
       {&class_Message::setAllocCreateType, "setAllocCreateType", "()V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/Message", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/Message", kRows);
 }
 
 bool JEnv::class_OpenMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_OpenMessage> kRows[] = {
       {&class_OpenMessage::ctor, "<init>", "()V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/OpenMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/OpenMessage", kRows);
 }
 
 bool JEnv::class_CloseMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -182,7 +183,7 @@ bool JEnv::class_CloseMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_CloseMessage::ctor, "<init>", "()V"},
       {&class_CloseMessage::setReason, "setReason", "(I)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/CloseMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/CloseMessage", kRows);
 }
 
 bool JEnv::class_ParseErrorMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -191,7 +192,7 @@ bool JEnv::class_ParseErrorMessage::init(JNIEnv* env, std::vector<jclass>& refs)
        "(IILjava/lang/String;Lorg/quendel/oxli/Scheme;)V"},
       {&class_ParseErrorMessage::setError, "setError", "(I)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/ParseErrorMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/ParseErrorMessage", kRows);
 }
 
 bool JEnv::class_TimeMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -199,7 +200,7 @@ bool JEnv::class_TimeMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_TimeMessage::ctor, "<init>", "()V"},
       {&class_TimeMessage::setTime, "setTime", "(J)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/TimeMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/TimeMessage", kRows);
 }
 
 bool JEnv::class_DataMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -217,7 +218,7 @@ bool JEnv::class_DataMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_DataMessage::getRefMessage, "getRefMessage",
        "()Lorg/quendel/oxli/messages/DataMessage;"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/DataMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/DataMessage", kRows);
 }
 
 bool JEnv::class_StreamDataMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -234,28 +235,28 @@ bool JEnv::class_StreamDataMessage::init(JNIEnv* env, std::vector<jclass>& refs)
       {&class_StreamDataMessage::getUserId, "getUserId", "()J"},
       {&class_StreamDataMessage::getNulls, "getNulls", "()[Z"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/StreamDataMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/StreamDataMessage", kRows);
 }
 
 bool JEnv::class_AbstractDataMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_AbstractDataMessage> kRows[] = {
       {&class_AbstractDataMessage::getScheme, "getScheme", "()Lorg/quendel/oxli/Scheme;"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/AbstractDataMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/AbstractDataMessage", kRows);
 }
 
 bool JEnv::class_TnBeginMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_TnBeginMessage> kRows[] = {
       {&class_TnBeginMessage::ctor, "<init>", "()V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/TnBeginMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/TnBeginMessage", kRows);
 }
 
 bool JEnv::class_TnCommitMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_TnCommitMessage> kRows[] = {
       {&class_TnCommitMessage::ctor, "<init>", "()V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/TnCommitMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/TnCommitMessage", kRows);
 }
 
 bool JEnv::class_ZrMQTimeoutMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -263,7 +264,7 @@ bool JEnv::class_ZrMQTimeoutMessage::init(JNIEnv* env, std::vector<jclass>& refs
       {&class_ZrMQTimeoutMessage::ctor, "<init>", "()V"},
       {&class_ZrMQTimeoutMessage::setUserId, "setUserId", "(I)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/ZrMqTimeOutMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/ZrMqTimeOutMessage", kRows);
 }
 
 bool JEnv::class_ZrReplLifeNumMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -272,14 +273,14 @@ bool JEnv::class_ZrReplLifeNumMessage::init(JNIEnv* env, std::vector<jclass>& re
       {&class_ZrReplLifeNumMessage::setLifenum, "setLifenum", "(J)V"},
       {&class_ZrReplLifeNumMessage::setFlags, "setFlags", "(J)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/ZrReplLifeNumMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/ZrReplLifeNumMessage", kRows);
 }
 
 bool JEnv::class_ZrReplOnlineMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_ZrReplOnlineMessage> kRows[] = {
       {&class_ZrReplOnlineMessage::ctor, "<init>", "()V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/ZrReplOnlineMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/ZrReplOnlineMessage", kRows);
 }
 
 bool JEnv::class_ZrReplClearDeletedMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -288,7 +289,7 @@ bool JEnv::class_ZrReplClearDeletedMessage::init(JNIEnv* env, std::vector<jclass
       {&class_ZrReplClearDeletedMessage::setTableIdx, "setTableIdx", "(I)V"},
       {&class_ZrReplClearDeletedMessage::setTableRev, "setTableRev", "(J)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/ZrReplClearDeletedMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/ZrReplClearDeletedMessage", kRows);
 }
 
 bool JEnv::class_ZrReplStateMessage::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -296,7 +297,7 @@ bool JEnv::class_ZrReplStateMessage::init(JNIEnv* env, std::vector<jclass>& refs
       {&class_ZrReplStateMessage::ctor, "<init>", "()V"},
       {&class_ZrReplStateMessage::setReplState, "setReplState", "(Ljava/lang/String;)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/messages/ZrReplStateMessage", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/messages/ZrReplStateMessage", kRows);
 }
 
 bool JEnv::class_Scheme::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -306,7 +307,7 @@ bool JEnv::class_Scheme::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_Scheme::setFeatures, "setFeatures", "(J)V"},
       {&class_Scheme::setMessages, "setMessages", "([Lorg/quendel/oxli/MessageDesc;)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/Scheme", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/Scheme", kRows);
 }
 
 bool JEnv::class_Subscriber::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -315,21 +316,21 @@ bool JEnv::class_Subscriber::init(JNIEnv* env, std::vector<jclass>& refs) {
        "(Lorg/quendel/oxli/Connection;Lorg/quendel/oxli/Listener;Lorg/quendel/oxli/messages/"
        "Message;)I"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/ISubscriber", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/ISubscriber", kRows);
 }
 
 bool JEnv::class_ExitEventSubscriber::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_ExitEventSubscriber> kRows[] = {
       {&class_ExitEventSubscriber::onExitEvent, "onExitEvent", "()V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/IExitEventHandler", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/IExitEventHandler", kRows);
 }
 
 bool JEnv::class_Connection::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_Connection> kRows[] = {
       {&class_Connection::ctor, "<init>", "(J)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/Connection", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/Connection", kRows);
 }
 
 bool JEnv::class_ZBlock::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -337,14 +338,14 @@ bool JEnv::class_ZBlock::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_ZBlock::ctor, "<init>", "(J)V"},
       {&class_ZBlock::setData, "setData", "(Ljava/nio/ByteBuffer;)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/ZBlock", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/ZBlock", kRows);
 }
 
 bool JEnv::class_Publisher::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_Publisher> kRows[] = {
       {&class_Publisher::ctor, "<init>", "(J)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/Publisher", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/Publisher", kRows);
 }
 
 bool JEnv::class_Listener::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -352,7 +353,7 @@ bool JEnv::class_Listener::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_Listener::ctor, "<init>", "(J)V"},
       {&class_Listener::getScheme, "getScheme", "()Lorg/quendel/oxli/Scheme;"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/Listener", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/Listener", kRows);
 }
 
 bool JEnv::class_MessageDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -361,7 +362,7 @@ bool JEnv::class_MessageDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
        "(JLjava/lang/String;Ljava/lang/String;[Ljava/lang/String;[Lorg/quendel/oxli/"
        "FieldDesc;[Lorg/quendel/oxli/IndexDesc;)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/MessageDesc", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/MessageDesc", kRows);
 }
 
 bool JEnv::class_FieldDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -370,7 +371,7 @@ bool JEnv::class_FieldDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
        "(JLjava/lang/String;Ljava/lang/String;Ljava/lang/String;IILjava/nio/ByteBuffer;[Lorg/"
        "quendel/oxli/FieldValueDesc;Lorg/quendel/oxli/MessageDesc;)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/FieldDesc", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/FieldDesc", kRows);
 }
 
 bool JEnv::class_IndexDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -379,14 +380,14 @@ bool JEnv::class_IndexDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
        "(Ljava/lang/String;Ljava/lang/String;[Ljava/lang/String;[Lorg/quendel/oxli/"
        "IndexFieldDesc;)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/IndexDesc", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/IndexDesc", kRows);
 }
 
 bool JEnv::class_IndexFieldDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
   static constexpr MethodRow<class_IndexFieldDesc> kRows[] = {
       {&class_IndexFieldDesc::ctor, "<init>", "(Lorg/quendel/oxli/FieldDesc;I)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/IndexFieldDesc", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/IndexFieldDesc", kRows);
 }
 
 bool JEnv::class_FieldValueDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
@@ -394,6 +395,7 @@ bool JEnv::class_FieldValueDesc::init(JNIEnv* env, std::vector<jclass>& refs) {
       {&class_FieldValueDesc::ctor, "<init>",
        "(Ljava/lang/String;Ljava/lang/String;Ljava/nio/ByteBuffer;J)V"},
   };
-  return load(env, refs, *this, "org/quendel/oxli/FieldValueDesc", kRows);
+  return resolve(env, refs, *this, "org/quendel/oxli/FieldValueDesc", kRows);
 }
+
 }  // namespace oxli::jni

@@ -1,4 +1,4 @@
-// The class cache: every Java class, constructor and method that the library uses, resolved once
+// The class cache: every Java class, constructor and method that the library uses, looked up once,
 // when the environment is opened. The blocks below are the contract with the Java side.
 #ifndef OXLI_JNI_JENV_JENV_H
 #define OXLI_JNI_JENV_JENV_H
@@ -10,33 +10,30 @@
 
 namespace oxli::jni {
 
-// Exists exactly while the environment is open. Built and released on the thread that opens and
-// closes it, while no other native runs; read by any thread, without a lock, in between. It also
-// carries the mutexes of the four registries, because these live as long.
-//
-// An operation that needs both locks lsnMutex before connMutex. They are held during gateway calls,
-// so what a callback does there comes on top: see the Java side, which runs such calls one at a
-// time.
+// Exists exactly while the environment is open. Made and deleted on the threads that open and close
+// the environment, while no other native runs; read by any thread, without a lock, in between.
+// Carries the mutexes of the four registries too, because they are needed for the same time.
 struct JEnv {
-  // Publishes itself as spInstance, then makes the mutexes.
+  // Publishes this object as spInstance, then initialises the mutexes.
   JEnv();
-  // Withdraws spInstance, then destroys the mutexes. Deletes no reference: done() does.
+  // Sets spInstance to null, then destroys the mutexes. Deletes no reference: call done() before.
   ~JEnv();
   JEnv(const JEnv&) = delete;
   JEnv& operator=(const JEnv&) = delete;
 
-  // Fills every block. False at the first class or method that is missing: it has been named on
-  // standard error and the lookup's exception is pending. REQUIRES: a fresh cache.
+  // Fills every block. Returns false at the first class or method that is missing, after naming it
+  // on standard error, with the exception of the lookup pending. REQUIRES: a new object.
   [[nodiscard]] bool init(JNIEnv* env);
   // Deletes the references of all blocks. Legal with an exception pending.
   void done(JNIEnv* env);
 
-  // The one cache; null while the environment is closed. Not atomic: opening and closing the
+  // The only object, or null while the environment is closed. Not atomic: opening and closing the
   // environment must not overlap other natives.
   static JEnv* spInstance;
   // The virtual machine that opened the environment last.
   static JavaVM* spVm;
 
+  // Locked through jni/jenv/locks.h.
   pthread_mutex_t lsnMutex;
   pthread_mutex_t connMutex;
   pthread_mutex_t zblockMutex;
@@ -49,37 +46,37 @@ struct JEnv {
   struct class_String {
     jclass cls = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } string;
 
   struct class_Integer {
     jclass cls = nullptr;
     jmethodID intValue = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } integer;
 
   struct class_ByteBuffer {
     jclass cls = nullptr;
-    jmethodID order = nullptr;
+    jmethodID order = nullptr;  // required of the Java side, never called
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } byteBuffer;
 
   struct class_ByteOrder {
     jclass cls = nullptr;
-    jmethodID nativeOrder = nullptr;
+    jmethodID nativeOrder = nullptr;  // required of the Java side, never called
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } byteOrder;
 
   struct class_IntRef {
     jclass cls = nullptr;
     jmethodID set = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } intRef;
 
   struct class_ObjRef {
     jclass cls = nullptr;
     jmethodID set = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } objRef;
 
   struct class_Message {
     jclass cls = nullptr;
@@ -89,44 +86,44 @@ struct JEnv {
     jmethodID setSchemeRef = nullptr;
     jmethodID setData = nullptr;
     jmethodID getRef = nullptr;
-    jmethodID getSchemeRef = nullptr;
+    jmethodID getSchemeRef = nullptr;  // required of the Java side, never called
     jmethodID getCreateType = nullptr;
-    jmethodID setAllocCreateType = nullptr;
+    jmethodID setAllocCreateType = nullptr;  // required of the Java side, never called
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } message;
 
   struct class_OpenMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } openMessage;
 
   struct class_CloseMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     jmethodID setReason = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } closeMessage;
 
   struct class_ParseErrorMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     jmethodID setError = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } parseErrorMessage;
 
   struct class_TimeMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     jmethodID setTime = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } timeMessage;
 
   struct class_AbstractDataMessage {
     jclass cls = nullptr;
-    jmethodID getScheme = nullptr;
+    jmethodID getScheme = nullptr;  // required of the Java side, never called
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } abstractDataMessage;
 
   struct class_DataMessage {
     jclass cls = nullptr;
@@ -141,7 +138,7 @@ struct JEnv {
     jmethodID getAddress = nullptr;
     jmethodID getRefMessage = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } dataMessage;
 
   struct class_StreamDataMessage {
     jclass cls = nullptr;
@@ -156,26 +153,26 @@ struct JEnv {
     jmethodID getNulls = nullptr;
     jmethodID getUserId = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } streamDataMessage;
 
   struct class_TnBeginMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } tnBeginMessage;
 
   struct class_TnCommitMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } tnCommitMessage;
 
   struct class_ZrMQTimeoutMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     jmethodID setUserId = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } zrMQTimeoutMessage;
 
   struct class_ZrReplLifeNumMessage {
     jclass cls = nullptr;
@@ -183,7 +180,7 @@ struct JEnv {
     jmethodID setLifenum = nullptr;
     jmethodID setFlags = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } zrReplLifeNumMessage;
 
   struct class_ZrReplClearDeletedMessage {
     jclass cls = nullptr;
@@ -191,20 +188,20 @@ struct JEnv {
     jmethodID setTableIdx = nullptr;
     jmethodID setTableRev = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } zrReplClearDeletedMessage;
 
   struct class_ZrReplOnlineMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } zrReplOnlineMessage;
 
   struct class_ZrReplStateMessage {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     jmethodID setReplState = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } zrReplStateMessage;
 
   struct class_Scheme {
     jclass cls = nullptr;
@@ -213,109 +210,75 @@ struct JEnv {
     jmethodID setFeatures = nullptr;
     jmethodID setMessages = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } scheme;
 
   struct class_Subscriber {
     jclass cls = nullptr;
     jmethodID onMessage = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } subscriber;
 
   struct class_ExitEventSubscriber {
     jclass cls = nullptr;
     jmethodID onExitEvent = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } exitEventSubscriber;
 
   struct class_Connection {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } connection;
 
   struct class_ZBlock {
     jclass cls = nullptr;
-    jmethodID ctor = nullptr;
+    jmethodID ctor = nullptr;  // required of the Java side, never called
     jmethodID setData = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } zBlock;
 
   struct class_Publisher {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } publisher;
 
   struct class_Listener {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     jmethodID getScheme = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } listener;
 
   struct class_MessageDesc {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } messageDesc;
 
   struct class_FieldDesc {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } fieldDesc;
 
   struct class_IndexDesc {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } indexDesc;
 
   struct class_IndexFieldDesc {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
+  } indexFieldDesc;
 
   struct class_FieldValueDesc {
     jclass cls = nullptr;
     jmethodID ctor = nullptr;
     bool init(JNIEnv* env, std::vector<jclass>& refs);
-  };
-
-  class_String string;
-  class_Integer integer;
-  class_ByteBuffer byteBuffer;
-  class_ByteOrder byteOrder;
-  class_IntRef intRef;
-  class_ObjRef objRef;
-  class_Message message;
-  class_OpenMessage openMessage;
-  class_CloseMessage closeMessage;
-  class_ParseErrorMessage parseErrorMessage;
-  class_TimeMessage timeMessage;
-  class_AbstractDataMessage abstractDataMessage;
-  class_DataMessage dataMessage;
-  class_StreamDataMessage streamDataMessage;
-  class_TnBeginMessage tnBeginMessage;
-  class_TnCommitMessage tnCommitMessage;
-  class_ZrMQTimeoutMessage zrMQTimeoutMessage;
-  class_ZrReplLifeNumMessage zrReplLifeNumMessage;
-  class_ZrReplClearDeletedMessage zrReplClearDeletedMessage;
-  class_ZrReplOnlineMessage zrReplOnlineMessage;
-  class_ZrReplStateMessage zrReplStateMessage;
-  class_Scheme scheme;
-  class_Subscriber subscriber;
-  class_ExitEventSubscriber exitEventSubscriber;
-  class_Connection connection;
-  class_ZBlock zBlock;
-  class_Publisher publisher;
-  class_Listener listener;
-  class_MessageDesc messageDesc;
-  class_FieldDesc fieldDesc;
-  class_IndexDesc indexDesc;
-  class_IndexFieldDesc indexFieldDesc;
-  class_FieldValueDesc fieldValueDesc;
+  } fieldValueDesc;
 };
 
 }  // namespace oxli::jni

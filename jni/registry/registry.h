@@ -1,18 +1,18 @@
-// The registries: from a gateway handle to the record that binds it to its Java object. What all
-// kinds share stands here, out-parameters included; it knows no record type.
+// The registries: each finds the record of a gateway handle. What all object kinds share stands
+// here; it knows no record type.
 //
-// An entry owns its record, unless the record's own header says otherwise. A record that is taken
-// out is retired by whoever took it: references dropped, then the memory let go.
+// An entry owns its record, unless the record's own header says otherwise. Whoever removes an entry
+// retires its record: releases its references, then its memory.
 #ifndef OXLI_JNI_REGISTRY_REGISTRY_H
 #define OXLI_JNI_REGISTRY_REGISTRY_H
 
 #include <jni.h>
 
-#include <cstdint>
 #include <map>
+#include <memory>
 #include <utility>
 
-#include "jni/jenv/jenv.h"
+#include "jni/base/thread_annotations.h"
 
 namespace oxli::jni {
 
@@ -20,56 +20,67 @@ namespace oxli::jni {
 template <class Handle, class Record>
 using Registry = std::map<Handle*, Record*>;
 
-// An entry allocated ahead, for one use, so that registering cannot fail once the gateway's object
-// exists.
+// Owns a new record and the memory of its registry entry, so that registering cannot fail once the
+// gateway object exists. Retires the record at the end of the scope if it has not been released.
 template <class Handle, class Record>
-class Reservation {
+class NewRecord {
  public:
-  explicit Reservation(Record* record) {
+  explicit NewRecord(JNIEnv* env) : env_(env) {
+    auto record = std::make_unique<Record>();
     Registry<Handle, Record> scratch;
-    scratch.emplace(nullptr, record);
-    node_ = scratch.extract(scratch.begin());
+    scratch.emplace(nullptr, record.get());
+    entry_ = scratch.extract(scratch.begin());
+    record_ = record.release();
+  }
+  NewRecord(const NewRecord&) = delete;
+  NewRecord& operator=(const NewRecord&) = delete;
+  // REQUIRES: the lock that retiring a record of its kind requires.
+  ~NewRecord() NO_THREAD_SAFETY_ANALYSIS {
+    if (record_) record_->retire(env_);
   }
 
-  // An entry that is there already stays.
+  Record* operator->() const { return record_; }
+  Record* get() const { return record_; }
+  // Transfers the record to the caller.
+  Record* release() { return std::exchange(record_, nullptr); }
+
+  // Inserts the entry. An existing entry of the handle stays. Call once.
   void insertInto(Registry<Handle, Record>& registry, Handle* handle) {
-    node_.key() = handle;
-    registry.insert(std::move(node_));
+    entry_.key() = handle;
+    registry.insert(std::move(entry_));
   }
 
-  // Returns the record that was replaced, or null.
+  // Inserts the entry, or replaces the record of an existing one. Returns the replaced record, or
+  // null. Call once.
   Record* replaceIn(Registry<Handle, Record>& registry, Handle* handle) {
-    node_.key() = handle;
-    const auto entry = registry.insert(std::move(node_));
-    return entry.inserted ? nullptr : std::exchange(entry.position->second, entry.node.mapped());
+    entry_.key() = handle;
+    const auto inserted = registry.insert(std::move(entry_));
+    if (inserted.inserted) return nullptr;
+    return std::exchange(inserted.position->second, inserted.node.mapped());
   }
 
  private:
-  typename Registry<Handle, Record>::node_type node_;
+  JNIEnv* env_;
+  Record* record_;
+  typename Registry<Handle, Record>::node_type entry_;
 };
 
-// The handle's record, or null.
+// Returns the handle's record, or null.
 template <class Handle, class Record>
-Record* lookUp(const Registry<Handle, Record>& registry, Handle* handle) {
+Record* find(const Registry<Handle, Record>& registry, Handle* handle) {
   const auto entry = registry.find(handle);
   return entry == registry.end() ? nullptr : entry->second;
 }
 
-// Removes the handle's entry and returns its record, or null.
+// Removes the handle's entry. Returns its record, or null.
 template <class Handle, class Record>
-Record* take(Registry<Handle, Record>& registry, Handle* handle) {
+Record* remove(Registry<Handle, Record>& registry, Handle* handle) {
   const auto entry = registry.find(handle);
   if (entry == registry.end()) return nullptr;
   Record* const record = entry->second;
   registry.erase(entry);
   return record;
 }
-
-// Out-parameters: OX_ERR_OK, or OX_ERR_INTERNAL after the line for `step`.
-[[nodiscard]] jint setObjRef(JNIEnv* env, const JEnv& cache, jobject objRef, jlong value,
-                             const char* step);
-[[nodiscard]] jint setIntRef(JNIEnv* env, const JEnv& cache, jobject intRef, std::int32_t value,
-                             const char* step);
 
 }  // namespace oxli::jni
 

@@ -1,9 +1,11 @@
 #include <atomic>
 #include <thread>
 
-#include "jni/base/handles.h"
+#include "jni/base/failure.h"
+#include "jni/base/memory.h"
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"
+#include "jni/oxjni.h"
 #include "jni/publisher.h"
 #include "test/native/support/native_test.h"
 #include "test/native/support/records.h"
@@ -66,15 +68,6 @@ class DeliveryTest : public NativeTest {
   ox_msg_data_t data = dataRecord(1, 1);
 };
 
-TEST_F(DeliveryTest, SubscriberDecides) {
-  script.onMessage = [this](JNIEnv*, jobject) { return ++messages == 2 ? 42 : 0; };
-  queue(service, 3);
-  EXPECT_EQ(42, process());
-  EXPECT_EQ(2, messages);
-  EXPECT_EQ(OX_ERR_OK, process());
-  EXPECT_EQ(3, messages);
-}
-
 TEST_F(DeliveryTest, SchemeIsFetchedOncePerOpening) {
   EXPECT_EQ(OX_ERR_OK, deliver(service));
   // Without a publisher the gateway has no scheme: the message goes out all the same.
@@ -99,7 +92,7 @@ TEST_F(DeliveryTest, SchemeIsFetchedOncePerOpening) {
   EXPECT_EQ(OX_ERR_OK, deliver(data.head));
   EXPECT_EQ(2, schemes);
 
-  // A null scheme is asked for again.
+  // A null scheme is fetched again.
   OXLI(lsn_1close)(env, nullptr, listener);
   OXLI(lsn_1open)(env, nullptr, listener, text(""));
   script.getScheme = [this](JNIEnv*) -> jobject { return ++schemes, nullptr; };
@@ -157,14 +150,14 @@ TEST_F(DeliveryTest, ExceptionsStayPendingAndStopDelivery) {
   record.env = nullptr;
 }
 
-TEST_F(DeliveryTest, NoCallInProgressNoJava) {
+TEST_F(DeliveryTest, CallsNoJavaWhileNoCallIsInProgress) {
   ox_msg_t msg = service;
   EXPECT_EQ(OX_ERR_INTERNAL, standin::deliverNow(lsn(), &msg));
   EXPECT_EQ(0, messages);
 }
 
-// A enters, B enters, A leaves, B leaves: what is recorded then is A's, which has left.
-TEST_F(DeliveryTest, InterleavedCallsNeverLendAForeignEnvironment) {
+// A enters, B enters, A leaves, B leaves: the record then has the JNIEnv of A, which has left.
+TEST_F(DeliveryTest, InterleavedCallsDeliverWithTheEnvOfTheirThread) {
   ConnData& record = *fromHandle<ConnData>(connection);
   std::atomic<JNIEnv*> second{nullptr};
   std::thread a;
@@ -205,7 +198,7 @@ TEST_F(DeliveryTest, InterleavedCallsNeverLendAForeignEnvironment) {
   std::thread([&] { EXPECT_EQ(OX_ERR_INTERNAL, standin::deliverNow(lsn(), &msg)); }).join();
   EXPECT_EQ(3u, deliveredOn.size());
   record.env = nullptr;
-  // The cached object was made on another thread, behind the probe's back.
+  // The cached object was made on another thread, which has no probe.
   globalsLeft = -1;
 }
 
@@ -221,7 +214,7 @@ TEST_F(DeliveryTest, BracketsNest) {
   };
   EXPECT_EQ(OX_ERR_OK, deliver(service));
   EXPECT_EQ(nullptr, record.env.load());
-  // The listener's own bracket serves what is delivered while it closes.
+  // What is delivered while the listener closes finds the JNIEnv in the bracket of the listener.
   script.onMessage = [&](JNIEnv* on, jobject) {
     ++messages;
     EXPECT_EQ(on, bound.env.load());
@@ -232,17 +225,58 @@ TEST_F(DeliveryTest, BracketsNest) {
   EXPECT_EQ(1, messages);
 }
 
-TEST_F(DeliveryTest, ManyMessagesLeaveNothingBehind) {
-  const std::size_t kMany = 1000000;
-  deliver(data.head);
+// The JNI calls of a message whose kind has been seen, and how many of them ask for an exception:
+// each delivery asks at entry, too.
+TEST_F(DeliveryTest, MessagesCostThePrescribedCalls) {
+  const jlong publisher =
+      newPublisher(connection, "stream=p;scheme=?{messages=m;message.m=?{fields=f:i4}}");
+  const jobject outgoing = newMessage(publisher, "m");
+  std::int64_t payload = 0;
+  const std::uint8_t nulls[] = {1};
+  ox_msg_data_t message = dataRecord(1, 1, &payload, sizeof payload);
+  ox_msg_streamdata_t row = rowRecord(1, nulls, 1);
+  row.head.data = &payload;
+  row.head.data_size = sizeof payload;
+  const auto delivering = [&](const ox_msg_t& msg) {
+    return [&] { EXPECT_EQ(OX_ERR_OK, deliver(msg)); };
+  };
+  const struct {
+    const char* name;
+    std::function<void()> run;
+    int exceptionTests;
+    int otherCalls;
+  } cases[] = {
+      {"data", delivering(message.head), 5 + 1, 9},
+      {"row", delivering(row.head), 7 + 1, 10},
+      {"service", delivering(service), 3 + 1, 3},
+      {"post", [&] { EXPECT_EQ(OX_ERR_OK, OXLI(pub_1post)(env, nullptr, publisher, outgoing, 0)); },
+       4, 4},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    c.run();
+    const JniProbe::Counts before = probe->counts;
+    c.run();
+    const JniProbe::Counts& after = probe->counts;
+    EXPECT_EQ(c.exceptionTests, after.exceptionTests - before.exceptionTests);
+    EXPECT_EQ(c.otherCalls + c.exceptionTests, after.calls - before.calls);
+    EXPECT_EQ(before.locals, after.locals);
+    EXPECT_EQ(before.globals, after.globals);
+  }
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
+}
+
+TEST_F(DeliveryTest, PayloadsBeyondAJavaBufferAreRefused) {
+  char payload[8] = {};
+  data = dataRecord(1, 1, payload, 0x100000008);
   messages = 0;
-  const JniProbe::Counts before = probe->counts;
-  queue(data.head, kMany);
-  EXPECT_EQ(OX_ERR_OK, process());
-  EXPECT_EQ(kMany, static_cast<std::size_t>(messages));
-  EXPECT_EQ(before.locals, probe->counts.locals);
-  EXPECT_EQ(before.globals, probe->counts.globals);
-  EXPECT_EQ(before.objects, probe->counts.objects);
+  for (const char* const step : {"Apply set data", "ApplyDataPartial set data"}) {
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(OX_ERR_INTERNAL, deliver(data.head));
+    EXPECT_EQ(std::string("\nJNI Exception at ") + step + "\n\n",
+              ::testing::internal::GetCapturedStderr());
+  }
+  EXPECT_EQ(0, messages);
 }
 
 TEST_F(DeliveryTest, SubscriberMayDestroyWhatItRunsIn) {
@@ -258,8 +292,13 @@ TEST_F(DeliveryTest, SubscriberMayDestroyWhatItRunsIn) {
     script.onMessage = nullptr;
     ++messages;
     EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(on, nullptr, other));
+    ListenerData* const record = fromHandle<ListenerData>(listener);
+    ox_listener_t* const destroyed = record->lsn;
     EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(on, nullptr, listener));
     EXPECT_TRUE(ListenerData::sLsnMap.empty());
+    // The rest of the batch, by a gateway that goes on with it.
+    ox_msg_t rest = service;
+    EXPECT_EQ(OX_ERR_INTERNAL, ListenerCB(nullptr, destroyed, &rest, record));
     return 0;
   };
   EXPECT_EQ(OX_ERR_OK, process());
@@ -276,7 +315,7 @@ TEST_F(DeliveryTest, SubscriberMayDestroyWhatItRunsIn) {
   };
   EXPECT_EQ(43, process());
   connection = 0;
-  // The gateway listener went with its connection; the record is still there to be released.
+  // The connection has destroyed the gateway listener, but not its record.
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(lsn_1destroy)(env, nullptr, listener));
   listener = 0;
 }
@@ -299,7 +338,7 @@ TEST_F(DeliveryTest, CallbackMayDestroyTheListenerThatIsBeingClosed) {
   OXLI(lsn_1destroy)(env, nullptr, listener);
   EXPECT_EQ(2, messages);
 
-  // Destroyed and made anew meanwhile, under the handle that has become free.
+  // Destroyed and made anew meanwhile, with the same handle.
   listener = newListener(connection);
   OXLI(lsn_1open)(env, nullptr, listener, text(""));
   ox_listener_t* const handle = lsn();
@@ -341,17 +380,26 @@ TEST_F(DeliveryTest, NullsAreAnswered) {
   EXPECT_EQ("", toText(env, OXLI(lsn_1getname)(env, nullptr, 0)));
   EXPECT_EQ("", toText(env, OXLI(conn_1getname)(env, nullptr, 0)));
 
-  // Without a subscriber there is nobody to ask.
+  // A missing subscriber is found out after the scheme and the message object have been fetched.
+  const jlong publisher =
+      newPublisher(connection, "stream=s;scheme=?{messages=m;message.m=?{fields=f:i4}}");
   const jobject ref = objRef();
   EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1new)(env, nullptr, connection, text("stream=s"), nullptr, ref,
-                                      nullptr, nullptr));
-  const jlong deaf = getLong(ref, "getRef");
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, deaf, text("")));
+                                      nullptr, scripted("ScriptedListener")));
+  const jlong silent = getLong(ref, "getRef");
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, silent, text("")));
   EXPECT_EQ(OX_ERR_INTERNAL, process());
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, deaf));
+  standin::deliver(fromHandle<ListenerData>(silent)->lsn, &data.head);
+  const int objects = probe->counts.objects;
+  EXPECT_EQ(OX_ERR_INTERNAL, process());
+  EXPECT_EQ(1, schemes);
+  EXPECT_EQ(objects + 1, probe->counts.objects);
+  EXPECT_EQ(OX_ERR_INTERNAL, ListenerCB(nullptr, nullptr, &data.head, nullptr));
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, silent));
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
 }
 
-// The gateway's answer comes back unchanged and nothing is written to the holder.
+// The gateway's result code is returned, and the out-parameter is not written.
 TEST_F(DeliveryTest, GatewayFailuresAreReturned) {
   const jobject untouched = make("org/quendel/oxli/impl/ObjRef");
   const jobject state = intRef();
@@ -389,6 +437,65 @@ TEST_F(DeliveryTest, GatewayFailuresAreReturned) {
   EXPECT_EQ(globals, probe->counts.globals);
   EXPECT_EQ(0, getLong(untouched, "getRef"));
   EXPECT_EQ(0, getInt(state, "get"));
+}
+
+// An exception that a callback leaves during a gateway call fails the step after the call, and what
+// the gateway has made is given back.
+TEST_F(DeliveryTest, ExceptionsOfCallbacksFailTheNextStep) {
+  const jlong publisher =
+      newPublisher(connection, "stream=p;scheme=?{messages=m;message.m=?{fields=f:i4}}");
+  const jobject ref = objRef();
+  const jobject state = intRef();
+  const jobjectArray out = env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
+  const jobject jlsn = scripted("ScriptedListener");
+  const struct {
+    const char* function;
+    const char* step;
+    std::function<jint()> call;
+  } cases[] = {
+      {"ox_conn_new", OXLI_STEP("conn_1new set ref"),
+       [&] { return OXLI(conn_1new)(env, nullptr, text(""), ref, jlsn); }},
+      {"ox_conn_getstate", OXLI_STEP("conn_1getstate set ref"),
+       [&] { return OXLI(conn_1getstate)(env, nullptr, connection, state); }},
+      {"ox_lsn_new", OXLI_STEP("lsn_1new set ref"),
+       [&] { return OXLI(lsn_1new)(env, nullptr, connection, text(""), jlsn, ref, jlsn, jlsn); }},
+      {"ox_lsn_getstate", OXLI_STEP("lsn_1getstate set state"),
+       [&] { return OXLI(lsn_1getstate)(env, nullptr, listener, state); }},
+      {"ox_pub_new", OXLI_STEP("pub_1new set obj ref"),
+       [&] { return OXLI(pub_1new)(env, nullptr, connection, text(""), ref, jlsn); }},
+      {"ox_pub_getscheme", OXLI_STEP("pub_1getscheme set objref"),
+       [&] { return OXLI(pub_1getscheme)(env, nullptr, publisher, ref); }},
+      {"ox_pub_msgnew", "CreateDataMessage new object",
+       [&] {
+         return OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text("m"), nullptr, out);
+       }},
+  };
+  const int globals = probe->counts.globals;
+  const std::size_t objects = standin::liveObjects();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.function);
+    standin::runDuringNext(
+        c.function, [this] { env->ThrowNew(env->FindClass("java/lang/Error"), "callback"); });
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ("Error", exceptionAfter(OX_ERR_INTERNAL, c.call()));
+    EXPECT_EQ(std::string("\nJNI Exception at ") + c.step + "\n\n",
+              ::testing::internal::GetCapturedStderr());
+    EXPECT_EQ(globals, probe->counts.globals);
+    EXPECT_EQ(objects, standin::liveObjects());
+  }
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
+}
+
+TEST_F(DeliveryTest, OpeningReleasesItsSettingsAfterTheBracket) {
+  OXLI(conn_1close)(env, nullptr, connection);
+  bool released = false;
+  probe->onRelease = [&] {
+    released = true;
+    EXPECT_EQ(nullptr, fromHandle<ConnData>(connection)->env.load());
+  };
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1open)(env, nullptr, connection, text("")));
+  EXPECT_TRUE(released);
+  probe->onRelease = nullptr;
 }
 
 }  // namespace

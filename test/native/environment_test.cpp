@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "jni/jenv/jenv.h"
-#include "jni/scheme.h"
+#include "jni/oxjni.h"
 #include "org_quendel_oxli_ex_impl_OxliImplEx.h"
 #include "test/native/support/native_test.h"
 
@@ -180,13 +180,16 @@ TEST_F(ExitEventTest, DetachesAThreadThatWasAttachedBefore) {
   EXPECT_EQ("info: [ExitEvent]: jni env found.", standin::logLines().at(0));
 }
 
-TEST_F(ExitEventTest, LeavesAThreadWithAnExceptionAlone) {
+TEST_F(ExitEventTest, CallsNoJavaWhileAnExceptionIsPending) {
   script.onExit = [](JNIEnv*) { FAIL(); };
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
   ASSERT_EQ(OX_ERR_OK, open(""));
   env->ThrowNew(env->FindClass("java/lang/Error"), "before");
+  standin::clearCalls();
   ExitEventCB(jni::sExitEventData.get());
   EXPECT_EQ("Error", takeException());
+  EXPECT_EQ("error: [ExitEvent]: java exception pending, onExitEvent not invoked.",
+            standin::logLines().back());
 }
 
 TEST_F(ExitEventTest, EachRegistrationReplacesTheHandler) {
@@ -195,7 +198,7 @@ TEST_F(ExitEventTest, EachRegistrationReplacesTheHandler) {
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
   EXPECT_EQ(1, probe->counts.globals);
   EXPECT_EQ(record, jni::sExitEventData.get());
-  probe->failAt(1, JniProbe::Fault::kMakesNone);
+  probe->failAt(1, JniProbe::Fault::kReturnsNull);
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(OX_ERR_INTERNAL, registerHandler(record->handler.get()));
   EXPECT_NE("", ::testing::internal::GetCapturedStderr());

@@ -1,9 +1,10 @@
 #include <cstring>
 
-#include "jni/base/handles.h"
+#include "jni/base/memory.h"
 #include "jni/message_cache.h"
 #include "jni/message_factory.h"
 #include "test/native/support/native_test.h"
+#include "test/native/support/new_faults.h"
 #include "test/native/support/records.h"
 
 namespace oxli::test {
@@ -25,7 +26,7 @@ class MessageTest : public NativeTest {
     NativeTest::TearDown();
   }
   // The object of the record's kind, filled.
-  jobject get(ox_msg_t& msg) { return cache.get(env, &msg, nullptr, nullptr); }
+  jobject get(ox_msg_t& msg) { return cache.get(env, &msg, nullptr, nullptr).object; }
   jobject get(ox_msg_data_t& msg) { return get(msg.head); }
   jobject get(ox_msg_streamdata_t& msg) { return get(msg.head); }
   // "" when no line was written.
@@ -73,7 +74,7 @@ TEST_F(MessageTest, EachTypeHasItsClass) {
   }
 }
 
-TEST_F(MessageTest, PayloadIsTheGatewaysMemory) {
+TEST_F(MessageTest, PayloadIsGatewayMemory) {
   std::int32_t reason = 77;
   ox_msg_t msg = serviceRecord(OX_MSG_CLOSE, &reason, sizeof reason);
   const jobject close = get(msg);
@@ -81,7 +82,7 @@ TEST_F(MessageTest, PayloadIsTheGatewaysMemory) {
   EXPECT_EQ(&reason, env->GetDirectBufferAddress(buffer));
   EXPECT_EQ(4, env->GetDirectBufferCapacity(buffer));
 
-  // No bytes, no buffer; what the type needs is read all the same.
+  // An empty payload gets no buffer; the type-specific value is read.
   msg.data_size = 0;
   reason = 78;
   EXPECT_EQ(close, get(msg));
@@ -191,7 +192,7 @@ TEST_F(MessageTest, NullMapIsMadeOnceAndOverwritten) {
   get(without);
   EXPECT_TRUE(env->IsSameObject(map, getObject(object, "getNulls", "()[Z")));
 
-  // A longer map than the object's array: Java's own exception, no line, and the object goes out.
+  // A map longer than the object's array: the exception is Java's, without a line.
   ox_msg_streamdata_t longer = rowRecord(1, nulls, 3);
   EXPECT_EQ("", standardError([&] { EXPECT_EQ(object, get(longer)); }));
   EXPECT_EQ("ArrayIndexOutOfBoundsException", takeException());
@@ -241,19 +242,34 @@ TEST_F(MessageTest, DataFactoryRefusesServiceTypes) {
   EXPECT_EQ(locals, probe->counts.locals);
 }
 
-// Once every kind has been seen, a message costs no object, no lookup and no lasting reference.
-TEST_F(MessageTest, SteadyStreamKeepsNothing) {
-  const std::uint8_t nulls[] = {1};
-  char state[] = "s";
-  std::int64_t payload = 0;
-  ox_msg_data_t data = dataRecord(1, 1, &payload, sizeof payload);
-  ox_msg_streamdata_t row = rowRecord(1, nulls, 1);
-  ox_msg_t service = serviceRecord(OX_MSG_ZRREPL_STATE, state, sizeof state);
-  ox_msg_t* const all[] = {&data.head, &row.head, &service};
-  for (ox_msg_t* msg : all) get(*msg);
-  const JniProbe::Counts before = probe->counts;
-  for (int i = 0; i < 100; ++i) get(*all[i % 3]);
-  EXPECT_EQ(before, probe->counts);
+TEST_F(MessageTest, FailedCreatesLeaveNothing) {
+  const long before = liveAllocations();
+  // The first call that makes something, and the global reference.
+  for (const int fault : {1, 3}) {
+    for (std::uint32_t i = 0; i < 500; ++i) {
+      ox_msg_data_t msg = dataRecord(UNKEYED_INDEX, 100000 + i);
+      if (i % 2 == 0) msg.head.type = 0x300 + i;
+      probe->failAt(i % 2 == 0 ? (fault + 1) / 2 : fault, JniProbe::Fault::kReturnsNull);
+      standardError([&] { EXPECT_EQ(nullptr, get(msg)); });
+      EXPECT_TRUE(probe->disarm());
+    }
+  }
+  EXPECT_EQ(before, liveAllocations());
+}
+
+// Keys that the cache finds in its table and keys that it searches for, in no order.
+TEST_F(MessageTest, EveryKeyFindsItsObject) {
+  const std::uint64_t keys[] = {70000, 3, 65535, 0, 65536, UINT64_MAX - 1, 4, 1000};
+  for (const std::uint64_t key : keys) {
+    ox_msg_data_t msg = dataRecord(key, 1);
+    get(msg);
+  }
+  EXPECT_EQ(static_cast<int>(std::size(keys)), probe->counts.objects);
+  for (const std::uint64_t key : keys) {
+    ox_msg_data_t msg = dataRecord(key, 1);
+    EXPECT_EQ(static_cast<jint>(key), getInt(get(msg), "getMsgIndex"));
+  }
+  EXPECT_EQ(static_cast<int>(std::size(keys)), probe->counts.objects);
 }
 
 }  // namespace

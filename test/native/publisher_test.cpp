@@ -1,7 +1,8 @@
 #include <cstring>
+#include <utility>
 
-#include "jni/base/handles.h"
-#include "jni/outgoing_message.h"
+#include "jni/base/memory.h"
+#include "jni/oxjni.h"
 #include "test/native/support/native_test.h"
 #include "test/native/support/records.h"
 
@@ -102,9 +103,12 @@ TEST_F(PublisherTest, SchemeFailureWinsAndTheRecordGoesBack) {
   EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
   standin::failNext("ox_pub_msgnew", 0x2abce);
   EXPECT_EQ(0x2abce, msgNew(OX_KEY_NAME, text("m")));
+  // A success that makes no record.
+  standin::failNext("ox_pub_msgnew", OX_ERR_OK);
+  EXPECT_EQ(OX_ERR_INTERNAL, msgNew(OX_KEY_NAME, text("m")));
 }
 
-TEST_F(PublisherTest, DataFieldsAreLentForThePost) {
+TEST_F(PublisherTest, DataFieldsAreExchangedForThePost) {
   const jlong listener = newListener(connection);
   EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
   std::string seen;
@@ -134,8 +138,9 @@ TEST_F(PublisherTest, DataFieldsAreLentForThePost) {
   msg.addr = nullptr;
   msg.ref_msg = nullptr;
 
-  // While lent, the reference is the other message's record; earlier nulls come back as null.
-  jni::SavedMsgFields saved;
+  // During the exchange the reference is the record of the other message; nulls are restored as
+  // null.
+  SavedMsgFields saved = {};
   replaceMsgFields(env, &msg.head, message, &saved);
   EXPECT_STREQ("gate", msg.addr);
   EXPECT_EQ(toHandle(msg.ref_msg), getLong(other, "getRef"));
@@ -149,7 +154,7 @@ TEST_F(PublisherTest, DataFieldsAreLentForThePost) {
   EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, listener));
 }
 
-TEST_F(PublisherTest, NullMapIsLentUnlessTooShort) {
+TEST_F(PublisherTest, NullMapIsExchangedUnlessTooShort) {
   const jobject message = newMessage(replica, "m");
   auto& msg = record<ox_msg_streamdata_t>(message);
   const std::uint8_t* const own = msg.nulls;
@@ -171,6 +176,26 @@ TEST_F(PublisherTest, NullMapIsLentUnlessTooShort) {
   EXPECT_EQ("(null)", dump(message));
   EXPECT_EQ(std::vector<std::string>(), standin::calls());
   EXPECT_EQ(own, msg.nulls);
+}
+
+// Restored by what has been exchanged: the balance of acquired memory notices what is not released.
+TEST_F(PublisherTest, GatewayMayChangeTheTypeOfARecord) {
+  const jobject data = newMessage(publisher, "m");
+  set(data, "setAddress", "(Ljava/lang/String;)V", text("gate"));
+  const jobject row = newMessage(replica, "m");
+  auto& dataRecord = record<ox_msg_data_t>(data);
+  auto& rowRecord = record<ox_msg_streamdata_t>(row);
+  const std::uint8_t* const own = rowRecord.nulls;
+  set(row, "setNulls", "([Z)V", env->NewBooleanArray(2));
+  const std::pair<jobject, ox_msg_t*> cases[] = {{data, &dataRecord.head}, {row, &rowRecord.head}};
+  for (const auto& [message, head] : cases) {
+    const std::uint32_t type = head->type;
+    standin::runDuringNext("ox_pub_post", [changed = head] { changed->type = 0x300; });
+    post(publisher, message);
+    head->type = type;
+  }
+  EXPECT_EQ(nullptr, dataRecord.addr);
+  EXPECT_EQ(own, rowRecord.nulls);
 }
 
 TEST_F(PublisherTest, DumpGrowsItsBufferOnce) {

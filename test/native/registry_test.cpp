@@ -1,4 +1,6 @@
-#include "jni/base/handles.h"
+#include <functional>
+
+#include "jni/base/memory.h"
 #include "jni/connection.h"
 #include "jni/listener.h"
 #include "jni/oxjni.h"
@@ -11,9 +13,9 @@ namespace oxli::test {
 namespace {
 
 using jni::ConnData;
+using jni::find;
 using jni::fromHandle;
 using jni::ListenerData;
-using jni::lookUp;
 using jni::PublisherData;
 using jni::toHandle;
 
@@ -45,6 +47,15 @@ class RegistryTest : public NativeTest {
     return 0;
   }
 
+  // Wraps a connection that is registered already. Only the constructor receives the record then.
+  jlong recordOfNextWrap(ox_conn_t* handle) {
+    ConnData* const registered = jni::remove(ConnData::sConnDataMap, handle);
+    EXPECT_NE(nullptr, oxjni_conn_wrap(env, handle));
+    ConnData* const second = jni::remove(ConnData::sConnDataMap, handle);
+    ConnData::sConnDataMap[handle] = registered;
+    return toHandle(second);
+  }
+
   ox_conn_t* conn = nullptr;
   ox_listener_t* lsn = nullptr;
   ox_publisher_t* pub = nullptr;
@@ -55,11 +66,11 @@ class RegistryTest : public NativeTest {
 TEST_F(RegistryTest, ConnectionKeepsItsFirstRecord) {
   const jobject first = oxjni_conn_wrap(env, conn);
   EXPECT_EQ("Connection", className(first));
-  ConnData* const kept = lookUp(ConnData::sConnDataMap, conn);
+  ConnData* const kept = find(ConnData::sConnDataMap, conn);
   EXPECT_TRUE(env->IsSameObject(first, kept->jconn.get()));
   const jobject second = oxjni_conn_wrap(env, conn);
   EXPECT_NE(nullptr, second);
-  EXPECT_EQ(kept, lookUp(ConnData::sConnDataMap, conn));
+  EXPECT_EQ(kept, find(ConnData::sConnDataMap, conn));
   const int before = probe->counts.globals;
   oxjni_conn_unwrap(env, conn);
   EXPECT_EQ(before - 1, probe->counts.globals);
@@ -67,11 +78,11 @@ TEST_F(RegistryTest, ConnectionKeepsItsFirstRecord) {
   EXPECT_EQ(before - 1, probe->counts.globals);
   std::int32_t state = -1;
   EXPECT_EQ(OX_ERR_OK, ox_conn_getstate(conn, &state));
-  // The second record belongs to its Java object alone.
+  // The second record is left to its Java object.
   globalsLeft = 1;
 }
 
-TEST_F(RegistryTest, ListenerTakesItsNewestRecord) {
+TEST_F(RegistryTest, ListenerRegistersItsNewestRecord) {
   void* first = nullptr;
   EXPECT_EQ("Listener", className(oxjni_lsn_wrap(env, conn, lsn, &first)));
   EXPECT_EQ(nullptr, static_cast<ListenerData*>(first)->connData);
@@ -79,8 +90,8 @@ TEST_F(RegistryTest, ListenerTakesItsNewestRecord) {
   EXPECT_NE(nullptr, wrapped);
   EXPECT_NE(nullptr, oxjni_lsn_wrap(env, conn, lsn, &record));
   EXPECT_NE(first, record);
-  EXPECT_EQ(record, lookUp(ListenerData::sLsnMap, lsn));
-  EXPECT_EQ(lookUp(ConnData::sConnDataMap, conn), static_cast<ListenerData*>(record)->connData);
+  EXPECT_EQ(record, find(ListenerData::sLsnMap, lsn));
+  EXPECT_EQ(find(ConnData::sConnDataMap, conn), static_cast<ListenerData*>(record)->connData);
   globalsLeft = 1;
 }
 
@@ -89,7 +100,7 @@ TEST_F(RegistryTest, PublisherReleasesTheRecordItReplaces) {
   EXPECT_EQ("Publisher", className(oxjni_pub_wrap(env, pub)));
   const jobject second = oxjni_pub_wrap(env, pub);
   EXPECT_EQ(before + 1, probe->counts.globals);
-  EXPECT_TRUE(env->IsSameObject(second, lookUp(PublisherData::sPubMap, pub)->jpub.get()));
+  EXPECT_TRUE(env->IsSameObject(second, find(PublisherData::sPubMap, pub)->jpub.get()));
 }
 
 TEST_F(RegistryTest, DestroyOfWhatIsNotRegistered) {
@@ -97,7 +108,7 @@ TEST_F(RegistryTest, DestroyOfWhatIsNotRegistered) {
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(pub_1destroy)(env, nullptr, toHandle(pub)));
 }
 
-TEST_F(RegistryTest, WrappedListenerLendsMessageObjects) {
+TEST_F(RegistryTest, WrappedListenerReturnsMessageObjects) {
   ASSERT_NE(nullptr, oxjni_lsn_wrap(env, conn, lsn, &record));
   ASSERT_EQ(OX_ERR_OK, ox_conn_process(conn, 0, nullptr));
   EXPECT_EQ("OpenMessage", className(received));
@@ -116,7 +127,7 @@ TEST_F(RegistryTest, WrappedListenerLendsMessageObjects) {
   const jobject jscheme = getObject(received, "getScheme", "()Lorg/quendel/oxli/Scheme;");
   EXPECT_EQ(toHandle(scheme), getLong(jscheme, "getRef"));
 
-  // Reached for with an exception pending, and without an environment.
+  // With an exception pending, and without a JNIEnv.
   env->ThrowNew(env->FindClass("java/lang/Error"), "before");
   EXPECT_EQ(nullptr, oxjni_lsn_cacheget(env, lsn, msg, record));
   EXPECT_EQ("Error", takeException());
@@ -135,29 +146,73 @@ TEST_F(RegistryTest, ClosedEnvironmentBindsNothing) {
   openEnvironment();
 }
 
-TEST_F(RegistryTest, DestroyThroughAWrapReleasesTheRegisteredRecordToo) {
-  const int before = probe->counts.globals;
-  const jlong connection = newConnection();
-  ox_conn_t* const native = fromHandle<ConnData>(connection)->conn;
-  const jobject wrapped = oxjni_conn_wrap(env, native);
-  ASSERT_NE(nullptr, wrapped);
-  EXPECT_EQ(before + 2, probe->counts.globals);
-  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(env, nullptr, connection));
-  EXPECT_EQ(before + 1, probe->counts.globals);
-  globalsLeft = 1;
+// Two records of one connection, destroyed in either order: each destroy releases the record that
+// it was given, and the gateway knows the handle once.
+TEST_F(RegistryTest, ConnectionsBoundTwiceAreDestroyedOneByOne) {
+  for (const bool firstFirst : {true, false}) {
+    const int before = probe->counts.globals;
+    ox_conn_t* twice = nullptr;
+    ASSERT_EQ(OX_ERR_OK, ox_conn_new("", &twice));
+    const jobject first = oxjni_conn_wrap(env, twice);
+    const jlong firstRecord = toHandle(find(ConnData::sConnDataMap, twice));
+    ASSERT_NE(nullptr, first);
+    const jlong second = recordOfNextWrap(twice);
+    const jlong order[] = {firstFirst ? firstRecord : second, firstFirst ? second : firstRecord};
+    EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(env, nullptr, order[0]));
+    EXPECT_EQ(nullptr, find(ConnData::sConnDataMap, twice));
+    EXPECT_EQ(before + 1, probe->counts.globals);
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(conn_1destroy)(env, nullptr, order[1]));
+    EXPECT_EQ(before, probe->counts.globals);
+  }
 }
 
-// A subscriber's record that native code has wrapped anew: destroying releases both.
-TEST_F(RegistryTest, DestroyReleasesAReplacedRecordToo) {
+TEST_F(RegistryTest, ListenersBoundTwiceAreDestroyedOneByOne) {
+  for (const bool firstFirst : {true, false}) {
+    const int before = probe->counts.globals;
+    ox_listener_t* twice = nullptr;
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_new(conn, "", &RegistryTest::onMessage, this, &twice));
+    void* records[2] = {};
+    for (void*& each : records) ASSERT_NE(nullptr, oxjni_lsn_wrap(env, conn, twice, &each));
+    EXPECT_EQ(before + 2, probe->counts.globals);
+    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, toHandle(records[firstFirst ? 0 : 1])));
+    EXPECT_EQ(nullptr, find(ListenerData::sLsnMap, twice));
+    EXPECT_EQ(before + 1, probe->counts.globals);
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT,
+              OXLI(lsn_1destroy)(env, nullptr, toHandle(records[firstFirst ? 1 : 0])));
+    EXPECT_EQ(before, probe->counts.globals);
+  }
+}
+
+// As from the CLOSE that a gateway raises while it destroys a connection.
+TEST_F(RegistryTest, ConnectionIsDestroyedOnceMoreByItsOwnGatewayCall) {
   const jlong connection = newConnection();
-  const jlong listener = newListener(connection);
-  const auto* const bound = fromHandle<ListenerData>(listener);
-  ox_listener_t* const native = bound->lsn;
-  const int before = probe->counts.globals;
-  ASSERT_NE(nullptr, oxjni_lsn_wrap(env, bound->connData->conn, native, &record));
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, listener));
-  EXPECT_EQ(before - 3, probe->counts.globals);
-  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(env, nullptr, connection));
+  standin::runDuringNext("ox_conn_destroy", [&] {
+    EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(env, nullptr, connection));
+  });
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(conn_1destroy)(env, nullptr, connection));
+}
+
+TEST_F(RegistryTest, WrapsRefuseNullsAndPendingExceptions) {
+  EXPECT_EQ(nullptr, oxjni_lsn_wrap(env, conn, lsn, nullptr));
+  const struct {
+    const char* step;
+    std::function<jobject(JNIEnv*)> wrap;
+  } cases[] = {
+      {"oxjni_conn_wrap new connection", [&](JNIEnv* on) { return oxjni_conn_wrap(on, conn); }},
+      {"oxjni_lsn_wrap lsn", [&](JNIEnv* on) { return oxjni_lsn_wrap(on, conn, lsn, &record); }},
+      {"oxjni_pub_wrap new object", [&](JNIEnv* on) { return oxjni_pub_wrap(on, pub); }}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(nullptr, c.wrap(nullptr));
+    env->ThrowNew(env->FindClass("java/lang/Error"), "before");
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(nullptr, c.wrap(env));
+    EXPECT_EQ(std::string("\nJNI Exception at ") + c.step + "\n\n",
+              ::testing::internal::GetCapturedStderr());
+    EXPECT_EQ("Error", takeException());
+  }
+  EXPECT_TRUE(ConnData::sConnDataMap.empty());
+  EXPECT_TRUE(ListenerData::sLsnMap.empty());
+  EXPECT_TRUE(PublisherData::sPubMap.empty());
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
-#include "jni/scheme.h"
+#include "jni/oxjni.h"
 
 #include <cstdint>
 #include <deque>
 #include <utility>
 
-#include "jni/base/handles.h"
+#include "jni/base/memory.h"
 #include "jni/jenv/jenv.h"
 #include "test/native/support/native_test.h"
 
@@ -161,6 +161,52 @@ TEST_F(SchemeTest, ListsNeedNotMatchTheirCounts) {
   EXPECT_EQ("scheme 1 2\n", converted());
 }
 
+TEST_F(SchemeTest, EndlessListsAndNestingFail) {
+  const std::string start = "\nJNI Exception at ";
+  const std::string end = start + "set message desc array element\n\n";
+  ox_field_desc_t& field = addField("i1", 1);
+  field.next = &field;
+  EXPECT_EQ("", converted());
+  EXPECT_EQ("ArrayIndexOutOfBoundsException", takeException());
+  field.next = nullptr;
+
+  ox_hint_t hint = {nullptr, "a", "1"};
+  hint.next = &hint;
+  message.hints = &hint;
+  converted();
+  EXPECT_EQ(start + "get hints[]\n\n" + end, errors);
+  message.hints = nullptr;
+
+  const int kLevels = 256;
+  std::deque<ox_message_desc_t> inner;
+  std::deque<ox_field_desc_t> nesting;
+  ox_message_desc_t* outer = &message;
+  for (int level = 2; level <= kLevels; ++level) {
+    inner.push_back({nullptr, 0, 0, nullptr, 0, "n", "", nullptr, 0, nullptr});
+    nesting.push_back({});
+    nesting.back().msg = &inner.back();
+    outer->num_fields = 1;
+    outer->fields = &nesting.back();
+    outer = &inner.back();
+  }
+  const std::string deepest = std::string(2 * kLevels - 1, ' ') + "message 0 n  {}\n";
+  EXPECT_NE(std::string::npos, converted().find(deepest));
+  EXPECT_EQ("", errors);
+
+  // One level more, and a message that contains itself.
+  ox_message_desc_t surplus = {nullptr, 0, 0, nullptr, 0, "n", "", nullptr, 0, nullptr};
+  ox_field_desc_t last = {};
+  outer->num_fields = 1;
+  outer->fields = &last;
+  for (ox_message_desc_t* const tooDeep : {&surplus, &message}) {
+    last.msg = tooDeep;
+    jscheme = make("org/quendel/oxli/Scheme");
+    EXPECT_EQ("scheme 4294967295 2147483649\n", converted());
+    EXPECT_EQ(0u, errors.find(start + "new message desc\n\n"));
+    EXPECT_EQ(errors.size() - end.size(), errors.rfind(end));
+  }
+}
+
 TEST_F(SchemeTest, NativesReturnTheGatewaysCode) {
   const jlong connection = newConnection();
   const jlong publisher =
@@ -213,6 +259,9 @@ TEST_F(SchemeTest, PartsConvertOnTheirOwn) {
   EXPECT_EQ(before, made);
   createScheme(env, nullptr, jscheme);
   createScheme(env, &scheme, nullptr);
+  create_message_desc(env, nullptr, &made);
+  create_message_desc(env, &message, nullptr);
+  EXPECT_EQ(before, made);
 }
 
 }  // namespace

@@ -13,22 +13,23 @@ enum Traits : unsigned {
   kRunsJava = 1u << 0,
   kMakes = 1u << 1,
   kMakesLocal = 1u << 2,
-  kDropsLocal = 1u << 3,
+  kDeletesLocal = 1u << 3,
   kMakesGlobal = 1u << 4,
-  kDropsGlobal = 1u << 5,
-  kBorrows = 1u << 6,
-  kGivesBack = 1u << 7,
+  kDeletesGlobal = 1u << 5,
+  kAcquires = 1u << 6,
+  kReleases = 1u << 7,
   kLegalWhilePending = 1u << 8,
   kLookup = 1u << 9,
   kObject = 1u << 10,
   kArray = 1u << 11,
   // The virtual machine implements it with other functions of the table, which do not count.
   kComposed = 1u << 12,
+  kExceptionTest = 1u << 13,
 };
 
 template <auto Function>
 const char* nameOf() {
-  // Names the function among other things.
+  // Contains the name of the function.
   return __PRETTY_FUNCTION__;
 }
 
@@ -85,19 +86,19 @@ JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env
   OXLI_HOOK(SetBooleanArrayRegion, kRunsJava);
   OXLI_HOOK(SetByteArrayRegion, 0);
   OXLI_HOOK(SetObjectArrayElement, kRunsJava);
-  OXLI_HOOK(GetStringUTFChars, kMakes | kBorrows);
-  OXLI_HOOK(ReleaseStringUTFChars, kGivesBack | kLegalWhilePending);
-  OXLI_HOOK(GetBooleanArrayElements, kMakes | kBorrows);
-  OXLI_HOOK(ReleaseBooleanArrayElements, kGivesBack | kLegalWhilePending);
+  OXLI_HOOK(GetStringUTFChars, kMakes | kAcquires);
+  OXLI_HOOK(ReleaseStringUTFChars, kReleases | kLegalWhilePending);
+  OXLI_HOOK(GetBooleanArrayElements, kMakes | kAcquires);
+  OXLI_HOOK(ReleaseBooleanArrayElements, kReleases | kLegalWhilePending);
   OXLI_HOOK(GetArrayLength, 0);
   OXLI_HOOK(GetDirectBufferAddress, kComposed);
   OXLI_HOOK(GetDirectBufferCapacity, kComposed);
   OXLI_HOOK(EnsureLocalCapacity, kRunsJava);
   OXLI_HOOK(IsInstanceOf, 0);
   OXLI_HOOK(NewGlobalRef, kMakes | kMakesGlobal);
-  OXLI_HOOK(DeleteGlobalRef, kDropsGlobal | kLegalWhilePending);
-  OXLI_HOOK(DeleteLocalRef, kDropsLocal | kLegalWhilePending);
-  OXLI_HOOK(ExceptionOccurred, kMakesLocal | kLegalWhilePending);
+  OXLI_HOOK(DeleteGlobalRef, kDeletesGlobal | kLegalWhilePending);
+  OXLI_HOOK(DeleteLocalRef, kDeletesLocal | kLegalWhilePending);
+  OXLI_HOOK(ExceptionOccurred, kMakesLocal | kLegalWhilePending | kExceptionTest);
 
   active = this;
   env_->functions = &hooked_;
@@ -114,20 +115,20 @@ JniProbe::~JniProbe() {
 void JniProbe::failAt(int n, Fault fault) {
   failIn_ = n;
   fault_ = fault;
-  fired_ = false;
+  failed_ = false;
 }
 
 bool JniProbe::disarm() {
   failIn_ = 0;
-  return fired_;
+  return failed_;
 }
 
 bool JniProbe::failsNow(const char* name, unsigned traits) {
   if (!(traits & kLegalWhilePending) && real_->ExceptionCheck(env_)) forbidden.emplace_back(name);
   const unsigned canFail = fault_ == Fault::kThrows ? kRunsJava | kMakes : unsigned{kMakes};
   if (failIn_ == 0 || !(traits & canFail) || --failIn_ > 0) return false;
-  fired_ = true;
-  // A global reference is never refused with an exception.
+  failed_ = true;
+  // The virtual machine refuses a global reference without an exception.
   if (fault_ == Fault::kThrows && !(traits & kMakesGlobal)) {
     real_->ThrowNew(env_, injected_, "injected");
   }
@@ -135,16 +136,21 @@ bool JniProbe::failsNow(const char* name, unsigned traits) {
 }
 
 void JniProbe::count(unsigned traits, bool made) {
+  ++counts.calls;
+  if (traits & kExceptionTest) ++counts.exceptionTests;
   if (traits & kLookup) ++counts.lookups;
   if (traits & kObject) ++counts.objects;
   if (traits & kArray) ++counts.arrays;
-  if (traits & kDropsLocal) --counts.locals;
-  if (traits & kDropsGlobal) --counts.globals;
-  if (traits & kGivesBack) --counts.borrowed;
+  if (traits & kDeletesLocal) --counts.locals;
+  if (traits & kDeletesGlobal) --counts.globals;
+  if (traits & kReleases) {
+    --counts.acquired;
+    if (onRelease) onRelease();
+  }
   if (!made) return;
   if (traits & kMakesLocal) ++counts.locals;
   if (traits & kMakesGlobal) ++counts.globals;
-  if (traits & kBorrows) ++counts.borrowed;
+  if (traits & kAcquires) ++counts.acquired;
 }
 
 }  // namespace oxli::test

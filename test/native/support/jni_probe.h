@@ -3,14 +3,14 @@
 
 #include <jni.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace oxli::test {
 
-// Stands between the library and one thread's JNI functions: counts what is taken and given back,
-// notes each call that JNI forbids while an exception is pending, and fails the n-th call on
-// demand. One at a time.
+// Wraps the JNI functions of one thread: counts what is acquired and released, records each call
+// that JNI forbids while an exception is pending, and fails the n-th call on demand. One at a time.
 class JniProbe {
  public:
   explicit JniProbe(JNIEnv* env);
@@ -19,35 +19,34 @@ class JniProbe {
   ~JniProbe();
 
   enum class Fault {
-    kThrows,    // any call that runs Java or makes something leaves an exception pending
-    kMakesNone  // a call that makes something gives null and leaves nothing pending
+    kThrows,      // any call that runs Java or makes something leaves an exception pending
+    kReturnsNull  // a call that makes something returns null and leaves nothing pending
   };
-  // The n-th call from now on that can fail so does, once; n counts from 1.
+  // Fails the n-th call from now on that can fail so, once; n counts from 1.
   void failAt(int n, Fault fault);
-  // Stops failing; whether the fault has happened.
+  // Stops failing. Returns whether the fault has happened.
   bool disarm();
 
   struct Counts {
-    int globals = 0;   // NewGlobalRef less DeleteGlobalRef
-    int borrowed = 0;  // characters and array elements taken less given back
-    int locals = 0;    // local references made less deleted
-    int objects = 0;   // NewObject calls
-    int lookups = 0;   // class and method lookups
-    int arrays = 0;    // new primitive arrays
-
-    bool operator==(const Counts& other) const {
-      return globals == other.globals && borrowed == other.borrowed && locals == other.locals &&
-             objects == other.objects && lookups == other.lookups && arrays == other.arrays;
-    }
+    int globals = 0;         // NewGlobalRef less DeleteGlobalRef
+    int acquired = 0;        // characters and array elements acquired less released
+    int locals = 0;          // local references made less deleted
+    int objects = 0;         // NewObject calls
+    int lookups = 0;         // class and method lookups
+    int arrays = 0;          // new primitive arrays
+    int calls = 0;           // hooked calls of all kinds
+    int exceptionTests = 0;  // ExceptionOccurred calls
   };
   Counts counts;
   std::vector<std::string> forbidden;
+  // Runs when characters or array elements are released; may be empty.
+  std::function<void()> onRelease;
 
  private:
   template <auto Function, unsigned Traits>
   friend struct Hook;
 
-  // True when this call is the one to fail.
+  // Returns whether this call is the one to fail.
   bool failsNow(const char* name, unsigned traits);
   void count(unsigned traits, bool made);
 
@@ -57,7 +56,7 @@ class JniProbe {
   jclass injected_;
   int failIn_ = 0;
   Fault fault_ = Fault::kThrows;
-  bool fired_ = false;
+  bool failed_ = false;
   bool insideComposed_ = false;
 };
 

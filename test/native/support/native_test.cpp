@@ -2,7 +2,7 @@
 
 #include <cstdarg>
 
-#include "jni/base/handles.h"
+#include "jni/base/memory.h"
 #include "jni/connection.h"
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"
@@ -40,7 +40,7 @@ void NativeTest::TearDown() {
   EXPECT_EQ("", takeException());
   closeEnvironment();
   EXPECT_EQ(globalsLeft, probe->counts.globals);
-  EXPECT_EQ(0, probe->counts.borrowed);
+  EXPECT_EQ(0, probe->counts.acquired);
   EXPECT_EQ(std::vector<std::string>(), probe->forbidden);
   probe.reset();
   EXPECT_EQ(0u, standin::liveObjects());

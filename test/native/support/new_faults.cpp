@@ -6,7 +6,8 @@
 namespace {
 
 thread_local int failIn = 0;
-thread_local bool fired = false;
+thread_local bool failed = false;
+thread_local long live = 0;
 
 }  // namespace
 
@@ -14,28 +15,35 @@ namespace oxli::test {
 
 void failAllocationAt(int n) {
   failIn = n;
-  fired = false;
+  failed = false;
 }
 
 bool disarmAllocations() {
   failIn = 0;
-  return fired;
+  return failed;
+}
+
+long liveAllocations() {
+  return live;
 }
 
 }  // namespace oxli::test
 
 void* operator new(std::size_t size) {
   if (failIn > 0 && --failIn == 0) {
-    fired = true;
+    failed = true;
     throw std::bad_alloc();
   }
-  if (void* const memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
+  void* const memory = std::malloc(size);
+  if (!memory) throw std::bad_alloc();
+  ++live;
+  return memory;
 }
 
 void operator delete(void* memory) noexcept {
+  if (memory) --live;
   std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
+  operator delete(memory);
 }

@@ -3,10 +3,12 @@
 
 namespace oxli::test {
 
-// The n-th allocation of this thread from now on fails, once; n counts from 1.
+// Fails the n-th allocation of this thread from now on, once; n counts from 1.
 void failAllocationAt(int n);
-// Stops failing; whether the fault has happened.
+// Stops failing. Returns whether the fault has happened.
 bool disarmAllocations();
+// Returns the allocations less the deallocations of this thread.
+long liveAllocations();
 
 }  // namespace oxli::test
 

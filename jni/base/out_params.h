@@ -1,0 +1,24 @@
+// Writes the results of natives into the Java objects that receive them, the out-parameters.
+#ifndef OXLI_JNI_BASE_OUT_PARAMS_H
+#define OXLI_JNI_BASE_OUT_PARAMS_H
+
+#include <jni.h>
+
+#include "jni/base/failure.h"
+#include "oxli.h"
+
+namespace oxli::jni {
+
+// Calls `set` of an IntRef with a jint, or of an ObjRef with a jlong. Returns OX_ERR_OK, or
+// OX_ERR_INTERNAL after the line for `step`.
+template <class Value>
+[[nodiscard]] jint setOutParam(JNIEnv* env, jobject holder, jmethodID set, Value value,
+                               const char* step) {
+  if (reportIfPending(env, step)) return OX_ERR_INTERNAL;
+  env->CallVoidMethod(holder, set, value);
+  return reportIfPending(env, step) ? OX_ERR_INTERNAL : OX_ERR_OK;
+}
+
+}  // namespace oxli::jni
+
+#endif  // OXLI_JNI_BASE_OUT_PARAMS_H

@@ -1,0 +1,57 @@
+// Locks the registries, each for a scope. The mutexes are recursive: a subscriber may call natives
+// that lock from inside a native that has locked. Lock order: lsnMutex before connMutex. Both are
+// held across gateway calls, so callbacks may acquire further locks.
+#ifndef OXLI_JNI_JENV_LOCKS_H
+#define OXLI_JNI_JENV_LOCKS_H
+
+#include <pthread.h>
+
+#include "jni/base/thread_annotations.h"
+#include "jni/jenv/jenv.h"
+
+namespace oxli::jni {
+
+class RegistryLock {
+ public:
+  RegistryLock(const RegistryLock&) = delete;
+  RegistryLock& operator=(const RegistryLock&) = delete;
+
+ protected:
+  explicit RegistryLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+  ~RegistryLock() { pthread_mutex_unlock(&mutex_); }
+
+ private:
+  pthread_mutex_t& mutex_;
+};
+
+class SCOPED_CAPABILITY ConnLock : RegistryLock {
+ public:
+  explicit ConnLock(JEnv& classes) ACQUIRE(JEnv::spInstance->connMutex)
+      : RegistryLock(classes.connMutex) {}
+  ~ConnLock() RELEASE() {}
+};
+
+class SCOPED_CAPABILITY LsnLock : RegistryLock {
+ public:
+  explicit LsnLock(JEnv& classes) ACQUIRE(JEnv::spInstance->lsnMutex)
+      : RegistryLock(classes.lsnMutex) {}
+  ~LsnLock() RELEASE() {}
+};
+
+class SCOPED_CAPABILITY PubLock : RegistryLock {
+ public:
+  explicit PubLock(JEnv& classes) ACQUIRE(JEnv::spInstance->pubMutex)
+      : RegistryLock(classes.pubMutex) {}
+  ~PubLock() RELEASE() {}
+};
+
+class SCOPED_CAPABILITY ZBlockLock : RegistryLock {
+ public:
+  explicit ZBlockLock(JEnv& classes) ACQUIRE(JEnv::spInstance->zblockMutex)
+      : RegistryLock(classes.zblockMutex) {}
+  ~ZBlockLock() RELEASE() {}
+};
+
+}  // namespace oxli::jni
+
+#endif  // OXLI_JNI_JENV_LOCKS_H

@@ -1,0 +1,2 @@
+// Compiles the header for native callers as C.
+#include "jni/oxjni.h"
