@@ -8,6 +8,7 @@
 #include "jni/oxjni.h"
 #include "jni/publisher.h"
 #include "test/native/support/native_test.h"
+#include "test/native/support/new_faults.h"
 #include "test/native/support/records.h"
 
 namespace oxli::test {
@@ -318,6 +319,24 @@ TEST_F(DeliveryTest, SubscriberMayDestroyWhatItRunsIn) {
   // The connection has destroyed the gateway listener, but not its record.
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(lsn_1destroy)(env, nullptr, listener));
   listener = 0;
+}
+
+// Records of destroyed listeners outlive the call in progress, not the process.
+TEST_F(DeliveryTest, DestroyedRecordsAreFreedAfterTheCall) {
+  long before = 0;
+  for (int round = 0; round < 100; ++round) {
+    if (round == 10) before = liveAllocations();
+    ASSERT_EQ(0, env->PushLocalFrame(64));
+    const jlong other = newListener(connection);
+    OXLI(lsn_1open)(env, nullptr, other, text(""));
+    script.onMessage = [other](JNIEnv* on, jobject) {
+      return OXLI(lsn_1destroy)(on, nullptr, other);
+    };
+    EXPECT_EQ(OX_ERR_OK, process());
+    standin::clearCalls();
+    env->PopLocalFrame(nullptr);
+  }
+  EXPECT_LT(liveAllocations() - before, 45);
 }
 
 TEST_F(DeliveryTest, CallbackMayDestroyTheListenerThatIsBeingClosed) {
