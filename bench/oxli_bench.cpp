@@ -1,20 +1,27 @@
-// What the library adds to the JNI calls that it cannot avoid. Each benchmark runs the library's
-// path and a bare one in turn, within the same iterations, and reports
-//   library_ns, bare_ns   per message
-//   ratio                 of the two, the figure to look at
-// The bare path makes the same gateway and setter calls with nothing around them: no exception
-// checks, no cache of message objects, no look at who is calling.
+// Measures what the library adds to the JNI calls that it cannot avoid. Each comparison runs the
+// library and a floor in turn, within the same iterations, and reports
+//   library_ns, floor_ns   nanoseconds per message
+//   ratio                  library to floor: the figure to look at
+// The floor makes the same gateway and JNI calls with nothing around them: no exception tests and
+// no search for the message object, of which it holds one for each kind. It calls the subscriber
+// through the interface, as the library does.
 #include <benchmark/benchmark.h>
 #include <jni.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "jni/base/memory.h"
 #include "jni/connection.h"
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"
+#include "org_quendel_oxli_ex_impl_OxliImplEx.h"
 #include "org_quendel_oxli_impl_OxliImpl.h"
 #include "oxli.h"
 #include "standin/control.h"
@@ -30,11 +37,12 @@ using oxli::jni::ListenerData;
 using oxli::jni::toHandle;
 
 constexpr std::size_t kBatch = 1000;
+constexpr std::size_t kMostKinds = 10000;
 
 JNIEnv* env = nullptr;
 
-void require(bool held, const char* what) {
-  if (held) return;
+void require(bool condition, const char* what) {
+  if (condition) return;
   std::fprintf(stderr, "oxli_bench: %s failed\n", what);
   std::abort();
 }
@@ -46,7 +54,7 @@ jobject make(const char* className, const char* signature = "()V", jlong argumen
   return env->NewGlobalRef(object);
 }
 
-// The handle that a native stored through its holder.
+// Returns the handle that a native stores in its out-parameter.
 template <class Native>
 jlong made(Native&& native) {
   const jobject ref = make("org/quendel/oxli/impl/ObjRef");
@@ -61,35 +69,40 @@ double seconds(Body&& body) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Times both in turn and sets the counters.
-template <class Library, class Bare>
-void compare(benchmark::State& state, Library&& library, Bare&& bare) {
-  double librarySeconds = 0;
-  double bareSeconds = 0;
-  for (auto _ : state) {
-    const double once = seconds(library);
-    bareSeconds += seconds(bare);
-    librarySeconds += once;
-    state.SetIterationTime(once);
+// Sums up the times of both paths and sets the counters.
+class Comparison {
+ public:
+  // Adds one iteration.
+  void add(benchmark::State& state, double library, double floor) {
+    library_ += library;
+    floor_ += floor;
+    state.SetIterationTime(library);
   }
-  const double messages = static_cast<double>(state.iterations()) * kBatch;
-  state.counters["library_ns"] = librarySeconds / messages * 1e9;
-  state.counters["bare_ns"] = bareSeconds / messages * 1e9;
-  state.counters["ratio"] = librarySeconds / bareSeconds;
-}
+  void report(benchmark::State& state, std::size_t messagesPerIteration) const {
+    const double messages =
+        static_cast<double>(state.iterations()) * static_cast<double>(messagesPerIteration);
+    state.counters["library_ns"] = library_ / messages * 1e9;
+    state.counters["floor_ns"] = floor_ / messages * 1e9;
+    state.counters["ratio"] = library_ / floor_;
+  }
 
-// Everything that both benchmarks need, made once.
+ private:
+  double library_ = 0;
+  double floor_ = 0;
+};
+
+// Everything that the benchmarks share.
 struct Objects {
   jstring empty = static_cast<jstring>(env->NewGlobalRef(env->NewStringUTF("")));
   jobject jconn = make("org/quendel/oxli/Connection", "(J)V");
   jobject jlsn = make("org/quendel/oxli/Listener", "(J)V");
   jobject subscriber = make("org/quendel/oxli/SilentSubscriber");
   jobject outgoing = nullptr;
-  jobject delivered = nullptr;  // of the bare path
+  std::vector<jobject> floorObjects;  // by index
   jlong connection = 0;
   jlong listener = 0;
   jlong publisher = 0;
-  ox_listener_t* bareListener = nullptr;
+  ox_listener_t* floorListener = nullptr;
 
   Objects() {
     require(OXLI(env_1open)(env, nullptr, empty) == OX_ERR_OK, "env_open");
@@ -100,45 +113,51 @@ struct Objects {
       return OXLI(lsn_1new)(env, nullptr, connection, empty, subscriber, ref, jconn, jlsn);
     });
     require(OXLI(lsn_1open)(env, nullptr, listener, empty) == OX_ERR_OK, "lsn_open");
-    require(ox_lsn_new(native(), "", &Objects::bareCallback, this, &bareListener) == OX_ERR_OK,
+    require(ox_lsn_new(native(), "", &Objects::floorCallback, this, &floorListener) == OX_ERR_OK,
             "ox_lsn_new");
-    const jobject jpub = make("org/quendel/oxli/Publisher", "(J)V");
-    publisher = made(
-        [&](jobject ref) { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub); });
-    const jstring settings =
-        env->NewStringUTF("stream=other;scheme=?{messages=m;message.m=?{fields=f:c32}}");
-    require(OXLI(pub_1open)(env, nullptr, publisher, settings) == OX_ERR_OK, "pub_open");
+    publisher = newPublisher("stream=other;scheme=?{messages=m;message.m=?{fields=f:c32}}");
     outgoing = newMessage();
-    delivered = newMessage();
+    for (std::size_t i = 0; i < kMostKinds; ++i) floorObjects.push_back(newMessage());
     process();
   }
 
+  jlong newPublisher(const std::string& settings) const {
+    const jobject jpub = make("org/quendel/oxli/Publisher", "(J)V");
+    const jlong handle = made(
+        [&](jobject ref) { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub); });
+    const jstring jsettings = env->NewStringUTF(settings.c_str());
+    require(OXLI(pub_1open)(env, nullptr, handle, jsettings) == OX_ERR_OK, "pub_open");
+    return handle;
+  }
   jobject newMessage() const {
+    require(env->PushLocalFrame(8) == 0, "PushLocalFrame");
     const jobjectArray out = env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
     require(OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, env->NewStringUTF("m"), nullptr,
                               out) == OX_ERR_OK,
             "pub_msgnew");
-    return env->NewGlobalRef(env->GetObjectArrayElement(out, 0));
+    const jobject message = env->NewGlobalRef(env->GetObjectArrayElement(out, 0));
+    env->PopLocalFrame(nullptr);
+    return message;
   }
   ox_conn_t* native() const { return fromHandle<ConnData>(connection)->conn; }
   void process() const {
     require(OXLI(conn_1process)(env, nullptr, connection, 0) == OX_ERR_OK, "conn_process");
   }
 
-  static int bareCallback(ox_conn_t*, ox_listener_t* lsn, ox_msg_t* msg, void* data) {
+  static int floorCallback(ox_conn_t*, ox_listener_t* lsn, ox_msg_t* msg, void* data) {
     const Objects& objects = *static_cast<Objects*>(data);
-    const JEnv& cache = *JEnv::spInstance;
+    const JEnv& classes = *JEnv::spInstance;
     const auto& record = *reinterpret_cast<ox_msg_data_t*>(msg);
     ox_scheme_desc_t* scheme = nullptr;
     ox_lsn_getscheme(lsn, &scheme);
-    const jobject to = objects.delivered;
+    const jobject to = objects.floorObjects[record.msg_index];
     const jobject buffer = env->NewDirectByteBuffer(msg->data, static_cast<jlong>(msg->data_size));
-    env->CallVoidMethod(to, cache.message.setData, buffer);
+    env->CallVoidMethod(to, classes.message.setData, buffer);
     const jstring address = env->NewStringUTF(record.addr);
-    env->CallVoidMethod(to, cache.dataMessage.setUserId, static_cast<jint>(record.user_id));
-    env->CallVoidMethod(to, cache.dataMessage.setAddress, address);
-    env->CallVoidMethod(to, cache.message.setRef, toHandle(msg));
-    const jint result = env->CallIntMethod(objects.subscriber, cache.subscriber.onMessage,
+    env->CallVoidMethod(to, classes.dataMessage.setUserId, static_cast<jint>(record.user_id));
+    env->CallVoidMethod(to, classes.dataMessage.setAddress, address);
+    env->CallVoidMethod(to, classes.message.setRef, toHandle(msg));
+    const jint result = env->CallIntMethod(objects.subscriber, classes.subscriber.onMessage,
                                            objects.jconn, objects.jlsn, to);
     env->DeleteLocalRef(address);
     env->DeleteLocalRef(buffer);
@@ -151,50 +170,138 @@ Objects& objects() {
   return made;
 }
 
-void deliverData(benchmark::State& state) {
-  const Objects& on = objects();
-  char payload[32] = {};
+ox_msg_data_t dataRecord(std::uint64_t index) {
+  static char payload[32] = {};
   ox_msg_data_t msg = {};
   msg.head.type = OX_MSG_DATA;
   msg.head.data = payload;
   msg.head.data_size = sizeof payload;
+  msg.msg_index = index;
   msg.msg_name = "m";
   msg.addr = "address";
-  const auto deliverTo = [&](ox_listener_t* lsn) {
-    return [&, lsn] {
-      standin::deliver(lsn, &msg.head, kBatch);
-      on.process();
-    };
-  };
-  compare(state, deliverTo(fromHandle<ListenerData>(on.listener)->lsn), deliverTo(on.bareListener));
+  return msg;
 }
-BENCHMARK(deliverData)->UseManualTime();
+
+// Delivers messages of as many kinds as the argument says, in a shuffled order.
+void deliverData(benchmark::State& state) {
+  const Objects& on = objects();
+  const auto kinds = static_cast<std::size_t>(state.range(0));
+  std::vector<ox_msg_data_t> records;
+  for (std::size_t i = 0; i < std::max(kinds, kBatch); ++i) {
+    records.push_back(dataRecord(i % kinds));
+  }
+  std::shuffle(records.begin(), records.end(), std::mt19937(1));
+  const auto queue = [&](ox_listener_t* lsn) {
+    for (const ox_msg_data_t& msg : records) standin::deliver(lsn, &msg.head);
+  };
+  ox_listener_t* const lsn = fromHandle<ListenerData>(on.listener)->lsn;
+  queue(lsn);
+  on.process();
+  const auto process = [&] { on.process(); };
+  Comparison comparison;
+  for (auto _ : state) {
+    queue(lsn);
+    const double library = seconds(process);
+    queue(on.floorListener);
+    comparison.add(state, library, seconds(process));
+  }
+  comparison.report(state, records.size());
+}
+BENCHMARK(deliverData)->ArgName("kinds")->Arg(1)->Arg(100)->Arg(kMostKinds)->UseManualTime();
 
 void postData(benchmark::State& state) {
   const Objects& on = objects();
-  const JEnv& cache = *JEnv::spInstance;
+  const JEnv& classes = *JEnv::spInstance;
   auto* const pub = fromHandle<ox_publisher_t>(on.publisher);
-  compare(
-      state,
-      [&] {
-        for (std::size_t i = 0; i < kBatch; ++i) {
-          require(OXLI(pub_1post)(env, nullptr, on.publisher, on.outgoing, 0) == OX_ERR_OK,
-                  "pub_post");
-        }
-      },
-      [&] {
-        for (std::size_t i = 0; i < kBatch; ++i) {
-          auto* const msg =
-              fromHandle<ox_msg_data_t>(env->CallLongMethod(on.outgoing, cache.message.getRef));
-          msg->user_id = static_cast<std::uint32_t>(
-              env->CallIntMethod(on.outgoing, cache.dataMessage.getUserId));
-          env->DeleteLocalRef(env->CallObjectMethod(on.outgoing, cache.dataMessage.getAddress));
-          env->DeleteLocalRef(env->CallObjectMethod(on.outgoing, cache.dataMessage.getRefMessage));
-          require(ox_pub_post(pub, &msg->head, 0) == OX_ERR_OK, "ox_pub_post");
-        }
-      });
+  Comparison comparison;
+  for (auto _ : state) {
+    const double library = seconds([&] {
+      for (std::size_t i = 0; i < kBatch; ++i) {
+        require(OXLI(pub_1post)(env, nullptr, on.publisher, on.outgoing, 0) == OX_ERR_OK,
+                "pub_post");
+      }
+    });
+    const double floor = seconds([&] {
+      for (std::size_t i = 0; i < kBatch; ++i) {
+        auto* const msg =
+            fromHandle<ox_msg_data_t>(env->CallLongMethod(on.outgoing, classes.message.getRef));
+        msg->user_id = static_cast<std::uint32_t>(
+            env->CallIntMethod(on.outgoing, classes.dataMessage.getUserId));
+        env->DeleteLocalRef(env->CallObjectMethod(on.outgoing, classes.dataMessage.getAddress));
+        env->DeleteLocalRef(env->CallObjectMethod(on.outgoing, classes.dataMessage.getRefMessage));
+        require(ox_pub_post(pub, &msg->head, 0) == OX_ERR_OK, "ox_pub_post");
+      }
+    });
+    comparison.add(state, library, floor);
+  }
+  comparison.report(state, kBatch);
 }
 BENCHMARK(postData)->UseManualTime();
+
+double residentMiB() {
+  std::size_t total = 0;
+  std::size_t resident = 0;
+  std::ifstream("/proc/self/statm") >> total >> resident;
+  return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1 << 20);
+}
+
+// Delivers a million messages in one gateway call. Reports the growth of the resident memory.
+void deliverMillionInOneCall(benchmark::State& state) {
+  const Objects& on = objects();
+  constexpr std::size_t kMillion = 1000000;
+  const ox_msg_data_t msg = dataRecord(0);
+  ox_listener_t* const lsn = fromHandle<ListenerData>(on.listener)->lsn;
+  double growth = 0;
+  for (auto _ : state) {
+    standin::deliver(lsn, &msg.head, kMillion);
+    const double before = residentMiB();
+    on.process();
+    growth = std::max(growth, residentMiB() - before);
+  }
+  state.counters["growth_MiB"] = growth;
+  state.SetItemsProcessed(static_cast<std::int64_t>(kMillion) * state.iterations());
+}
+BENCHMARK(deliverMillionInOneCall)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// Converts a scheme of one message with as many fields as the argument says.
+void convertScheme(benchmark::State& state) {
+  const Objects& on = objects();
+  std::string fields;
+  for (std::int64_t i = 0; i < state.range(0); ++i) fields += ",f" + std::to_string(i) + ":i8";
+  const jlong publisher =
+      on.newPublisher("stream=scheme" + std::to_string(state.range(0)) +
+                      ";scheme=?{messages=m;message.m=?{fields=" + fields.substr(1) + "}}");
+  const jclass cls = env->FindClass("org/quendel/oxli/Scheme");
+  const jmethodID ctor = env->GetMethodID(cls, "<init>", "()V");
+  for (auto _ : state) {
+    require(env->PushLocalFrame(16) == 0, "PushLocalFrame");
+    const jobject scheme = env->NewObject(cls, ctor);
+    require(OXLI(pub_1newscheme)(env, nullptr, publisher, scheme) == OX_ERR_OK, "pub_newscheme");
+    env->PopLocalFrame(nullptr);
+  }
+  OXLI(pub_1destroy)(env, nullptr, publisher);
+  state.SetItemsProcessed(state.range(0) * state.iterations());
+}
+BENCHMARK(convertScheme)->ArgName("fields")->Arg(16)->Arg(256)->Arg(4096);
+
+// Parses settings of as many pairs as the argument says.
+void parseSettings(benchmark::State& state) {
+  objects();
+  std::string settings;
+  for (std::int64_t i = 0; i < state.range(0); ++i) {
+    settings += "key" + std::to_string(i) + "=value;";
+  }
+  const jstring jsettings = env->NewStringUTF(settings.c_str());
+  for (auto _ : state) {
+    const jobject pairs =
+        Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(env, nullptr, jsettings);
+    require(pairs != nullptr, "settings_parse");
+    env->DeleteLocalRef(pairs);
+  }
+  env->DeleteLocalRef(jsettings);
+  state.SetItemsProcessed(state.range(0) * state.iterations());
+}
+BENCHMARK(parseSettings)->ArgName("pairs")->Arg(10)->Arg(1000)->Arg(100000);
 
 }  // namespace
 
