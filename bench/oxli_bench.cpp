@@ -25,6 +25,7 @@
 #include "org_quendel_oxli_impl_OxliImpl.h"
 #include "oxli.h"
 #include "standin/control.h"
+#include "test/support/virtual_machine.h"
 
 #define OXLI(name) Java_org_quendel_oxli_impl_OxliImpl_##name
 
@@ -305,27 +306,10 @@ BENCHMARK(parseSettings)->ArgName("pairs")->Arg(10)->Arg(1000)->Arg(100000);
 
 }  // namespace
 
-extern "C" {
-
-// Makes the virtual machine take this program for the library: the natives are linked in.
-JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*);
-JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*) {
-  return JNI_VERSION_1_8;
-}
-}
-
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  std::string classPath = "-Djava.class.path=" OXLI_BENCH_CLASS_PATH;
-  JavaVMOption option = {classPath.data(), nullptr};
-  JavaVMInitArgs args = {};
-  args.version = JNI_VERSION_1_8;
-  args.nOptions = 1;
-  args.options = &option;
-  JavaVM* vm = nullptr;
-  void* created = nullptr;
-  require(JNI_CreateJavaVM(&vm, &created, &args) == JNI_OK, "JNI_CreateJavaVM");
-  env = static_cast<JNIEnv*>(created);
+  env = oxli::test::startVirtualMachine(OXLI_BENCH_CLASS_PATH);
+  require(env != nullptr, "startVirtualMachine");
   benchmark::RunSpecifiedBenchmarks();
   return 0;
 }

@@ -22,10 +22,11 @@ function(oxli_exports target script)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS "${path}")
 endfunction()
 
-# oxli_vm_program(<target>): a program that starts a virtual machine of its own and has the library's
-# objects linked in: it exports them, so that the virtual machine binds the natives by name.
+# oxli_vm_program(<target>): links the library's objects into a program that starts a virtual machine of
+# its own, which binds the natives to them by name: the program exports its symbols.
 function(oxli_vm_program target)
   oxli_target(${target})
+  target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/test/support/virtual_machine.cpp")
   cmake_path(GET JAVA_JVM_LIBRARY PARENT_PATH jvm)
   set_target_properties(${target} PROPERTIES
     ENABLE_EXPORTS ON INSTALL_RPATH "$ORIGIN/../lib;${jvm}")

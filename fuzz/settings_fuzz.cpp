@@ -1,9 +1,9 @@
 #include <string>
 
 #include "fuzz/fuzz.h"
-#include "fuzz/settings_table.h"
+#include "test/support/settings_table.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  oxli::fuzz::require(oxli::fuzz::parserFollowsTable({bytes, bytes + size}));
+  oxli::fuzz::require(oxli::test::parserFollowsTable({bytes, bytes + size}));
   return 0;
 }

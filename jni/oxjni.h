@@ -96,6 +96,7 @@ JNIEXPORT jobjectArray getHints(JNIEnv* env, const ox_hint_t* hints);
 // The state of one exchange between a Java message and its record: what replaceMsgFields has
 // replaced in the record, and the memory that it has acquired from the virtual machine.
 // Zero-initialise it before the exchange.
+// NOLINTNEXTLINE(modernize-use-using): C has no alias declaration.
 typedef struct SavedMsgFields {
   const char* addrText;
   const char* oldAddr;

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "fuzz/settings_table.h"
+#include "test/support/settings_table.h"
 
 namespace {
 
@@ -99,7 +99,7 @@ TEST(Properties, FollowsTheGrammarsTable) {
   for (int i = 0; i < 200000; ++i) {
     std::string settings(random() % 24, '\0');
     for (char& c : settings) c = kCharacters[random() % (sizeof kCharacters - 1)];
-    ASSERT_TRUE(oxli::fuzz::parserFollowsTable(settings)) << settings;
+    ASSERT_TRUE(oxli::test::parserFollowsTable(settings)) << settings;
   }
 }
 

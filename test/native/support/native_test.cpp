@@ -11,12 +11,12 @@
 #include "org_quendel_oxli_ScriptedExitHandler.h"
 #include "org_quendel_oxli_ScriptedListener.h"
 #include "org_quendel_oxli_ScriptedSubscriber.h"
+#include "test/support/virtual_machine.h"
 
 namespace oxli::test {
 
 namespace {
 
-JavaVM* sVm = nullptr;
 JNIEnv* sEnv = nullptr;
 
 }  // namespace
@@ -24,7 +24,10 @@ JNIEnv* sEnv = nullptr;
 Script script;
 
 JavaVM* virtualMachine() {
-  return sVm;
+  JavaVM* vm = nullptr;
+  jsize count = 0;
+  JNI_GetCreatedJavaVMs(&vm, 1, &count);
+  return vm;
 }
 
 void NativeTest::SetUp() {
@@ -180,15 +183,9 @@ std::string NativeTest::takeException() const {
 
 extern "C" {
 
-// Makes the virtual machine take this program for the library: the natives are linked in.
-JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*);
-JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*) {
-  return JNI_VERSION_1_8;
-}
-
 JNIEXPORT jint Java_org_quendel_oxli_ScriptedSubscriber_onMessage(JNIEnv* env, jobject, jobject,
                                                                   jobject, jobject message) {
-  // A copy each time: what runs may replace itself in the script.
+  // Copied, because the function may replace itself in the script.
   const auto onMessage = oxli::test::script.onMessage;
   return onMessage ? onMessage(env, message) : 0;
 }
@@ -206,21 +203,10 @@ JNIEXPORT void Java_org_quendel_oxli_ScriptedExitHandler_onExitEvent(JNIEnv* env
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
-  std::string classPath = "-Djava.class.path=" OXLI_TEST_CLASS_PATH;
-  std::string checks = "-Xcheck:jni";
-  std::string heap = "-Xmx64m";
-  JavaVMOption options[] = {
-      {classPath.data(), nullptr}, {checks.data(), nullptr}, {heap.data(), nullptr}};
-  JavaVMInitArgs args = {};
-  args.version = JNI_VERSION_1_8;
-  args.nOptions = static_cast<jint>(std::size(options));
-  args.options = options;
-  void* env = nullptr;
-  if (JNI_CreateJavaVM(&oxli::test::sVm, &env, &args) != JNI_OK) return 1;
-  oxli::test::sEnv = static_cast<JNIEnv*>(env);
-  // Loads the library's Java side, so that its natives are bound.
-  if (!oxli::test::sEnv->FindClass("org/quendel/oxli/impl/OxliImpl")) return 1;
+  oxli::test::sEnv =
+      oxli::test::startVirtualMachine(OXLI_TEST_CLASS_PATH, {"-Xcheck:jni", "-Xmx64m"});
+  if (!oxli::test::sEnv) return 1;
   const int result = RUN_ALL_TESTS();
-  oxli::test::sVm->DestroyJavaVM();
+  oxli::test::virtualMachine()->DestroyJavaVM();
   return result;
 }

@@ -13,15 +13,15 @@
 #include "standin/control.h"
 #include "test/native/support/jni_probe.h"
 
-// The native of that name, as the virtual machine would call it.
+// The native of that name, as the virtual machine calls it.
 #define OXLI(name) Java_org_quendel_oxli_impl_OxliImpl_##name
 
 namespace oxli::test {
 
-// The process's one virtual machine.
+// Returns the virtual machine of the process.
 JavaVM* virtualMachine();
 
-// What the scripted Java objects of the running test do.
+// What the scripted Java objects do in the running test.
 struct Script {
   std::function<jint(JNIEnv*, jobject message)> onMessage;
   std::function<jobject(JNIEnv*)> getScheme;
@@ -29,20 +29,20 @@ struct Script {
 };
 extern Script script;
 
-// Runs each test on the main thread's environment behind a JniProbe, and afterwards closes the
-// environment and checks that everything taken has been given back: references, characters, gateway
-// objects, registry entries.
+// Runs each test on the main thread, with a JniProbe. Afterwards closes the environment and checks
+// that everything acquired has been released: references, characters, gateway objects, registry
+// entries.
 class NativeTest : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  // Result codes of the natives; handles as Java has them.
+  // Expect natives to succeed and return handles.
   void openEnvironment();
   jlong newConnection();  // opened
   jlong newListener(jlong connection, const char* settings = "stream=s");
   jlong newPublisher(jlong connection, const char* settings);  // opened
-  // A new outgoing message by name.
+  // Returns a new outgoing message by its name.
   jobject newMessage(jlong publisher, const char* name);
   void closeEnvironment();
 
@@ -51,7 +51,7 @@ class NativeTest : public ::testing::Test {
   jobject objRef() const { return make("org/quendel/oxli/impl/ObjRef"); }
   jobject intRef() const { return make("org/quendel/oxli/impl/IntRef"); }
   jobject scripted(const char* simpleName) const;
-  // Call a method without parameters that must not throw.
+  // Call a method without parameters and expect that it does not throw.
   jlong getLong(jobject object, const char* method) const;
   jint getInt(jobject object, const char* method) const;
   jobject getObject(jobject object, const char* method, const char* signature) const;
@@ -59,12 +59,12 @@ class NativeTest : public ::testing::Test {
   std::string className(jobject object) const;
   void set(jobject object, const char* method, const char* signature, ...) const;
   static std::string toText(JNIEnv* env, jobject string);
-  // What a converted `Scheme` says.
+  // Returns a converted `Scheme` as a string.
   std::string schemeText(jobject scheme) const;
-  // The bytes that a `ZBlock` was given last, whatever its state; no call that the probe sees.
+  // Returns the buffer that a `ZBlock` has received last. Makes no call that the probe counts.
   static jobject dataOf(JNIEnv* env, jobject zblock);
 
-  // The class of the pending exception, which is cleared; "" when none is pending.
+  // Clears the pending exception. Returns its class, or "" if none is pending.
   std::string takeException() const;
 
   JNIEnv* env = nullptr;

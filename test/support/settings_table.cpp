@@ -1,10 +1,10 @@
-#include "fuzz/settings_table.h"
+#include "test/support/settings_table.h"
 
 #include <map>
 
 #include "utils/properties.h"
 
-namespace oxli::fuzz {
+namespace oxli::test {
 
 namespace {
 
@@ -17,15 +17,15 @@ struct Outcome {
 };
 
 enum State { kKey, kEscape, kValue, kNested, kQuoted };
-enum Class { kEquals, kSemicolon, kOpens, kCloses, kQuoteBehindEquals, kQuote, kBackslash, kOther };
+enum Class { kEquals, kSemicolon, kOpens, kCloses, kQuoteAfterEquals, kQuote, kBackslash, kOther };
 
-// What is done, in order:
-//   +  append the character
-//   /  append a backslash
-//   K  the token is the key, a value follows
-//   !  with a token, the text is malformed
-//   E  N  Q  remember the state and go to kEscape, kNested, kQuoted
-//   <  go back to the state that was remembered last
+// The actions for a character, in order:
+//   +  append the character to the token
+//   /  append a backslash to the token
+//   K  make the token the key and go to kValue
+//   !  make the settings malformed if there is a token
+//   E  N  Q  push the state and go to kEscape, kNested, kQuoted
+//   <  pop the state
 // clang-format off
 constexpr const char* kActions[][8] = {
     //            =      ;     ?{     }      ="    "     \      other
@@ -42,13 +42,13 @@ Class classOf(char c, char previous, bool last) {
   if (c == ';') return kSemicolon;
   if (c == '{' && previous == '?') return kOpens;
   if (c == '}') return kCloses;
-  if (c == '"') return previous == '=' ? kQuoteBehindEquals : kQuote;
+  if (c == '"') return previous == '=' ? kQuoteAfterEquals : kQuote;
   return c == '\\' && !last ? kBackslash : kOther;
 }
 
 struct Machine {
   State state = kKey;
-  std::string remembered;
+  std::string stack;
   std::string key, token;
   bool wellFormed = true;
 
@@ -69,17 +69,17 @@ struct Machine {
         wellFormed = wellFormed && token.empty();
         break;
       case '<':
-        state = static_cast<State>(remembered.back());
-        remembered.pop_back();
+        state = static_cast<State>(stack.back());
+        stack.pop_back();
         break;
       default:
-        remembered.push_back(static_cast<char>(state));
+        stack.push_back(static_cast<char>(state));
         state = action == 'E' ? kEscape : action == 'N' ? kNested : kQuoted;
     }
   }
 };
 
-// As much as printf sees.
+// Cuts the string as printf does, at its first zero byte.
 std::string printed(const std::string& text) {
   return text.substr(0, text.find('\0'));
 }
@@ -101,7 +101,7 @@ Outcome byTable(const std::string& settings) {
     }
   }
 
-  const bool closed = machine.remembered.empty();
+  const bool closed = machine.stack.empty();
   if (machine.wellFormed && closed && (machine.key + machine.token).empty()) {
     return {true, pairs, ""};
   }
@@ -122,4 +122,4 @@ bool parserFollowsTable(const std::string& settings) {
          properties.lastError == expected.message;
 }
 
-}  // namespace oxli::fuzz
+}  // namespace oxli::test

@@ -1,0 +1,18 @@
+#ifndef OXLI_TEST_SUPPORT_VIRTUAL_MACHINE_H
+#define OXLI_TEST_SUPPORT_VIRTUAL_MACHINE_H
+
+#include <jni.h>
+
+#include <string>
+#include <vector>
+
+namespace oxli::test {
+
+// Starts the virtual machine of a program that has the library's objects linked in, on the calling
+// thread, and binds the natives to them. Returns the JNIEnv of the thread, or null on failure. One
+// in a process.
+JNIEnv* startVirtualMachine(const std::string& classPath, std::vector<std::string> options = {});
+
+}  // namespace oxli::test
+
+#endif  // OXLI_TEST_SUPPORT_VIRTUAL_MACHINE_H
