@@ -1,15 +1,14 @@
-// The gateway's client library as this project uses it: functions, records, type codes and result
-// codes. The library itself is closed; everything that depends on its binary layout stands here and
-// is pinned by the assertions below, for 64-bit little-endian Linux. Where only the gateway can say
-// what a value means or how long a record lives, this says what the project relies on.
+// The client library of the gateway as this project uses it: functions, records, type codes and
+// result codes, for 64-bit little-endian Linux. The library is closed: the assertions below pin the
+// binary layouts that this project relies on, and the comments the meanings and lifetimes.
 //
-// Memory: every record belongs to the gateway. A record, text or z-block that a callback receives
-// is valid until the callback returns; a description record until the last listener or publisher on
-// its stream is destroyed. The z-blocks of a posted message are read during the post only. Texts
-// are zero-terminated; as input they are read during the call only.
+// Memory: every record belongs to the gateway. A record, string or z-block that a callback receives
+// is valid until the callback returns; a scheme description until the last listener or publisher on
+// its stream is destroyed. The z-blocks of a posted message are read during the post only. Strings
+// are zero-terminated; arguments are read during the call only.
 //
 // Threads: a listener callback runs on a thread that is inside one of the calls below. The exit
-// callback may run on a thread of the gateway's own.
+// callback may run on a thread that the gateway has started.
 #ifndef OXLI_GATEWAY_OXLI_H
 #define OXLI_GATEWAY_OXLI_H
 
@@ -20,8 +19,7 @@
 extern "C" {
 #endif
 
-// Result codes. Every function that returns int returns one of these, or another of the gateway's,
-// unless it says otherwise.
+// Result codes. Every function that returns int returns one of these or another gateway code.
 enum {
   OX_ERR_OK = 0,
   OX_ERR_INTERNAL = 0x20000,
@@ -30,7 +28,7 @@ enum {
   OX_ERR_BUFFERTOOSMALL = 0x20007,
 };
 
-// Message types: what `ox_msg_t::type` holds and, behind the dash, what `data` points to.
+// Message types, the values of `ox_msg_t::type`. After the dash: what `data` points to.
 enum {
   OX_MSG_OPEN = 0x100,
   OX_MSG_CLOSE = 0x101,        // - int32_t reason
@@ -44,7 +42,7 @@ enum {
   OX_MSG_ZRREPL_LIFENUM = 0x1110,       // - ox_data_lifenum_t
   OX_MSG_ZRREPL_CLEARDELETED = 0x1111,  // - ox_data_cleardeleted_t
   OX_MSG_ZRREPL_ONLINE = 0x1112,
-  OX_MSG_ZRREPL_STATE = 0x1115,  // - zero-terminated text
+  OX_MSG_ZRREPL_STATE = 0x1115,  // - string
 };
 
 // A parse error is a data message with this bit set.
@@ -58,7 +56,7 @@ enum {
 enum {
   OX_KEY_INDEX = 0,  // int32_t, position of the description in the scheme
   OX_KEY_ID = 1,     // int32_t
-  OX_KEY_NAME = 2,   // zero-terminated text
+  OX_KEY_NAME = 2,   // string
 };
 
 typedef struct ox_conn ox_conn_t;
@@ -70,7 +68,7 @@ typedef struct ox_msg {
   uint32_t type;
   size_t data_size;   // bytes at `data`
   void* data;         // payload, or null
-  uint64_t reserved;  // the gateway's own
+  uint64_t reserved;  // internal to the gateway library
 } ox_msg_t;
 
 typedef struct ox_msg_data {
@@ -161,7 +159,7 @@ typedef struct ox_index_desc {
 
 typedef struct ox_message_desc {
   struct ox_message_desc* next;
-  size_t size;  // the gateway's own
+  size_t size;  // internal to the gateway library
   uint32_t num_fields;
   ox_field_desc_t* fields;
   uint32_t number;
@@ -179,8 +177,8 @@ typedef struct ox_scheme_desc {
   ox_message_desc_t* messages;
 } ox_scheme_desc_t;
 
-// Receives one message. A non-zero result ends the ox_conn_process that delivers and becomes its
-// result; what other calls do with it is the gateway's. `data` is what ox_lsn_new was given.
+// Receives one message. A non-zero result ends the ox_conn_process call that delivers and becomes
+// its result; other calls may ignore it. `data` is the argument of ox_lsn_new.
 typedef int (*ox_listener_cb_t)(ox_conn_t* conn, ox_listener_t* lsn, ox_msg_t* msg, void* data);
 typedef void (*ox_exit_cb_t)(void* data);
 
@@ -202,10 +200,11 @@ int ox_log_tracestr(const char* text);
 int ox_log_infostr(const char* text);
 int ox_log_errorstr(const char* text);
 
-// Renders the value at `data`, whose type text is `name`. `size`: the buffer's bytes on entry; with
-// OX_ERR_BUFFERTOOSMALL it receives the bytes needed, the terminating zero included.
+// Renders the value at `data`, of the type that `name` names, as a string. `size` is the size of
+// the buffer in bytes; with OX_ERR_BUFFERTOOSMALL it receives the size needed, terminating zero
+// included.
 int ox_getstr(const char* name, const void* data, char* buffer, size_t* size);
-// The text is the gateway's own and lives as long as the process.
+// Returns a string that lives as long as the process.
 const char* ox_err_getstr(int code);
 // The decimal at `value` is mantissa * 10^-scale.
 int ox_bcd_get(const void* value, int64_t* mantissa, int8_t* scale);
@@ -237,8 +236,8 @@ int ox_pub_msgnew(ox_publisher_t* pub, int key_type, const void* key, ox_msg_t**
 int ox_pub_post(ox_publisher_t* pub, ox_msg_t* msg, int flags);
 int ox_pub_msgfree(ox_publisher_t* pub, ox_msg_t* msg);
 
-// Renders a message as text. `size`: the buffer's bytes on entry, the text's on return; with
-// OX_ERR_BUFFERTOOSMALL the bytes needed.
+// Renders a message for logs, without a terminating zero. `size` is the size of the buffer in bytes
+// on entry and that of the result on return; with OX_ERR_BUFFERTOOSMALL the size needed.
 int ox_msg_dump(ox_msg_t* msg, int64_t argument, char* buffer, uint64_t* size);
 
 #ifdef __cplusplus
@@ -317,7 +316,7 @@ OX_AT(ox_scheme_desc_t, scheme_type, 0);
 OX_AT(ox_scheme_desc_t, features, 4);
 OX_AT(ox_scheme_desc_t, num_messages, 8);
 OX_AT(ox_scheme_desc_t, messages, 16);
-// The other half of their slots may hold anything.
+// The upper half of each slot is undefined.
 static_assert(sizeof(ox_scheme_desc_t::num_messages) == 4 &&
                   sizeof(ox_message_desc_t::num_fields) == 4 &&
                   sizeof(ox_message_desc_t::num_indices) == 4 &&

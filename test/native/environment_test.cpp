@@ -67,7 +67,8 @@ TEST_F(EnvironmentTest, CacheLivesUntilTheGatewayHasClosed) {
   EXPECT_EQ(OX_ERR_OK, close());
 }
 
-// Every lookup in turn is made to fail: what it says, in which order, and that nothing stays.
+// Fails every lookup in turn: each names what is missing, in the order of the contract, and leaves
+// nothing.
 TEST_F(EnvironmentTest, LookupsAreTheContract) {
   Lines expected;
   std::ifstream file(OXLI_TEST_LOOKUPS);
@@ -81,7 +82,7 @@ TEST_F(EnvironmentTest, LookupsAreTheContract) {
     ::testing::internal::CaptureStderr();
     const jint result = OXLI(env_1open)(env, nullptr, settings);
     const std::string line = ::testing::internal::GetCapturedStderr();
-    // Beyond the lookups: the settings' characters.
+    // After the lookups come the characters of the settings.
     if (line.rfind("Failed", 0) != 0) {
       EXPECT_EQ("\nJNI Exception at Java_org_quendel_oxli_impl_OxliImpl_env_1open settings\n\n",
                 line);
@@ -90,7 +91,7 @@ TEST_F(EnvironmentTest, LookupsAreTheContract) {
     EXPECT_EQ(OX_ERR_INTERNAL, result);
     EXPECT_EQ(nullptr, JEnv::spInstance);
     EXPECT_EQ(0, probe->counts.globals);
-    // A class is looked up and then held: two calls that fail with one text.
+    // Two calls of a class fail with one line: the lookup and the global reference.
     if (seen.empty() || seen.back() + "\n" != line) seen.push_back(line.substr(0, line.size() - 1));
     takeException();
   }
@@ -111,7 +112,7 @@ class ExitEventTest : public EnvironmentTest {
     registerHandler(nullptr);
     EnvironmentTest::TearDown();
   }
-  // What the callback logged, without the gateway's own lines.
+  // Raises the event. Returns what the callback has logged.
   static Lines raised() {
     standin::clearCalls();
     EXPECT_TRUE(standin::raiseExit());
@@ -136,7 +137,7 @@ TEST_F(ExitEventTest, ReachesTheHandlerOnAGatewayThread) {
   EXPECT_EQ((Lines{kAttach, kInvoke, kAfter}), raised());
   EXPECT_EQ(1, events);
 
-  // What the handler throws stays with the thread.
+  // The exception of a handler stays pending on the thread.
   script.onExit = [&](JNIEnv* on) { on->ThrowNew(on->FindClass("java/lang/Error"), "exit"); };
   standin::clearCalls();
   std::thread([] {
@@ -205,42 +206,63 @@ TEST_F(ExitEventTest, EachRegistrationReplacesTheHandler) {
   EXPECT_EQ(0, probe->counts.globals);
 }
 
-// Each native that needs the class cache says so when there is none, before it looks at anything.
+// Calls a native with zeros and nulls.
+template <class Result, class... Args>
+Result callWithNulls(JNIEnv* env, Result (*native)(JNIEnv*, jclass, Args...)) {
+  return native(env, nullptr, Args{}...);
+}
+
+template <class... Natives>
+std::vector<jint> resultsWithNulls(JNIEnv* env, Natives... natives) {
+  return {callWithNulls(env, natives)...};
+}
+
+// Each native that needs the class cache refuses before it looks at its arguments.
 TEST_F(EnvironmentTest, ClosedEnvironmentIsAnInvalidState) {
-  const jint results[] = {
-      OXLI(conn_1new)(env, nullptr, nullptr, nullptr, nullptr),
-      OXLI(conn_1open)(env, nullptr, 0, nullptr),
-      OXLI(conn_1close)(env, nullptr, 0),
-      OXLI(conn_1getstate)(env, nullptr, 0, nullptr),
-      OXLI(conn_1destroy)(env, nullptr, 0),
-      OXLI(lsn_1new)(env, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr),
-      OXLI(lsn_1open)(env, nullptr, 0, nullptr),
-      OXLI(lsn_1close)(env, nullptr, 0),
-      OXLI(lsn_1getstate)(env, nullptr, 0, nullptr),
-      OXLI(lsn_1getscheme)(env, nullptr, 0, nullptr),
-      OXLI(lsn_1destroy)(env, nullptr, 0),
-      OXLI(pub_1new)(env, nullptr, 0, nullptr, nullptr, nullptr),
-      OXLI(pub_1getstate)(env, nullptr, 0, nullptr),
-      OXLI(pub_1getscheme)(env, nullptr, 0, nullptr),
-      OXLI(pub_1destroy)(env, nullptr, 0),
-      OXLI(pub_1msgnew)(env, nullptr, 0, 0, nullptr, nullptr, nullptr),
-      OXLI(pub_1post)(env, nullptr, 0, nullptr, 0),
-      OXLI(pub_1msgdispose)(env, nullptr, 0, 0, nullptr),
-      OXLI(lsn_1newscheme)(env, nullptr, 0, nullptr),
-      OXLI(pub_1newscheme)(env, nullptr, 0, nullptr),
-      OXLI(zblock_1new)(env, nullptr, nullptr, nullptr, nullptr),
-      OXLI(zblock_1rebind)(env, nullptr, nullptr, 0),
-      OXLI(zblock_1destroy)(env, nullptr, 0),
-  };
-  for (const jint result : results) EXPECT_EQ(OX_ERR_INVALIDSTATE, result);
-  EXPECT_EQ(nullptr, OXLI(msg_1dump)(env, nullptr, nullptr, 0));
+  const std::vector<jint> results = resultsWithNulls(
+      env, &OXLI(conn_1new), &OXLI(conn_1open), &OXLI(conn_1close), &OXLI(conn_1getstate),
+      &OXLI(conn_1destroy), &OXLI(lsn_1new), &OXLI(lsn_1open), &OXLI(lsn_1close),
+      &OXLI(lsn_1getstate), &OXLI(lsn_1getscheme), &OXLI(lsn_1destroy), &OXLI(pub_1new),
+      &OXLI(pub_1getstate), &OXLI(pub_1getscheme), &OXLI(pub_1destroy), &OXLI(pub_1msgnew),
+      &OXLI(pub_1post), &OXLI(pub_1msgdispose), &OXLI(lsn_1newscheme), &OXLI(pub_1newscheme),
+      &OXLI(zblock_1new), &OXLI(zblock_1rebind), &OXLI(zblock_1destroy));
+  EXPECT_EQ(std::vector<jint>(results.size(), OX_ERR_INVALIDSTATE), results);
+  EXPECT_EQ(nullptr, callWithNulls(env, &OXLI(msg_1dump)));
   EXPECT_EQ(nullptr,
             Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(env, nullptr, text("")));
-  OXLI(zblock_1wrap)(env, nullptr, nullptr, nullptr, nullptr, 0);
+  callWithNulls(env, &OXLI(zblock_1wrap));
   const ox_scheme_desc_t scheme = {};
   createScheme(env, &scheme, nullptr);
   EXPECT_EQ(nullptr, getHints(env, nullptr));
   EXPECT_EQ(Lines(), standin::calls());
+}
+
+// While it is open, each native refuses nulls without a gateway call.
+TEST_F(EnvironmentTest, NullsAreInvalidArguments) {
+  ASSERT_EQ(OX_ERR_OK, open(""));
+  standin::clearCalls();
+  const std::vector<jint> results = resultsWithNulls(
+      env, &OXLI(conn_1new), &OXLI(conn_1open), &OXLI(conn_1close), &OXLI(conn_1process),
+      &OXLI(conn_1getstate), &OXLI(conn_1destroy), &OXLI(lsn_1new), &OXLI(lsn_1open),
+      &OXLI(lsn_1close), &OXLI(lsn_1getstate), &OXLI(lsn_1getscheme), &OXLI(lsn_1destroy),
+      &OXLI(pub_1new), &OXLI(pub_1open), &OXLI(pub_1getstate), &OXLI(pub_1getscheme),
+      &OXLI(pub_1msgnew), &OXLI(pub_1post), &OXLI(lsn_1newscheme), &OXLI(pub_1newscheme),
+      &OXLI(zblock_1new), &OXLI(log_1debugstr), &OXLI(log_1tracestr), &OXLI(log_1infostr),
+      &OXLI(log_1errorstr));
+  EXPECT_EQ(std::vector<jint>(results.size(), OX_ERR_INVALIDARGUMENT), results);
+  EXPECT_EQ(OX_ERR_OK, callWithNulls(env, &OXLI(pub_1msgdispose)));
+  EXPECT_EQ(OX_ERR_OK, callWithNulls(env, &OXLI(zblock_1destroy)));
+  EXPECT_EQ(OX_ERR_INTERNAL, callWithNulls(env, &OXLI(zblock_1rebind)));
+  EXPECT_EQ(-1, callWithNulls(env, &OXLI(zblock_1unwrap)));
+  callWithNulls(env, &OXLI(zblock_1wrap));
+  EXPECT_EQ(nullptr, callWithNulls(env, &OXLI(msg_1dump)));
+  EXPECT_EQ(nullptr, callWithNulls(env, &OXLI(getstr)));
+  EXPECT_EQ(OX_ERR_INTERNAL, ListenerCB(nullptr, nullptr, nullptr, nullptr));
+  EXPECT_EQ(Lines(), standin::calls());
+  EXPECT_EQ(nullptr, callWithNulls(env, &OXLI(bcd_1get)));
+  for (const auto name : {&OXLI(conn_1getname), &OXLI(lsn_1getname), &OXLI(pub_1getname)}) {
+    EXPECT_EQ("", toText(env, callWithNulls(env, name)));
+  }
 }
 
 }  // namespace

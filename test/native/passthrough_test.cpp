@@ -41,26 +41,17 @@ TEST_F(PassthroughTest, GetstrGrowsItsBufferOnce) {
   EXPECT_EQ("(null)", getstr("c3000", longText.data(), 3000));
   EXPECT_EQ(2u, standin::calls().size());
   EXPECT_EQ("(null)", getstr("no such type", &number, 4));
-}
-
-TEST_F(PassthroughTest, NullsAreAnswered) {
-  EXPECT_EQ(nullptr, OXLI(getstr)(env, nullptr, nullptr, nullptr));
   EXPECT_EQ(nullptr, OXLI(getstr)(env, nullptr, text("i4"), nullptr));
-  EXPECT_EQ(nullptr, OXLI(bcd_1get)(env, nullptr, nullptr));
-  for (const auto log :
-       {&OXLI(log_1debugstr), &OXLI(log_1tracestr), &OXLI(log_1infostr), &OXLI(log_1errorstr)}) {
-    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, log(env, nullptr, nullptr));
-  }
 }
 
-TEST_F(PassthroughTest, LogTextIsNoFormat) {
+TEST_F(PassthroughTest, LogLinesAreNoFormats) {
   EXPECT_EQ(OX_ERR_OK, OXLI(log_1errorstr)(env, nullptr, text("100%s")));
   EXPECT_NE(std::string::npos, standin::logLines().at(0).find("100%s"));
   standin::failNext("ox_log_infostr", 0x2abcd);
   EXPECT_EQ(0x2abcd, OXLI(log_1infostr)(env, nullptr, text("x")));
 }
 
-TEST_F(PassthroughTest, ErrorCodesHaveTexts) {
+TEST_F(PassthroughTest, ErrorCodesHaveStrings) {
   EXPECT_NE(std::string::npos, toText(env, OXLI(err_1getstr)(env, nullptr, OX_ERR_INVALIDSTATE))
                                    .find("OX_ERR_INVALIDSTATE"));
 }

@@ -146,8 +146,7 @@ TEST_F(RegistryTest, ClosedEnvironmentBindsNothing) {
   openEnvironment();
 }
 
-// Two records of one connection, destroyed in either order: each destroy releases the record that
-// it was given, and the gateway knows the handle once.
+// Two records of one connection, destroyed in either order: each destroy releases its own record.
 TEST_F(RegistryTest, ConnectionsBoundTwiceAreDestroyedOneByOne) {
   for (const bool firstFirst : {true, false}) {
     const int before = probe->counts.globals;

@@ -22,7 +22,7 @@ class SchemeTest : public NativeTest {
     jscheme = make("org/quendel/oxli/Scheme");
   }
 
-  // Records that differ in what a conversion looks at; `text` is a line of SchemeText.
+  // Make the records that a conversion reads.
   ox_field_desc_t& addField(const char* type, std::size_t size) {
     ox_field_desc_t& field = fields.emplace_back();
     field.number = static_cast<std::uint32_t>(fields.size());
@@ -41,7 +41,8 @@ class SchemeTest : public NativeTest {
     field.values = &value;
   }
 
-  // What the Java objects say after a conversion, and what it wrote on standard error.
+  // Converts the scheme. Returns it as a string, or "" if an exception is pending; `errors`
+  // receives what was written on standard error.
   std::string converted() {
     ::testing::internal::CaptureStderr();
     createScheme(env, &scheme, jscheme);

@@ -69,7 +69,7 @@ class NativeTest : public ::testing::Test {
 
   JNIEnv* env = nullptr;
   std::unique_ptr<JniProbe> probe;
-  // Global references that the test leaves behind on purpose.
+  // Global references that the test does not release.
   int globalsLeft = 0;
 };
 

@@ -8,7 +8,7 @@
 
 namespace oxli::test {
 
-// Gateway records as a test needs them. What they point to is the test's.
+// Make gateway records. What they point to belongs to the test.
 inline ox_msg_t serviceRecord(std::uint32_t type, void* data = nullptr, std::size_t size = 0) {
   ox_msg_t msg = {};
   msg.type = type;
