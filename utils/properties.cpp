@@ -17,6 +17,7 @@ Properties::~Properties() = default;
 
 bool Properties::parse(const std::string& input) {
   // A copy, because the input may be one of the values that are replaced below.
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
   const std::string settings = input;
   ParserState state = Key;
   std::deque<ParserState> enclosing;
