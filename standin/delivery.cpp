@@ -1,4 +1,5 @@
 #include <cstring>
+#include <random>
 
 #include "standin/gateway.h"
 
@@ -71,6 +72,15 @@ KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const ZFields& zF
   }
   known.record.head.type = type;
   return known;
+}
+
+// Random, so that no state of an earlier stream, of another process too, resumes on this one. A state
+// without a life number has 0.
+std::uint32_t newLifeNumber() {
+  std::random_device system;
+  for (;;) {
+    if (const std::uint32_t number = system()) return number;
+  }
 }
 
 std::string keyOf(const Scheme::Message& table, const ox_msg_streamdata_t& row) {
@@ -192,7 +202,7 @@ std::shared_ptr<Stream> streamNamed(const std::string& name) {
   std::shared_ptr<Stream> stream = known.lock();
   if (!stream) {
     known = stream = std::make_shared<Stream>();
-    stream->life = ++gateway().lastLife;
+    stream->life = newLifeNumber();
   }
   return stream;
 }

@@ -124,7 +124,6 @@ int ox_env_close(void) {
     }
     gateway().streams.clear();
     gateway().schemes.clear();
-    gateway().lastLife = 0;
     gateway().open = false;
     useLog(nullptr);
     ++gateway().timesClosed;

@@ -131,7 +131,7 @@ struct Stream {
   std::vector<std::shared_ptr<const Scheme>> schemes;
   std::vector<Listener*> listeners;           // the open ones
   std::size_t publishers = 0;                 // open ones
-  std::uint32_t life = 0;                     // no other stream had it
+  std::uint32_t life = 0;                     // random, never 0
   std::int64_t rev = 0;                       // of the latest row
   std::unordered_map<std::string, Row> rows;  // by key
 };
@@ -162,7 +162,6 @@ struct Gateway {
   bool open = false;
   std::uintptr_t lastHandle = 0x10000;
   std::uint64_t lastSerial = 0;
-  std::uint32_t lastLife = 0;
   Table<ox_conn_t, Connection> connections;
   Table<ox_listener_t, Listener> listeners;
   Table<ox_publisher_t, Publisher> publishers;

@@ -14,6 +14,7 @@ class MessageTypesTest extends GatewayTest {
   private static final long HIGH = 1L << 40;
 
   private final List<String> received = new ArrayList<>();
+  private long life;
 
   @Test
   void plainStream() {
@@ -60,13 +61,15 @@ class MessageTypesTest extends GatewayTest {
     publisher.post(row, CLEAR_DELETED);
     connection.process(0);
     listener.shut();
-    assertReceived("OpenMessage 100", "ZrReplLifeNumMessage 1110 Flags=0 Lifenum=1: 1",
+    assertReceived("OpenMessage 100",
+        "ZrReplLifeNumMessage 1110 Flags=0 Lifenum=" + life + ": " + (int) life,
         "TnBeginMessage 200", "TnCommitMessage 210", "ZrReplOnlineMessage 1112",
         "TnBeginMessage 200",
         "StreamDataMessage 120 Nulls=[false, false, true] Rev=1 UserId=" + -HIGH + ": -1",
         "TnCommitMessage 210", "TnBeginMessage 200",
         "ZrReplClearDeletedMessage 1111 TableIdx=1 TableRev=" + HIGH + ": 1",
-        "TnCommitMessage 210", "ZrReplStateMessage 1115 ReplState=lifenum=1;rev=1: 1701210476",
+        "TnCommitMessage 210",
+        "ZrReplStateMessage 1115 ReplState=lifenum=" + life + ";rev=1: 1701210476",
         "CloseMessage 101 Reason=0: 0");
   }
 
@@ -92,6 +95,9 @@ class MessageTypesTest extends GatewayTest {
       final Object value = assertDoesNotThrow(() -> getter.invoke(message));
       text.append(' ').append(getter.getName().substring(3)).append('=').append(
           value instanceof boolean[] ? Arrays.toString((boolean[]) value) : value);
+    }
+    if (message.getType() == MessageType.ZRREPL_LIFENUM) {
+      life = ((ZrReplLifeNumMessage) message).getLifenum();
     }
     final ByteBuffer data = message.getData();
     if (data == null) assertThrows(IllegalStateException.class, () -> message.getText(0, 0));
