@@ -74,8 +74,8 @@ KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const ZFields& zF
   return known;
 }
 
-// Random, so that no state of an earlier stream, of another process too, resumes on this one. A state
-// without a life number has 0.
+// Random, so that no state of an earlier stream, of another process too, resumes on this one. Never
+// 0, which a state without a life number has.
 std::uint32_t newLifeNumber() {
   std::random_device system;
   for (;;) {
@@ -90,6 +90,11 @@ std::string keyOf(const Scheme::Message& table, const ox_msg_streamdata_t& row) 
     key.append(static_cast<const char*>(row.head.data) + field->offset, field->size);
   }
   return key;
+}
+
+MessagePtr clearedMessage(std::uint32_t table, std::int64_t rev) {
+  const ox_data_cleardeleted_t cleared{table, rev};
+  return makeMessage(OX_MSG_ZRREPL_CLEARDELETED, &cleared, sizeof cleared);
 }
 
 void enqueueChange(Listener& lsn, std::uint32_t type, const MessagePtr& change) {
@@ -228,23 +233,34 @@ void clearDeleted(Stream& stream, std::uint32_t table, std::int64_t rev) {
     const bool older = row.table == table && row.message->record.row.rev < rev;
     at = older ? stream.rows.erase(at) : std::next(at);
   }
-  const ox_data_cleardeleted_t cleared{table, rev};
-  const MessagePtr message = makeMessage(OX_MSG_ZRREPL_CLEARDELETED, &cleared, sizeof cleared);
+  Stream::Cleared& cleared = stream.cleared[table];
+  // Later rows stay, even if `rev` is greater than their revisions.
+  const std::int64_t oldest = std::min(rev, stream.rev + 1);
+  if (oldest > cleared.oldest) cleared = {oldest, stream.rev};
+  const MessagePtr message = clearedMessage(table, rev);
   for (Listener* lsn : stream.listeners) {
     if (lsn->replica) enqueueChange(*lsn, OX_MSG_ZRREPL_CLEARDELETED, message);
   }
 }
 
-void sendSnapshot(Listener& lsn, std::int64_t from) {
+void sendSnapshot(Listener& lsn, std::uint32_t life, std::int64_t seen) {
+  const Stream& stream = *lsn.stream;
+  const std::int64_t from = life == stream.life ? seen : 0;
   std::map<std::int64_t, MessagePtr> rows;
-  for (const auto& [key, row] : lsn.stream->rows) {
+  for (const auto& [key, row] : stream.rows) {
     const std::int64_t rev = row.message->record.row.rev;
     if (rev > from) rows.emplace(rev, row.message);
   }
   lsn.seen = from;
-  const ox_data_lifenum_t life{lsn.stream->life, 0};
-  enqueue(lsn, OX_MSG_ZRREPL_LIFENUM, makeMessage(OX_MSG_ZRREPL_LIFENUM, &life, sizeof life));
+  const ox_data_lifenum_t number{stream.life, 0};
+  enqueue(lsn, OX_MSG_ZRREPL_LIFENUM, makeMessage(OX_MSG_ZRREPL_LIFENUM, &number, sizeof number));
   enqueue(lsn, OX_MSG_TN_BEGIN);
+  for (const auto& [table, cleared] : stream.cleared) {
+    // A state of the revision at which rows were cleared may be from before or after that.
+    if (from > 0 && from <= cleared.at) {
+      enqueue(lsn, OX_MSG_ZRREPL_CLEARDELETED, clearedMessage(table, cleared.oldest));
+    }
+  }
   for (const auto& [rev, message] : rows) enqueue(lsn, OX_MSG_STREAM_DATA, message);
   enqueue(lsn, OX_MSG_TN_COMMIT);
   enqueue(lsn, OX_MSG_ZRREPL_ONLINE);

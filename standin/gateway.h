@@ -125,6 +125,10 @@ struct Stream {
     std::uint32_t table;
     MessagePtr message;
   };
+  struct Cleared {
+    std::int64_t oldest = 0;  // no row has a lower revision
+    std::int64_t at = 0;      // the stream's revision when rows were cleared
+  };
   const Scheme* scheme() const { return schemes.empty() ? nullptr : schemes.front().get(); }
 
   // The first publisher's is the stream's; the others' descriptions stay valid.
@@ -134,6 +138,7 @@ struct Stream {
   std::uint32_t life = 0;                     // random, never 0
   std::int64_t rev = 0;                       // of the latest row
   std::unordered_map<std::string, Row> rows;  // by key
+  std::map<std::uint32_t, Cleared> cleared;   // by table
 };
 
 // Live objects by handle. A handle is a number in a pointer's clothes and never given out twice, so
@@ -208,8 +213,9 @@ std::shared_ptr<Stream> streamNamed(const std::string& name);
 // `row`: how it is described; null when the message is none.
 void publish(Stream& stream, const MessagePtr& message, const Scheme::Message* row);
 void clearDeleted(Stream& stream, std::uint32_t table, std::int64_t rev);
-// Queues what a replica listener gets first: the rows later than `from`.
-void sendSnapshot(Listener& lsn, std::int64_t from);
+// Queues what a replica listener gets first: all rows, or with the stream's life number what has
+// changed since the revision `seen`.
+void sendSnapshot(Listener& lsn, std::uint32_t life, std::int64_t seen);
 void closePublisher(Publisher& pub);
 
 // Whether a row has no value for a field; `row` may be null.

@@ -31,7 +31,7 @@ int ox_lsn_open(ox_listener_t* handle, const char* text) {
     lsn.state = kOpening;
     lsn.nextTime = Clock::now() + lsn.interval;
     enqueue(lsn, OX_MSG_OPEN);
-    if (lsn.replica) sendSnapshot(lsn, life == lsn.stream->life ? rev : 0);
+    if (lsn.replica) sendSnapshot(lsn, life, rev);
   });
 }
 

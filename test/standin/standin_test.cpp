@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <map>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -194,7 +196,7 @@ TEST_F(StandinTest, ReplicaGetsSnapshotChangesAndResumes) {
   EXPECT_EQ("rev=4 close0", take());
   const std::string quoted = "mode=replica;replstate=\"" + inbox.state + '"';
   ASSERT_EQ(OX_ERR_OK, ox_lsn_open(inbox.lsn, quoted.c_str()));
-  EXPECT_EQ("open life { D#5 } online", received());
+  EXPECT_EQ("open life { clear1 D#5 } online", received());
   ASSERT_EQ(OX_ERR_OK, ox_lsn_close(inbox.lsn));
   const std::string resume = "mode=replica;replstate=?{" + inbox.state + '}';
   ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(inbox.lsn));
@@ -214,6 +216,62 @@ TEST_F(StandinTest, ReplicaGetsSnapshotChangesAndResumes) {
     post(publish(kReplica), "E");
     listen(conn, inbox, resume);
     EXPECT_EQ("open life { E#1 } online", received());
+  }
+}
+
+// A listener that keeps the rows it receives, as an application does: revisions by name.
+struct Replica : Inbox {
+  Replica() {
+    on = [this](ox_msg_t& msg) {
+      const auto& row = reinterpret_cast<const ox_msg_streamdata_t&>(msg);
+      if (msg.type == OX_MSG_STREAM_DATA) rows[static_cast<char*>(msg.data)] = row.rev;
+      if (msg.type != OX_MSG_ZRREPL_CLEARDELETED) return random && (*random)() % 16 == 0 ? 1 : 0;
+      ox_data_cleardeleted_t cleared;
+      std::memcpy(&cleared, msg.data, sizeof cleared);
+      for (auto at = rows.begin(); at != rows.end();) {
+        at = at->second < cleared.table_rev ? rows.erase(at) : std::next(at);
+      }
+      return 0;
+    };
+  }
+
+  std::map<std::string, int64_t> rows;
+  std::minstd_rand* random = nullptr;  // stops deliveries now and then
+};
+
+TEST_F(StandinTest, ResumedReplicasHaveTheRowsOfFreshOnes) {
+  std::minstd_rand random;
+  const auto below = [&](int limit) { return static_cast<int>(random()) % limit; };
+  Replica resumed;
+  pub = publish(kReplica);
+  listen(conn, resumed, "mode=replica");
+  int64_t rev = 0;
+  for (int round = 0; round < 300; ++round) {
+    for (int changes = below(5); changes > 0; --changes) {
+      auto* row = reinterpret_cast<ox_msg_streamdata_t*>(make(pub, &"ABCDEF"[below(6)]));
+      row->rev = below(8) == 0 ? INT64_MAX : rev + 3 - below(6);
+      const bool clears = below(3) == 0;
+      ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, clears ? standin::kClearDeleted : 0));
+      if (!clears) ++rev;
+    }
+    int32_t state = 0;
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_getstate(resumed.lsn, &state));
+    if (state != standin::kClosed) {
+      resumed.random = &random;
+      process();
+      ASSERT_EQ(OX_ERR_OK, ox_lsn_close(resumed.lsn));
+    }
+    if (below(2) == 0) continue;  // more changes
+    resumed.random = nullptr;
+    const std::string resume = "mode=replica;replstate=?{" + resumed.state + '}';
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_open(resumed.lsn, resume.c_str()));
+    Replica fresh;
+    listen(conn, fresh, "mode=replica");
+    received();
+    ASSERT_EQ(fresh.rows, resumed.rows) << round << ' ' << resumed.words;
+    ASSERT_EQ(std::string::npos, fresh.words.find("clear"));
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(fresh.lsn));
+    resumed.words.clear();
   }
 }
 
