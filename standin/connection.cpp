@@ -61,8 +61,11 @@ int ox_conn_new(const char* settings, ox_conn_t** out) {
 
 int ox_conn_open(ox_conn_t* handle, const char* settings) {
   return call(__func__, {settings}, handle, [&](Connection& conn, Lock&) {
-    parse(settings, conn.settings);
+    const Properties merged = parse(settings, conn.settings);
+    const auto limit = number<std::size_t>(merged, "queue_limit", 1000000);
+    require(limit > 0);
     require(!conn.isOpen(), OX_ERR_INVALIDSTATE);
+    conn.queueLimit = limit;
     conn.state = kActive;
   });
 }
@@ -106,10 +109,15 @@ int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
     }
     // What callbacks post joins the queue but must not keep this call from ending.
     for (auto left = conn.queue.size(); left > 0 && !conn.queue.empty() && conn.isOpen();) {
-      Item item = conn.queue.front();
-      if (--conn.queue.front().times == 0) {
+      Item& next = conn.queue.front();
+      const bool last = next.times == 1;
+      const Item item = last ? std::move(next) : next;
+      if (last) {
         conn.queue.pop_front();
+        if (item.posted) --conn.posted;
         --left;
+      } else {
+        --next.times;
       }
       const int result = hand(lock, item);
       require(result == OX_ERR_OK, result);

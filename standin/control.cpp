@@ -53,7 +53,7 @@ bool deliver(ox_listener_t* handle, const ox_msg_t* record, std::size_t times) {
   const auto found = gateway().listeners.find(handle);
   if (found == gateway().listeners.end() || times == 0) return false;
   Connection& conn = *found->second->conn;
-  conn.queue.push_back({found->second, 0, {}, const_cast<ox_msg_t*>(record), times});
+  conn.queue.push_back({found->second, 0, false, {}, const_cast<ox_msg_t*>(record), times});
   conn.changed.notify_all();
   return true;
 }
@@ -62,7 +62,7 @@ int deliverNow(ox_listener_t* handle, ox_msg_t* record) {
   Lock lock(gateway().mutex);
   const auto found = gateway().listeners.find(handle);
   if (found == gateway().listeners.end()) return OX_ERR_INVALIDARGUMENT;
-  return hand(lock, {found->second, 0, {}, record});
+  return hand(lock, {found->second, 0, false, {}, record});
 }
 
 void recordCalls(bool on) {

@@ -29,6 +29,11 @@ enum States : int {
 // Payload of OX_MSG_CLOSE.
 enum CloseReasons : int { kClosedByOwner = 0, kStreamClosed = 1, kConnectionClosed = 2 };
 
+// Result codes of the stand-in gateway's own.
+enum ResultCodes : int {
+  kQueueFull = 0x70001,  // a post does not fit into a connection's queue, and reaches nobody
+};
+
 // The next call of `function` ("ox_conn_open") returns `code`, once, and does nothing else.
 void failNext(const char* function, int code);
 // The next call of `function` runs `body` first, on its thread and without a lock, as a callback

@@ -99,7 +99,7 @@ MessagePtr clearedMessage(std::uint32_t table, std::int64_t rev) {
 
 void enqueueChange(Listener& lsn, std::uint32_t type, const MessagePtr& change) {
   enqueue(lsn, OX_MSG_TN_BEGIN);
-  enqueue(lsn, type, change);
+  enqueue(lsn, type, change, true);
   enqueue(lsn, OX_MSG_TN_COMMIT);
 }
 
@@ -136,9 +136,10 @@ MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size, c
   return copyOf(record);
 }
 
-void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message) {
+void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message, bool posted) {
   Connection& conn = *lsn.conn;
-  conn.queue.push_back({lsn.shared_from_this(), type, std::move(message)});
+  conn.queue.push_back({lsn.shared_from_this(), type, posted, std::move(message)});
+  if (posted) ++conn.posted;
   // A thread waits for messages only while there is none.
   if (conn.queue.size() == 1) conn.changed.notify_all();
 }
@@ -170,18 +171,22 @@ int hand(Lock& lock, const Item& item) {
 void detach(Listener& lsn) {
   if (lsn.stream) eraseFrom(lsn.stream->listeners, lsn);
   auto& queue = lsn.conn->queue;
-  const auto isFor = [&lsn](const Item& item) { return item.lsn.get() == &lsn; };
+  const auto isFor = [&lsn](const Item& item) {
+    if (item.lsn.get() != &lsn) return false;
+    if (item.posted) --lsn.conn->posted;
+    return true;
+  };
   queue.erase(std::remove_if(queue.begin(), queue.end(), isFor), queue.end());
   lsn.state = kClosed;
 }
 
 void closeListener(Lock& lock, Listener& lsn, std::int32_t reason) {
   detach(lsn);
-  if (lsn.replica) hand(lock, {lsn.shared_from_this(), OX_MSG_ZRREPL_STATE, {}});
+  if (lsn.replica) hand(lock, {lsn.shared_from_this(), OX_MSG_ZRREPL_STATE, false, {}});
   // The callback may have opened or destroyed it.
   if (lsn.state != kClosed || gateway().listeners.count(lsn.handle) == 0) return;
   const MessagePtr close = makeMessage(OX_MSG_CLOSE, &reason, sizeof reason);
-  hand(lock, {lsn.shared_from_this(), OX_MSG_CLOSE, close});
+  hand(lock, {lsn.shared_from_this(), OX_MSG_CLOSE, false, close});
 }
 
 KnownRecord knownRecord(const ox_msg_t* record) {
@@ -212,6 +217,16 @@ std::shared_ptr<Stream> streamNamed(const std::string& name) {
   return stream;
 }
 
+void requireRoom(const Stream& stream, bool replicasOnly) {
+  bool full = false;
+  for (const Listener* lsn : stream.listeners) {
+    Connection& conn = *lsn->conn;
+    if (lsn->replica || !replicasOnly) full |= conn.posted + ++conn.incoming > conn.queueLimit;
+  }
+  for (const Listener* lsn : stream.listeners) lsn->conn->incoming = 0;
+  require(!full, standin::kQueueFull);
+}
+
 void publish(Stream& stream, const MessagePtr& message, const Scheme::Message* row) {
   if (row) {
     stream.rev = message->record.row.rev;
@@ -222,7 +237,7 @@ void publish(Stream& stream, const MessagePtr& message, const Scheme::Message* r
     if (row && lsn->replica) {
       enqueueChange(*lsn, type, message);
     } else {
-      enqueue(*lsn, type, message);
+      enqueue(*lsn, type, message, true);
     }
   }
 }

@@ -96,6 +96,7 @@ struct Publisher : Object<ox_publisher_t> {
 struct Item {
   std::shared_ptr<Listener> lsn;
   std::uint32_t type = 0;      // 0: a caller's own record
+  bool posted = false;         // counts towards the connection's limit
   MessagePtr message;          // null: there is nothing but the type
   ox_msg_t* record = nullptr;  // the caller's
   std::size_t times = 1;
@@ -105,6 +106,9 @@ struct Connection : Object<ox_conn_t> {
   std::vector<std::shared_ptr<Listener>> listeners;
   std::vector<std::shared_ptr<Publisher>> publishers;
   std::deque<Item> queue;
+  std::size_t queueLimit = 0;
+  std::size_t posted = 0;     // in `queue`
+  std::size_t incoming = 0;   // of the post that requireRoom() looks at
   std::thread::id deliverer;  // inside ox_conn_process; none: {}
   std::condition_variable changed;
 };
@@ -211,6 +215,8 @@ void eraseFrom(std::vector<T>& list, const U& object) {
 
 std::shared_ptr<Stream> streamNamed(const std::string& name);
 // `row`: how it is described; null when the message is none.
+// Refuses a post unless the queue of every listener that gets it has room.
+void requireRoom(const Stream& stream, bool replicasOnly);
 void publish(Stream& stream, const MessagePtr& message, const Scheme::Message* row);
 void clearDeleted(Stream& stream, std::uint32_t table, std::int64_t rev);
 // Queues what a replica listener gets first: all rows, or with the stream's life number what has
@@ -226,7 +232,7 @@ MessagePtr copyOf(const Record& record, const ZFields& own = {}, const ZFields& 
 // A message of the gateway's own.
 MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size,
                        const char* name = "", std::uint32_t userId = 0);
-void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message = {});
+void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message = {}, bool posted = false);
 // Calls the listener with the lock released; gives its result.
 int hand(Lock& lock, const Item& item);
 // Takes the listener off its stream and drops what is queued for it; it is closed then.

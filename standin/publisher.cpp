@@ -135,12 +135,17 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
     const Scheme::Message* const message = describe(stream, known);
     if (flags & standin::kClearDeleted) {
       require(message && isRow);
+      requireRoom(stream, true);
       return clearDeleted(stream, message->position, record.row.rev);
     }
     require(!isRow || !(flags & standin::kReplyWanted));
     const bool refers = !isRow && record.data.ref_msg;
     const KnownRecord ref = refers ? knownRecord(&record.data.ref_msg->head) : KnownRecord{};
     require(!refers || (ref.whole && ref.record.head.type != OX_MSG_STREAM_DATA));
+
+    const bool asks = (flags & standin::kReplyWanted) != 0;
+    require(!asks || pub.awaited.size() < pub.conn->queueLimit, standin::kQueueFull);
+    requireRoom(stream, false);
 
     const std::uint32_t userId = isRow ? 0 : record.data.user_id;
     const std::uint64_t serial = ++gateway().lastSerial;
@@ -161,7 +166,7 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
         asking->awaited.erase(ref.record.head.reserved);
       }
     }
-    if (flags & standin::kReplyWanted) {
+    if (asks) {
       pub.awaited[serial] = {Clock::now() + pub.replyTimeout, userId};
       pub.conn->changed.notify_all();  // its wait may have to end earlier now
     }

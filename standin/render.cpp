@@ -136,7 +136,8 @@ const char* ox_err_getstr(int code) {
       {OX_ERR_INTERNAL, "OX_ERR_INTERNAL: the gateway itself failed"},
       {OX_ERR_INVALIDARGUMENT, "OX_ERR_INVALIDARGUMENT: an argument is not usable"},
       {OX_ERR_INVALIDSTATE, "OX_ERR_INVALIDSTATE: it does not fit the object's state"},
-      {OX_ERR_BUFFERTOOSMALL, "OX_ERR_BUFFERTOOSMALL: the buffer does not hold the result"}};
+      {OX_ERR_BUFFERTOOSMALL, "OX_ERR_BUFFERTOOSMALL: the buffer does not hold the result"},
+      {standin::kQueueFull, "STANDIN_ERR_QUEUEFULL: the queue of a receiving connection is full"}};
   for (const auto& [known, text] : kTexts) {
     if (known == code) return text;
   }

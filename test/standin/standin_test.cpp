@@ -392,6 +392,39 @@ TEST_F(StandinTest, UnansweredRequestTimesOut) {
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_post(pub, &reply->head, 0));
 }
 
+TEST_F(StandinTest, PostsThatExceedAQueueReachNobody) {
+  ox_conn_t* small = nullptr;
+  ASSERT_EQ(OX_ERR_OK, ox_conn_new("queue_limit=9", &small));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_conn_open(small, "queue_limit=0"));
+  ASSERT_EQ(OX_ERR_OK, ox_conn_open(small, "queue_limit=4"));
+  start(kReplica);
+  for (const char* isin : {"A", "B", "C", "D", "E"}) post(pub, isin);  // more than 4 for a snapshot
+  Inbox plain, replica;
+  listen(small, plain);
+  listen(small, replica, "mode=replica");
+  auto* row = reinterpret_cast<ox_msg_streamdata_t*>(make(pub, "F"));
+  const auto expectRoom = [](int posts, ox_publisher_t* from, ox_msg_t* msg, int flags) {
+    for (; posts > 0; --posts) EXPECT_EQ(OX_ERR_OK, ox_pub_post(from, msg, flags));
+    EXPECT_EQ(standin::kQueueFull, ox_pub_post(from, msg, flags));
+  };
+  expectRoom(2, pub, &row->head, 0);
+  ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(plain.lsn));  // and what is queued for it
+  row->rev = 5;
+  expectRoom(2, pub, &row->head, standin::kClearDeleted);
+  ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(replica.lsn));
+  listen(small, plain);
+  expectRoom(4, pub, &row->head, 0);
+  EXPECT_EQ(OX_ERR_OK, ox_pub_post(pub, &row->head, standin::kClearDeleted));  // for replicas only
+  ASSERT_EQ(OX_ERR_OK, ox_conn_process(small, 0, nullptr));
+  post(pub, "G");
+  EXPECT_EQ("open A#1 B#2 C#3 D#4 E#5 F#6 F#7 F#8 F#9 F#10 F#11 G#12", received());
+
+  ox_publisher_t* asking = nullptr;
+  ASSERT_EQ(OX_ERR_OK, ox_pub_new(small, kScheme.c_str(), &asking));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_open(asking, ""));
+  expectRoom(4, asking, &make(asking)->head, standin::kReplyWanted);
+}
+
 TEST_F(StandinTest, ProcessStopsAtAResultAndNests) {
   start();
   int32_t number = 4;
