@@ -8,7 +8,8 @@ namespace {
 
 // Points the payload's descriptors to copies of their blocks.
 void ownBlocks(Message::Bytes& bytes, const ox_msg_streamdata_t* row) {
-  for (const auto& [offset, field] : bytes.zFields) {
+  if (!bytes.description) return;
+  for (const auto& [offset, field] : bytes.description->zFields) {
     ox_zblock_t block;
     // What a message refers to may have been cut by its host.
     if (offset + sizeof block > bytes.payload.size()) break;
@@ -59,10 +60,10 @@ struct Frame {
 
 thread_local const Frame* innermost = nullptr;
 
-KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const ZFields& zFields,
+KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Description& description,
                      const Outgoing* outgoing = nullptr) {
   const bool isRow = type == OX_MSG_STREAM_DATA;
-  KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing, zFields};
+  KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing, description};
   if (isRow) {
     known.record.row = *reinterpret_cast<const ox_msg_streamdata_t*>(from);
   } else if (known.whole) {
@@ -103,17 +104,28 @@ void enqueueChange(Listener& lsn, std::uint32_t type, const MessagePtr& change) 
   enqueue(lsn, OX_MSG_TN_COMMIT);
 }
 
+// Tells the open listeners that the last publisher has left, and closes them.
+void endStream(Stream& stream) {
+  const std::int32_t reason = standin::kStreamClosed;
+  const MessagePtr close = makeMessage(OX_MSG_CLOSE, &reason, sizeof reason);
+  for (Listener* lsn : std::exchange(stream.listeners, {})) {
+    lsn->state = kClosing;
+    if (lsn->replica) enqueue(*lsn, OX_MSG_ZRREPL_STATE);
+    enqueue(*lsn, OX_MSG_CLOSE, close);
+  }
+}
+
 }  // namespace
 
 bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field) {
   return row && row->nulls && field < row->num_nulls && row->nulls[field];
 }
 
-MessagePtr copyOf(const Record& record, const ZFields& own, const ZFields& ofRef) {
+MessagePtr copyOf(const Record& record, const Description& own, const Description& ofRef) {
   const auto message = std::make_shared<Message>();
   message->record = record;
-  message->own.zFields = own;
-  message->ofRef.zFields = ofRef;
+  message->own.description = own;
+  message->ofRef.description = ofRef;
   if (record.head.type == OX_MSG_STREAM_DATA) {
     ownRow(message->record.row, message->own);
     return message;
@@ -193,15 +205,15 @@ KnownRecord knownRecord(const ox_msg_t* record) {
   const auto found = gateway().outgoing.find(record);
   if (found != gateway().outgoing.end()) {
     const Outgoing& outgoing = *found->second;
-    return readable(record, outgoing.type, outgoing.message->zFields, &outgoing);
+    return readable(record, outgoing.type, outgoing.description, &outgoing);
   }
   for (const Frame* frame = innermost; frame; frame = frame->outer) {
     const Message* const message = frame->message;
     if (frame->record == record) {
-      return readable(record, frame->type, message ? message->own.zFields : ZFields());
+      return readable(record, frame->type, message ? message->own.description : Description());
     }
     if (message && record == &message->ref.head) {
-      return readable(record, OX_MSG_DATA, message->ofRef.zFields);
+      return readable(record, OX_MSG_DATA, message->ofRef.description);
     }
   }
   throw Ended{OX_ERR_INVALIDARGUMENT};
@@ -215,6 +227,31 @@ std::shared_ptr<Stream> streamNamed(const std::string& name) {
     stream->life = newLifeNumber();
   }
   return stream;
+}
+
+std::shared_ptr<Stream> joinStream(const std::string& name,
+                                   const std::shared_ptr<const Scheme>& scheme) {
+  std::shared_ptr<Stream> stream = streamNamed(name);
+  if (scheme && stream->scheme() && !stream->scheme()->covers(*scheme)) {
+    require(stream->publishers == 0);
+    endStream(*stream);
+    gateway().streams.erase(name);
+    stream = streamNamed(name);
+  }
+  auto& schemes = stream->schemes;
+  if (scheme && std::find(schemes.begin(), schemes.end(), scheme) == schemes.end()) {
+    schemes.push_back(scheme);
+  }
+  ++stream->publishers;
+  return stream;
+}
+
+Description Stream::describe(const Scheme::Message& source) const {
+  const auto isItsScheme = [&source](const auto& each) { return each.get() == source.scheme; };
+  const auto found = std::find_if(schemes.begin(), schemes.end(), isItsScheme);
+  if (found == schemes.end()) return {};
+  const bool own = found == schemes.begin();
+  return {schemes.front(), own ? &source : scheme()->find(OX_KEY_NAME, source.description.name)};
 }
 
 void requireRoom(const Stream& stream, bool replicasOnly) {
@@ -284,15 +321,7 @@ void sendSnapshot(Listener& lsn, std::uint32_t life, std::int64_t seen) {
 void closePublisher(Publisher& pub) {
   pub.state = kClosed;
   pub.awaited.clear();
-  Stream& stream = *pub.stream;
-  if (--stream.publishers > 0) return;
-  const std::int32_t reason = standin::kStreamClosed;
-  const MessagePtr close = makeMessage(OX_MSG_CLOSE, &reason, sizeof reason);
-  for (Listener* lsn : std::exchange(stream.listeners, {})) {
-    lsn->state = kClosing;
-    if (lsn->replica) enqueue(*lsn, OX_MSG_ZRREPL_STATE);
-    enqueue(*lsn, OX_MSG_CLOSE, close);
-  }
+  if (--pub.stream->publishers == 0) endStream(*pub.stream);
 }
 
 }  // namespace standin

@@ -42,12 +42,15 @@ union Record {
   ox_msg_t head;
 };
 
+// A description, and the scheme that it belongs to kept alive.
+using Description = std::shared_ptr<const Scheme::Message>;
+
 // A message on its way to listeners with its own copy of what it points to; never changed.
 struct Message {
   struct Bytes {
     std::string payload, name, addr, nulls;
-    ZFields zFields;  // of the payload, whose descriptors point into `blocks`
-    std::forward_list<std::string> blocks;
+    Description description;                // of the payload; null when there is none
+    std::forward_list<std::string> blocks;  // that the payload's descriptors point to
   };
   Record record{};
   ox_msg_data_t ref{};  // what `record` refers to, if it does
@@ -117,8 +120,7 @@ struct Outgoing {
   Record record{};
   const Publisher* owner = nullptr;
   std::uint32_t type = 0;  // the host may overwrite the record's
-  std::shared_ptr<const Scheme> scheme;
-  const Scheme::Message* message = nullptr;
+  Description description;
   std::vector<char> payload;
   std::vector<std::uint8_t> nulls;
 };
@@ -134,8 +136,10 @@ struct Stream {
     std::int64_t at = 0;      // the stream's revision when rows were cleared
   };
   const Scheme* scheme() const { return schemes.empty() ? nullptr : schemes.front().get(); }
+  // What this stream's scheme says of a message made from `source`; null when it says nothing.
+  Description describe(const Scheme::Message& source) const;
 
-  // The first publisher's is the stream's; the others' descriptions stay valid.
+  // The first publisher's is the stream's; it covers the others.
   std::vector<std::shared_ptr<const Scheme>> schemes;
   std::vector<Listener*> listeners;           // the open ones
   std::size_t publishers = 0;                 // open ones
@@ -214,6 +218,10 @@ void eraseFrom(std::vector<T>& list, const U& object) {
 }
 
 std::shared_ptr<Stream> streamNamed(const std::string& name);
+// The stream for one more open publisher with that scheme, which may be null. The stream's must
+// cover it; where no other publisher is open, a stream made anew takes its place.
+std::shared_ptr<Stream> joinStream(const std::string& name,
+                                   const std::shared_ptr<const Scheme>& scheme);
 // `row`: how it is described; null when the message is none.
 // Refuses a post unless the queue of every listener that gets it has room.
 void requireRoom(const Stream& stream, bool replicasOnly);
@@ -226,9 +234,9 @@ void closePublisher(Publisher& pub);
 
 // Whether a row has no value for a field; `row` may be null.
 bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field);
-// `record` with its own copy of what it points to: with the blocks of its payload's z-fields, and
-// of those of the payload it refers to.
-MessagePtr copyOf(const Record& record, const ZFields& own = {}, const ZFields& ofRef = {});
+// `record` with its own copy of what it points to: with the blocks of its payload, and of the one
+// it refers to, as their descriptions say.
+MessagePtr copyOf(const Record& record, const Description& own = {}, const Description& ofRef = {});
 // A message of the gateway's own.
 MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size,
                        const char* name = "", std::uint32_t userId = 0);
@@ -245,7 +253,7 @@ struct KnownRecord {
   Record record;             // as far as it may be read
   bool whole;                // not the head alone
   const Outgoing* outgoing;  // null: being delivered
-  ZFields zFields;           // of the payload; none of a caller's own record
+  Description description;   // null for a record without one and for a caller's own
 };
 // Refuses any other address without touching it.
 KnownRecord knownRecord(const ox_msg_t* record);

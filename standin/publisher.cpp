@@ -20,21 +20,12 @@ std::shared_ptr<const Scheme> schemeOf(const Publisher& pub) {
 }
 
 // How the stream's scheme describes a message that is posted; null when it does not.
-const Scheme::Message* describe(const Stream& stream, const KnownRecord& known) {
-  const Scheme* const scheme = stream.scheme();
-  const Outgoing* const own = known.outgoing;
-  const ox_msg_data_t& posted = known.record.data;
-  const Scheme::Message* message = nullptr;
-  if (own && own->scheme.get() == scheme) {
-    message = own->message;
-  } else if (scheme && posted.msg_name) {
-    message = scheme->find(OX_KEY_NAME, posted.msg_name);
-  }
-  const std::size_t size = posted.head.data ? posted.head.data_size : 0;
-  // A receiver follows the descriptors that the stream's scheme says there are.
-  const bool fits =
-      message && message->description.size == size && message->zFields == known.zFields;
-  return fits ? message : nullptr;
+Description describe(const Stream& stream, const KnownRecord& known) {
+  const ox_msg_t& head = known.record.head;
+  const std::size_t size = head.data ? head.data_size : 0;
+  // The host may have changed the size.
+  if (!known.description || known.description->description.size != size) return {};
+  return stream.describe(*known.description);
 }
 
 }  // namespace
@@ -57,17 +48,13 @@ int ox_pub_open(ox_publisher_t* handle, const char* text) {
     const std::shared_ptr<const Scheme> scheme = schemeIn(settings);
     // Another one would end the life of descriptions that the host may hold.
     require(!pub.scheme || !scheme || scheme == pub.scheme);
+    const std::shared_ptr<const Scheme>& own = pub.scheme ? pub.scheme : scheme;
     const std::chrono::milliseconds timeout(number<std::uint32_t>(settings, "reply_timeout", 1000));
     require(!pub.isOpen() && pub.conn->isOpen(), OX_ERR_INVALIDSTATE);
+    pub.stream = joinStream(settings.get("stream"), own);
+    pub.scheme = own;
     pub.replica = settings.get("mode") == "replica";
     pub.replyTimeout = timeout;
-    if (scheme) pub.scheme = scheme;
-    pub.stream = streamNamed(settings.get("stream"));
-    auto& schemes = pub.stream->schemes;
-    if (pub.scheme && std::find(schemes.begin(), schemes.end(), pub.scheme) == schemes.end()) {
-      schemes.push_back(pub.scheme);
-    }
-    ++pub.stream->publishers;
     pub.state = kActive;
   });
 }
@@ -101,10 +88,10 @@ int ox_pub_msgnew(ox_publisher_t* handle, int keyType, const void* key, ox_msg_t
     require(pub.isOpen(), OX_ERR_INVALIDSTATE);
     auto made = std::make_unique<Outgoing>();
     made->owner = &pub;
-    made->scheme = schemeOf(pub);
-    made->message = made->scheme->find(keyType, key);
-    require(made->message);
-    const Scheme::Message& message = *made->message;
+    const std::shared_ptr<const Scheme> scheme = schemeOf(pub);
+    made->description = {scheme, scheme->find(keyType, key)};
+    require(made->description.get());
+    const Scheme::Message& message = *made->description;
     made->type = pub.replica ? OX_MSG_STREAM_DATA : OX_MSG_DATA;
     if (message.code != 0) made->type = message.code;
     made->payload.resize(message.description.size);
@@ -132,9 +119,11 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
     require(known.outgoing ? known.outgoing->owner == &pub : known.whole);
     Record& record = known.record;
     const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
-    const Scheme::Message* const message = describe(stream, known);
+    const Description message = describe(stream, known);
+    // It would be retained nowhere, and nobody told where no listener is open.
+    require(message || !isRow);
     if (flags & standin::kClearDeleted) {
-      require(message && isRow);
+      require(isRow);
       requireRoom(stream, true);
       return clearDeleted(stream, message->position, record.row.rev);
     }
@@ -154,7 +143,7 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
       record.data.msg_index = message->index;
       record.data.msg_id = message->id;
       if (isRow) record.row.rev = stream.rev + 1;
-      publish(stream, copyOf(record, known.zFields, ref.zFields), isRow ? message : nullptr);
+      publish(stream, copyOf(record, message, ref.description), isRow ? message.get() : nullptr);
     } else {
       const std::int32_t code = OX_ERR_INVALIDARGUMENT;
       const char* const name = record.data.msg_name;

@@ -44,6 +44,19 @@ bool isKnownType(std::uint32_t code) {
   return std::find(std::begin(kKnown), std::end(kKnown), code) != std::end(kKnown);
 }
 
+// Same names, types and places. Of a nested message the name is enough: it is compared itself.
+bool sameFields(const ox_message_desc_t& a, const ox_message_desc_t& b) {
+  const ox_field_desc_t* left = a.fields;
+  const ox_field_desc_t* right = b.fields;
+  for (; left && right; left = left->next, right = right->next) {
+    const auto same = [](const char* x, const char* y) { return std::strcmp(x, y) == 0; };
+    if (!same(left->name, right->name) || !same(left->type, right->type)) return false;
+    if (left->offset != right->offset) return false;
+    if (left->msg && !same(left->msg->name, right->msg->name)) return false;
+  }
+  return !left && !right;
+}
+
 }  // namespace
 
 Properties parse(const char* text, Properties under) {
@@ -109,6 +122,7 @@ void Scheme::addMessage(const std::string& name, const Properties& source) {
       messages_.empty() ? description.messages : messages_.back().description.next;
   Message& message = messages_.emplace_back();
   ox_message_desc_t& added = message.description;
+  message.scheme = this;
   message.position = description.num_messages++;
   message.index = number(source, "noindex", 0) ? UNKEYED_INDEX : message.position;
   message.id = number(source, "id", UNKEYED_ID);
@@ -239,6 +253,14 @@ const Scheme::Message* Scheme::find(int keyType, const void* key) const {
   };
   const auto found = std::find_if(messages_.begin(), messages_.end(), matches);
   return found == messages_.end() ? nullptr : &*found;
+}
+
+bool Scheme::covers(const Scheme& other) const {
+  const auto isHere = [this](const Message& theirs) {
+    const Message* const own = find(OX_KEY_NAME, theirs.description.name);
+    return own && sameFields(own->description, theirs.description);
+  };
+  return std::all_of(other.messages_.begin(), other.messages_.end(), isHere);
 }
 
 }  // namespace standin

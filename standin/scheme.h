@@ -69,6 +69,7 @@ using ZFields = std::vector<std::pair<std::size_t, std::uint32_t>>;
 class Scheme {
  public:
   struct Message {
+    const Scheme* scheme = nullptr;
     ox_message_desc_t description{};
     std::uint32_t position = 0;
     std::uint64_t index = 0;  // `position` or UNKEYED_INDEX
@@ -85,6 +86,8 @@ class Scheme {
 
   // By an OX_KEY_ type; null when there is none.
   const Message* find(int keyType, const void* key) const;
+  // Whether every message of the other scheme is in this one, with the same fields.
+  bool covers(const Scheme& other) const;
 
   ox_scheme_desc_t description{};
 

@@ -20,7 +20,8 @@ class MessageTypesTest extends GatewayTest {
   void plainStream() {
     final Publisher first = publish("stream=s;" + SCHEME + "reply_timeout=1");
     final Publisher second =
-        publish("stream=s;scheme=?{messages=alien;message.alien=?{id=4;fields=n:i4}}");
+        publish("stream=t;scheme=?{messages=alien;message.alien=?{id=4;fields=n:i4}}");
+    listen("stream=t", onData(first::post));
     final Listener listener = listen("stream=s", this::receive);
     final Message odd = first.newMessage("odd");
     odd.getData().putInt(0, 9);
@@ -33,8 +34,8 @@ class MessageTypesTest extends GatewayTest {
     first.post(quote, REPLY_WANTED);
     while (received.size() < 5) connection.process(1000);
     assertReceived("OpenMessage 100", "Message 300: 9",
-        "ParseErrorMessage 190 Error=131073: 131073",
         "DataMessage 110 Address=über RefMessage=null UserId=-5: 42",
+        "ParseErrorMessage 190 Error=131073: 131073",
         "ZrMqTimeOutMessage 1001 UserId=-5");
 
     first.shut();
