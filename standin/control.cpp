@@ -90,7 +90,7 @@ void clearCalls() {
 std::size_t liveObjects() {
   const Lock lock(gateway().mutex);
   return gateway().connections.size() + gateway().listeners.size() + gateway().publishers.size() +
-         gateway().outgoing.size();
+         gateway().outgoing.size() + gateway().streams.size() + gateway().schemes.size();
 }
 
 bool raiseExit() {

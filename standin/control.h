@@ -55,7 +55,7 @@ std::vector<std::string> calls();
 std::vector<std::string> logLines();
 void clearCalls();
 
-// Connections, listeners, publishers and outgoing messages.
+// Connections, listeners, publishers, outgoing messages, streams and schemes.
 std::size_t liveObjects();
 
 // Raises the exit event on a new thread and waits for it; false when no handler is registered.

@@ -220,13 +220,18 @@ KnownRecord knownRecord(const ox_msg_t* record) {
 }
 
 std::shared_ptr<Stream> streamNamed(const std::string& name) {
-  std::weak_ptr<Stream>& known = gateway().streams[name];
-  std::shared_ptr<Stream> stream = known.lock();
-  if (!stream) {
-    known = stream = std::make_shared<Stream>();
-    stream->life = newLifeNumber();
-  }
+  const auto found = gateway().streams.find(name);
+  if (found != gateway().streams.end()) return found->second.lock();
+  const auto stream = std::make_shared<Stream>(name);
+  stream->life = newLifeNumber();
+  gateway().streams.emplace(name, stream);
   return stream;
+}
+
+Stream::~Stream() {
+  const auto found = gateway().streams.find(name);
+  // The name may be another stream's by now.
+  if (found != gateway().streams.end() && found->second.expired()) gateway().streams.erase(found);
 }
 
 std::shared_ptr<Stream> joinStream(const std::string& name,

@@ -1,3 +1,5 @@
+#include <dlfcn.h>
+
 #include <cstdarg>
 
 #include "standin/gateway.h"
@@ -38,16 +40,43 @@ int log(const char* function, const char* level, const char* text, va_list* args
   });
 }
 
-// It is left to end by itself: the exit callback may be what closes the environment, or may wait
-// for a lock of the host's that the closing thread holds.
+// How long ox_env_close waits for an exit handler that is running: it may be waiting for a lock of
+// the closing thread's.
+constexpr std::chrono::seconds kHandlerWait(1);
+
 void startExitThread(std::chrono::milliseconds delay) {
-  std::thread([delay, own = gateway().timesClosed] {
+  const auto exit = std::make_shared<ExitThread>();
+  exit->thread = std::thread([exit, delay] {
     Lock lock(gateway().mutex);
-    const auto isClosed = [own] { return gateway().timesClosed != own; };
-    if (gateway().closed.wait_for(lock, delay, isClosed)) return;
+    if (exit->changed.wait_for(lock, delay, [&] { return exit->stopped; })) return;
+    exit->raising = true;
     lock.unlock();
     raiseExitEvent();
-  }).detach();
+    lock.lock();
+    exit->raising = false;
+    exit->changed.notify_all();
+  });
+  gateway().exitThread = exit;
+}
+
+// Afterwards the thread has ended; one that is still raising the event has not, and keeps the
+// library loaded.
+void endExitThread(Lock& lock) {
+  const std::shared_ptr<ExitThread> exit = std::move(gateway().exitThread);
+  if (!exit) return;
+  exit->stopped = true;
+  exit->changed.notify_all();
+  const bool isItself = exit->thread.get_id() == std::this_thread::get_id();
+  if (!isItself && exit->changed.wait_for(lock, kHandlerWait, [&] { return !exit->raising; })) {
+    lock.unlock();
+    exit->thread.join();
+    return;
+  }
+  Dl_info library;
+  if (dladdr(&kHandlerWait, &library) != 0) {
+    dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+  }
+  exit->thread.detach();
 }
 
 }  // namespace
@@ -79,6 +108,7 @@ void destroy(Publisher& pub) {
     at = at->second->owner == &pub ? outgoing.erase(at) : std::next(at);
   }
   pub.stream.reset();
+  pub.scheme.reset();
   gateway().publishers.erase(pub.handle);
   eraseFrom(pub.conn->publishers, pub);
 }
@@ -117,17 +147,14 @@ int ox_env_open(const char* text) {
 
 int ox_env_close(void) {
   return call(__func__, {}, [] {
-    const Lock lock = enter();
+    Lock lock = enter();
     while (!gateway().connections.empty()) {
       const std::shared_ptr<Connection> conn = gateway().connections.begin()->second;
       destroy(*conn);
     }
-    gateway().streams.clear();
-    gateway().schemes.clear();
     gateway().open = false;
     useLog(nullptr);
-    ++gateway().timesClosed;
-    gateway().closed.notify_all();
+    endExitThread(lock);
   });
 }
 

@@ -127,6 +127,10 @@ struct Outgoing {
 
 // Lives as long as a listener or publisher that was opened on it.
 struct Stream {
+  explicit Stream(std::string itsName) : name(std::move(itsName)) {}
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+  ~Stream();
   struct Row {
     std::uint32_t table;
     MessagePtr message;
@@ -139,6 +143,7 @@ struct Stream {
   // What this stream's scheme says of a message made from `source`; null when it says nothing.
   Description describe(const Scheme::Message& source) const;
 
+  const std::string name;
   // The first publisher's is the stream's; it covers the others.
   std::vector<std::shared_ptr<const Scheme>> schemes;
   std::vector<Listener*> listeners;           // the open ones
@@ -160,6 +165,14 @@ struct Table : std::unordered_map<Handle*, std::shared_ptr<T>> {
   }
 };
 
+// Raises the exit event after a time, unless it is stopped before.
+struct ExitThread {
+  std::thread thread;
+  bool stopped = false;
+  bool raising = false;
+  std::condition_variable changed;
+};
+
 struct Gateway {
   Table<ox_conn_t, Connection>& table(ox_conn_t*) { return connections; }
   Table<ox_listener_t, Listener>& table(ox_listener_t*) { return listeners; }
@@ -179,14 +192,13 @@ struct Gateway {
   Table<ox_listener_t, Listener> listeners;
   Table<ox_publisher_t, Publisher> publishers;
   std::unordered_map<const ox_msg_t*, std::unique_ptr<Outgoing>> outgoing;
-  std::map<std::string, std::weak_ptr<Stream>> streams;
-  std::map<std::string, std::weak_ptr<const Scheme>> schemes;  // one for equal texts
+  std::map<std::string, std::weak_ptr<Stream>> streams;        // all alive
+  std::map<std::string, std::weak_ptr<const Scheme>> schemes;  // one for equal texts; all alive
   std::FILE* log = nullptr;
 
   ox_exit_cb_t exitCallback = nullptr;
   void* exitData = nullptr;
-  std::uint64_t timesClosed = 0;  // ends the exit thread
-  std::condition_variable closed;
+  std::shared_ptr<ExitThread> exitThread;
 
   // What tests prepare and read. `watched`: they do, so that no other call pays for it.
   std::atomic<bool> watched{false};

@@ -8,8 +8,17 @@ namespace {
 std::shared_ptr<const Scheme> schemeIn(const Properties& settings) {
   if (!settings.has("scheme")) return nullptr;
   const std::string text = blockText(settings, "scheme");
-  std::shared_ptr<const Scheme> scheme = gateway().schemes[text].lock();
-  if (!scheme) gateway().schemes[text] = scheme = std::make_shared<const Scheme>(text);
+  auto& schemes = gateway().schemes;
+  const auto found = schemes.find(text);
+  if (found != schemes.end()) return found->second.lock();
+  auto made = std::make_unique<const Scheme>(text);
+  const auto entry = schemes.emplace(text, std::weak_ptr<const Scheme>()).first;
+  const auto release = [&schemes, entry](const Scheme* scheme) {
+    schemes.erase(entry);
+    delete scheme;
+  };
+  const std::shared_ptr<const Scheme> scheme(made.release(), release);
+  entry->second = scheme;
   return scheme;
 }
 

@@ -62,15 +62,32 @@ std::shared_ptr<const Scheme> schemeAt(std::int64_t address) {
   return nullptr;
 }
 
-void addFields(std::string& text, const ox_message_desc_t& message, const std::string& prefix,
-               const char* data, const ox_msg_streamdata_t* row) {
-  for (const ox_field_desc_t* field = message.fields; field; field = field->next) {
-    const std::string name = prefix + field->name;
-    const char* const value = data + field->offset;
-    if (isNull(row, field->number)) {
+// Not recursive: messages may be nested thousands of levels deep.
+void addFields(std::string& text, const ox_message_desc_t& message, const char* data,
+               const ox_msg_streamdata_t* row) {
+  struct Level {
+    const ox_field_desc_t* next;
+    const char* data;
+    std::size_t prefix;  // of `name`
+  };
+  std::vector<Level> levels = {{message.fields, data, 0}};
+  std::string name;
+  while (!levels.empty()) {
+    Level& level = levels.back();
+    const ox_field_desc_t* const field = level.next;
+    if (!field) {
+      levels.pop_back();
+      continue;
+    }
+    level.next = field->next;
+    name.resize(level.prefix);
+    name += field->name;
+    const char* const value = level.data + field->offset;
+    if (levels.size() == 1 && isNull(row, field->number)) {
       text += name + "=null\n";
     } else if (field->msg) {
-      addFields(text, *field->msg, name + '.', value, nullptr);
+      name += '.';
+      levels.push_back({field->msg->fields, value, name.size()});
     } else {
       text += name + '=' + render(typeOf(field->type), value) + '\n';
     }
@@ -91,7 +108,7 @@ std::string dump(const KnownRecord& known, const Scheme* scheme) {
   if (!row && data.addr) text += "addr=" + std::string(data.addr) + '\n';
   const Scheme::Message* const message = scheme ? scheme->find(OX_KEY_NAME, name.c_str()) : nullptr;
   if (message && head.data && message->description.size == head.data_size) {
-    addFields(text, message->description, "", static_cast<const char*>(head.data), row);
+    addFields(text, message->description, static_cast<const char*>(head.data), row);
   }
   return text;
 }

@@ -1,5 +1,6 @@
 // The stand-in gateway through its C functions alone; test/native and test/java drive it further.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <chrono>
 #include <cstring>
@@ -330,6 +331,55 @@ TEST_F(StandinTest, ResumedReplicasHaveTheRowsOfFreshOnes) {
     ASSERT_EQ(std::string::npos, fresh.words.find("clear"));
     ASSERT_EQ(OX_ERR_OK, ox_lsn_destroy(fresh.lsn));
     resumed.words.clear();
+  }
+}
+
+TEST_F(StandinTest, DumpsOfDeeplyNestedMessagesNeedLittleStack) {
+  constexpr int kLevels = 4096;
+  std::string names = "m0";
+  std::string messages = "message.m0=?{fields=a:u1}";
+  for (int level = 1; level < kLevels; ++level) {
+    const std::string name = 'm' + std::to_string(level);
+    names += ',' + name;
+    messages +=
+        ";message." + name + "=?{fields=a:m;field.a=?{message=m" + std::to_string(level - 1) + "}}";
+  }
+  pub = publish("scheme=?{messages=" + names + ';' + messages + '}');
+  ox_scheme_desc_t* scheme = nullptr;
+  ox_msg_t* msg = nullptr;
+  const int32_t last = kLevels - 1;
+  ASSERT_EQ(OX_ERR_OK, ox_pub_getscheme(pub, &scheme));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_msgnew(pub, OX_KEY_INDEX, &last, &msg));
+  std::function<void()> dump = [&] {
+    std::string text(3 * kLevels, '\0');
+    uint64_t size = text.size();
+    EXPECT_EQ(OX_ERR_OK, ox_msg_dump(msg, reinterpret_cast<intptr_t>(scheme), text.data(), &size));
+    EXPECT_EQ(".a.a.a=0\n", text.substr(size - 9, 9));
+  };
+  const auto run = [](void* body) -> void* {
+    (*static_cast<std::function<void()>*>(body))();
+    return nullptr;
+  };
+  pthread_t thread;
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &dump));
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST_F(StandinTest, StreamsAndSchemesAreReleasedWithTheirLastUser) {
+  const std::size_t before = standin::liveObjects();
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_new(conn, "scheme=?{messages=a}", &pub));
+  for (const char* name : {"a", "b"}) {
+    inbox = {};
+    start(kScheme + "stream=" + name);
+    EXPECT_LT(before, standin::liveObjects());
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_close(inbox.lsn));
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_open(inbox.lsn, (std::string("stream=") + name).c_str()));
+    ASSERT_EQ(OX_ERR_OK, ox_pub_destroy(pub) + ox_lsn_destroy(inbox.lsn));
+    EXPECT_EQ(before, standin::liveObjects()) << name;
   }
 }
 
