@@ -52,19 +52,21 @@ Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) {
 int ox_conn_new(const char* settings, ox_conn_t** out) {
   return call(__func__, {settings}, [&] {
     const Lock lock = enter();
-    require(out);
+    require(out, "the connection's out-parameter is null");
     const auto conn = std::make_shared<Connection>();
-    conn->settings = parse(settings);
+    conn->settings.add(settings);
     *out = gateway().add(conn);
   });
 }
 
-int ox_conn_open(ox_conn_t* handle, const char* settings) {
-  return call(__func__, {settings}, handle, [&](Connection& conn, Lock&) {
-    const Properties merged = parse(settings, conn.settings);
-    const auto limit = number<std::size_t>(merged, "queue_limit", 1000000);
-    require(limit > 0);
-    require(!conn.isOpen(), OX_ERR_INVALIDSTATE);
+int ox_conn_open(ox_conn_t* handle, const char* string) {
+  return call(__func__, {string}, handle, [&](Connection& conn, Lock&) {
+    Settings settings = conn.settings;
+    settings.add(string);
+    const auto limit = settings.extractNumber<std::size_t>("queue_limit", 1000000);
+    require(limit > 0, "queue_limit=0 leaves no room for a post");
+    require(!conn.isOpen(), "the connection is open already", OX_ERR_INVALIDSTATE);
+    logUnknown("ox_conn_open", settings);
     conn.queueLimit = limit;
     conn.state = kActive;
   });
@@ -72,7 +74,7 @@ int ox_conn_open(ox_conn_t* handle, const char* settings) {
 
 int ox_conn_close(ox_conn_t* handle) {
   return call(__func__, {}, handle, [](Connection& conn, Lock& lock) {
-    require(conn.isOpen(), OX_ERR_INVALIDSTATE);
+    require(conn.isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     conn.state = kClosed;
     conn.changed.notify_all();
     // Copies: callbacks may make, open and destroy objects of this connection.
@@ -87,14 +89,14 @@ int ox_conn_close(ox_conn_t* handle) {
 }
 
 int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
-  return call(__func__, {}, handle, [&](Connection& conn, Lock& lock) {
-    require(timeout >= 0);
-    require(conn.isOpen(), OX_ERR_INVALIDSTATE);
+  return call(__func__, {}, handle, [&](Connection& conn, Lock& lock) -> int {
+    require(timeout >= 0, "the timeout is negative");
+    require(conn.isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
     Turn turn;
     if (conn.deliverer != std::this_thread::get_id()) {
       const auto isFree = [&] { return !conn.isOpen() || conn.deliverer == std::thread::id(); };
-      if (!conn.changed.wait_until(lock, until, isFree) || !conn.isOpen()) return;
+      if (!conn.changed.wait_until(lock, until, isFree) || !conn.isOpen()) return OX_ERR_OK;
       conn.deliverer = std::this_thread::get_id();
       turn.conn = &conn;
     }
@@ -103,9 +105,9 @@ int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
       const auto now = Clock::now();
       const auto next = enqueueDue(conn, now);
       if (!conn.queue.empty()) break;
-      if (now >= until) return;
+      if (now >= until) return OX_ERR_OK;
       conn.changed.wait_until(lock, std::min(until, next));
-      if (!conn.isOpen()) return;
+      if (!conn.isOpen()) return OX_ERR_OK;
     }
     // What callbacks post joins the queue but must not keep this call from ending.
     for (auto left = conn.queue.size(); left > 0 && !conn.queue.empty() && conn.isOpen();) {
@@ -119,9 +121,9 @@ int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
       } else {
         --next.times;
       }
-      const int result = hand(lock, item);
-      require(result == OX_ERR_OK, result);
+      if (const int result = hand(lock, item)) return result;
     }
+    return OX_ERR_OK;
   });
 }
 

@@ -18,7 +18,7 @@ void ownBlocks(Message::Bytes& bytes, const ox_msg_streamdata_t* row) {
     if (isNull(row, field) || block.size == 0) {
       block = {};
     } else {
-      require(block.ptr);
+      require(block.ptr, "a z-block has a size and no address");
       block.ptr = bytes.blocks.emplace_front(static_cast<char*>(block.ptr), block.size).data();
     }
     std::memcpy(at, &block, sizeof block);
@@ -116,6 +116,12 @@ void endStream(Stream& stream) {
 }
 
 }  // namespace
+
+bool extractReplica(Settings& settings) {
+  const std::string mode = settings.extract("mode");
+  if (!mode.empty() && mode != "replica") settings.refuse("mode=" + mode + " is unknown");
+  return !mode.empty();
+}
 
 bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field) {
   return row && row->nulls && field < row->num_nulls && row->nulls[field];
@@ -216,7 +222,7 @@ KnownRecord knownRecord(const ox_msg_t* record) {
       return readable(record, OX_MSG_DATA, message->ofRef.description);
     }
   }
-  throw Ended{OX_ERR_INVALIDARGUMENT};
+  throw Refusal{OX_ERR_INVALIDARGUMENT, "the message is neither outgoing nor being delivered"};
 }
 
 std::shared_ptr<Stream> streamNamed(const std::string& name) {
@@ -238,7 +244,10 @@ std::shared_ptr<Stream> joinStream(const std::string& name,
                                    const std::shared_ptr<const Scheme>& scheme) {
   std::shared_ptr<Stream> stream = streamNamed(name);
   if (scheme && stream->scheme() && !stream->scheme()->covers(*scheme)) {
-    require(stream->publishers == 0);
+    if (stream->publishers > 0) {
+      throw Refusal{OX_ERR_INVALIDARGUMENT,
+                    "stream=" + name + " has open publishers with another layout"};
+    }
     endStream(*stream);
     gateway().streams.erase(name);
     stream = streamNamed(name);
@@ -266,7 +275,7 @@ void requireRoom(const Stream& stream, bool replicasOnly) {
     if (lsn->replica || !replicasOnly) full |= conn.posted + ++conn.incoming > conn.queueLimit;
   }
   for (const Listener* lsn : stream.listeners) lsn->conn->incoming = 0;
-  require(!full, standin::kQueueFull);
+  require(!full, "the queue of a receiving connection is full", standin::kQueueFull);
 }
 
 void publish(Stream& stream, const MessagePtr& message, const Scheme::Message* row) {

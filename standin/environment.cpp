@@ -1,6 +1,8 @@
 #include <dlfcn.h>
 
+#include <cerrno>
 #include <cstdarg>
+#include <cstring>
 
 #include "standin/gateway.h"
 #include "utils/string_utils.h"
@@ -9,34 +11,46 @@ using namespace standin;
 
 namespace {
 
-std::FILE* openLog(const std::string& where) {
-  if (where.empty()) return nullptr;
-  if (where == "stderr") return stderr;
-  require(where.compare(0, 5, "file:") == 0);
+void openLog(const std::string& where) {
+  if (where.empty()) return;
+  gateway().log = stderr;  // where a refusal is written, too
+  if (where == "stderr") return;
+  if (where.compare(0, 5, "file:") != 0) {
+    throw Refusal{OX_ERR_INVALIDARGUMENT, "log=" + where + " is neither stderr nor file:PATH"};
+  }
   std::FILE* const file = std::fopen(where.c_str() + 5, "ae");
-  require(file);
-  return file;
+  if (!file) {
+    throw Refusal{OX_ERR_INVALIDARGUMENT,
+                  "log=" + where + " cannot be opened: " + std::strerror(errno)};
+  }
+  gateway().log = file;
 }
 
-void useLog(std::FILE* file) {
-  std::FILE* const previous = std::exchange(gateway().log, file);
-  if (previous && previous != stderr) std::fclose(previous);
+void closeLog() {
+  std::FILE* const log = std::exchange(gateway().log, nullptr);
+  if (log && log != stderr) std::fclose(log);
 }
 
-void write(const char* level, const std::string& text) {
-  const std::string line = std::string(level) + ": " + text;
-  if (gateway().recording) gateway().logLines.push_back(line);
-  if (!gateway().log) return;
-  std::fprintf(gateway().log, "%s\n", line.c_str());
-  std::fflush(gateway().log);
+// On one line, and as much as someone reads.
+std::string printable(const std::string& reason) {
+  constexpr std::size_t kMaxLength = 1000;
+  std::string line;
+  for (const char c : reason.substr(0, kMaxLength)) {
+    if (c == '\n') {
+      line += "\\n";
+    } else {
+      line += c;
+    }
+  }
+  return line;
 }
 
 int log(const char* function, const char* level, const char* text, va_list* args = nullptr) {
   return call(function, {text}, [&] {
-    require(text);
+    require(text, "the line is null");
     const std::string line = args ? oxutils::StringUtils::vformat(text, *args) : text;
     const Lock lock(gateway().mutex);
-    write(level, line);
+    writeLog(level, line);
   });
 }
 
@@ -90,7 +104,7 @@ Gateway& gateway() {
 
 Lock enter() {
   Lock lock(gateway().mutex);
-  require(gateway().open, OX_ERR_INVALIDSTATE);
+  require(gateway().open, "the environment is closed", OX_ERR_INVALIDSTATE);
   return lock;
 }
 
@@ -121,6 +135,44 @@ void destroy(Connection& conn) {
   gateway().connections.erase(conn.handle);
 }
 
+bool isLogging() {
+  return gateway().log || gateway().recording;
+}
+
+void writeLog(const char* level, const std::string& line) {
+  if (gateway().recording) gateway().logLines.push_back(std::string(level) + ": " + line);
+  if (!gateway().log) return;
+  std::fprintf(gateway().log, "%s: %s\n", level, line.c_str());
+  std::fflush(gateway().log);
+}
+
+void logUnknown(const char* function, const Settings& settings) {
+  if (!isLogging()) return;
+  for (const auto& [key, value] : settings.left()) {
+    writeLog("info", std::string(function) + ": unknown key " + printable(key) + " is ignored");
+  }
+}
+
+int resultOfFailure(const char* function) noexcept {
+  int code = OX_ERR_INTERNAL;
+  try {
+    std::string reason = "no memory, or a fault of the gateway";
+    try {
+      throw;
+    } catch (Refusal& refusal) {
+      code = refusal.code;
+      reason = std::move(refusal.reason);
+    } catch (const std::exception& thrown) {
+      reason = thrown.what();
+    }
+    const Lock lock(gateway().mutex);
+    if (isLogging()) writeLog("error", std::string(function) + ": " + printable(reason));
+    if (!gateway().open) closeLog();  // of an environment that did not open
+  } catch (...) {                     // no memory for the line
+  }
+  return code;
+}
+
 bool raiseExitEvent() {
   Lock lock(gateway().mutex);
   const ox_exit_cb_t callback = gateway().exitCallback;
@@ -135,13 +187,16 @@ bool raiseExitEvent() {
 int ox_env_open(const char* text) {
   return call(__func__, {text}, [&] {
     const Lock lock(gateway().mutex);
-    const Properties settings = parse(text);
-    require(!gateway().open, OX_ERR_INVALIDSTATE);
-    const auto exitAfter = number<std::uint32_t>(settings, "exit_after", 0);
-    useLog(openLog(settings.get("log")));
+    require(!gateway().open, "the environment is open already", OX_ERR_INVALIDSTATE);
+    Settings settings;
+    settings.add(text);
+    openLog(settings.extract("log"));
+    const auto exitAfter = settings.extractNumber<std::uint32_t>("exit_after", 0);
+    settings.extract("platform");  // which a Java host adds
     if (exitAfter > 0) startExitThread(std::chrono::milliseconds(exitAfter));
     gateway().open = true;
-    write("info", "stand-in gateway, in process: its streams end with this process");
+    writeLog("info", "stand-in gateway: its streams end with this process");
+    logUnknown("ox_env_open", settings);
   });
 }
 
@@ -153,7 +208,7 @@ int ox_env_close(void) {
       destroy(*conn);
     }
     gateway().open = false;
-    useLog(nullptr);
+    closeLog();
     endExitThread(lock);
   });
 }

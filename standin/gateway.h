@@ -19,6 +19,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -66,7 +67,7 @@ struct Object {
   bool isOpen() const { return state == kOpening || state == kActive; }
 
   Handle* handle = nullptr;
-  Properties settings;
+  Settings settings;
   standin::States state = kClosed;
 };
 
@@ -160,7 +161,7 @@ template <class Handle, class T>
 struct Table : std::unordered_map<Handle*, std::shared_ptr<T>> {
   std::shared_ptr<T> live(Handle* handle) const {
     const auto found = this->find(handle);
-    require(found != this->end());
+    require(found != this->end(), "the handle is not that of a live object");
     return found->second;
   }
 };
@@ -215,6 +216,14 @@ Gateway& gateway();
 // Takes the lock; refuses while the environment is closed.
 Lock enter();
 
+// Whether somebody reads the log: lines that say more than a refusal are made only then.
+bool isLogging();
+void writeLog(const char* level, const std::string& line);
+// Notes each key that was not extracted.
+void logUnknown(const char* function, const Settings& settings);
+// The result of a function that threw what is being handled, and a line in the log. Takes the lock.
+int resultOfFailure(const char* function) noexcept;
+
 // Calls the registered exit callback on this thread; false when there is none. Takes the lock.
 bool raiseExitEvent();
 
@@ -222,6 +231,9 @@ bool raiseExitEvent();
 void destroy(Listener& lsn);
 void destroy(Publisher& pub);
 void destroy(Connection& conn);
+
+// Whether the mode is that of a replicated stream.
+bool extractReplica(Settings& settings);
 
 template <class T, class U>
 void eraseFrom(std::vector<T>& list, const U& object) {
@@ -273,20 +285,22 @@ KnownRecord knownRecord(const ox_msg_t* record);
 // Records the call; gives the code of a failure that was prepared for it. Takes the lock.
 std::optional<int> noteCall(const char* function, std::initializer_list<const char*> texts);
 
-// The boundary of every ox_ function: nothing that is thrown inside leaves it. Takes no lock for
-// `body`.
+// The boundary of every ox_ function: nothing that is thrown inside leaves it, and every refusal is
+// logged. A body returns its result, or nothing for success. Takes no lock for `body`.
 template <class Body>
 int call(const char* function, std::initializer_list<const char*> texts, Body&& body) noexcept {
   try {
     if (gateway().watched.load(std::memory_order_relaxed)) {
       if (const std::optional<int> failure = noteCall(function, texts)) return *failure;
     }
-    body();
-    return OX_ERR_OK;
-  } catch (const Ended& ended) {
-    return ended.code;
+    if constexpr (std::is_void_v<decltype(body())>) {
+      body();
+      return OX_ERR_OK;
+    } else {
+      return body();
+    }
   } catch (...) {
-    return OX_ERR_INTERNAL;
+    return resultOfFailure(function);
   }
 }
 
@@ -297,14 +311,14 @@ int call(const char* function, std::initializer_list<const char*> texts, Handle*
   return call(function, texts, [&] {
     Lock lock = enter();
     const auto object = gateway().table(handle).live(handle);
-    body(*object, lock);
+    return body(*object, lock);
   });
 }
 
 template <class Handle>
 int getState(const char* function, Handle* handle, std::int32_t* state) {
   return call(function, {}, handle, [state](const auto& object, Lock&) {
-    require(state);
+    require(state, "the state's out-parameter is null");
     *state = object.state;
   });
 }

@@ -5,10 +5,10 @@ using namespace standin;
 int ox_lsn_new(ox_conn_t* handle, const char* settings, ox_listener_cb_t callback, void* data,
                ox_listener_t** out) {
   return call(__func__, {settings}, handle, [&](Connection& conn, Lock&) {
-    require(callback && out);
+    require(callback && out, "the callback or the listener's out-parameter is null");
     const auto lsn = std::make_shared<Listener>();
     lsn->conn = gateway().connections.live(handle);
-    lsn->settings = parse(settings);
+    lsn->settings.add(settings);
     lsn->callback = callback;
     lsn->data = data;
     conn.listeners.push_back(lsn);
@@ -16,17 +16,23 @@ int ox_lsn_new(ox_conn_t* handle, const char* settings, ox_listener_cb_t callbac
   });
 }
 
-int ox_lsn_open(ox_listener_t* handle, const char* text) {
-  return call(__func__, {text}, handle, [&](Listener& lsn, Lock&) {
-    const Properties settings = parse(text, lsn.settings);
-    const Properties resume = block(settings, "replstate");
-    const auto life = number<std::uint32_t>(resume, "lifenum", 0);
-    const auto rev = number<std::int64_t>(resume, "rev", 0);
-    const std::chrono::milliseconds interval(number<std::uint32_t>(settings, "time", 0));
-    require(lsn.state == kClosed && lsn.conn->isOpen(), OX_ERR_INVALIDSTATE);
-    lsn.replica = settings.get("mode") == "replica";
+int ox_lsn_open(ox_listener_t* handle, const char* string) {
+  return call(__func__, {string}, handle, [&](Listener& lsn, Lock&) {
+    Settings settings = lsn.settings;
+    settings.add(string);
+    Settings resume = settings.extractBlock("replstate");
+    const auto life = resume.extractNumber<std::uint32_t>("lifenum", 0);
+    const auto rev = resume.extractNumber<std::int64_t>("rev", 0);
+    const std::chrono::milliseconds interval(settings.extractNumber<std::uint32_t>("time", 0));
+    const bool replica = extractReplica(settings);
+    const std::string name = settings.extract("stream");
+    require(lsn.state == kClosed, "the listener is open already", OX_ERR_INVALIDSTATE);
+    require(lsn.conn->isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
+    logUnknown("ox_lsn_open", settings);
+    logUnknown("ox_lsn_open: replstate", resume);
+    lsn.replica = replica;
     lsn.interval = interval;
-    lsn.stream = streamNamed(settings.get("stream"));
+    lsn.stream = streamNamed(name);
     lsn.stream->listeners.push_back(&lsn);
     lsn.state = kOpening;
     lsn.nextTime = Clock::now() + lsn.interval;
@@ -37,7 +43,7 @@ int ox_lsn_open(ox_listener_t* handle, const char* text) {
 
 int ox_lsn_close(ox_listener_t* handle) {
   return call(__func__, {}, handle, [](Listener& lsn, Lock& lock) {
-    require(lsn.state != kClosed, OX_ERR_INVALIDSTATE);
+    require(lsn.state != kClosed, "the listener is not open", OX_ERR_INVALIDSTATE);
     closeListener(lock, lsn, standin::kClosedByOwner);
   });
 }
@@ -47,10 +53,12 @@ int ox_lsn_getstate(ox_listener_t* handle, int32_t* state) {
 }
 
 int ox_lsn_getscheme(ox_listener_t* handle, ox_scheme_desc_t** scheme) {
-  return call(__func__, {}, handle, [&](const Listener& lsn, Lock&) {
-    require(scheme);
-    require(lsn.stream && lsn.stream->scheme(), OX_ERR_INVALIDSTATE);
+  return call(__func__, {}, handle, [&](const Listener& lsn, Lock&) -> int {
+    require(scheme, "the scheme's out-parameter is null");
+    // Not a refusal for the log: delivery asks before each message, and no publisher may have come.
+    if (!lsn.stream || !lsn.stream->scheme()) return OX_ERR_INVALIDSTATE;
     *scheme = const_cast<ox_scheme_desc_t*>(&lsn.stream->scheme()->description);
+    return OX_ERR_OK;
   });
 }
 

@@ -35,7 +35,8 @@ std::string textOf(Decimal value) {
   return digits.insert(digits.size() - decimals, 1, '.');
 }
 
-std::string render(Type type, const void* data) {
+std::string render(const std::string& typeString, const void* data) {
+  const Type type = typeOf(typeString).value_or(Type{});
   const char* const bytes = static_cast<const char*>(data);
   switch (type.kind) {
     case 'c':
@@ -49,7 +50,7 @@ std::string render(Type type, const void* data) {
     case 'z':
       return std::to_string(integerAt({'u', sizeof(ox_zblock_t::size)}, data)) + " bytes";
     default:
-      throw Ended{OX_ERR_INVALIDARGUMENT};
+      throw Refusal{OX_ERR_INVALIDARGUMENT, "values of type " + typeString + " have no string"};
   }
 }
 
@@ -89,7 +90,7 @@ void addFields(std::string& text, const ox_message_desc_t& message, const char* 
       name += '.';
       levels.push_back({field->msg->fields, value, name.size()});
     } else {
-      text += name + '=' + render(typeOf(field->type), value) + '\n';
+      text += name + '=' + render(field->type, value) + '\n';
     }
   }
 }
@@ -116,34 +117,36 @@ std::string dump(const KnownRecord& known, const Scheme* scheme) {
 }  // namespace
 
 int ox_getstr(const char* name, const void* data, char* buffer, size_t* size) {
-  return call(__func__, {name}, [&] {
-    require(name && data && size);
-    const std::string text = render(typeOf(name), data);
+  return call(__func__, {name}, [&]() -> int {
+    require(name && data && size, "the type, the value or the size is null");
+    const std::string text = render(name, data);
     const std::size_t room = std::exchange(*size, text.size() + 1);
-    require(buffer && room > text.size(), OX_ERR_BUFFERTOOSMALL);
+    if (!buffer || room <= text.size()) return OX_ERR_BUFFERTOOSMALL;
     *size = room;
     std::memcpy(buffer, text.c_str(), text.size() + 1);
+    return OX_ERR_OK;
   });
 }
 
 int ox_bcd_get(const void* value, int64_t* mantissa, int8_t* scale) {
   return call(__func__, {}, [&] {
-    require(value && mantissa && scale);
+    require(value && mantissa && scale, "the value or an out-parameter is null");
     const Decimal decimal = decimalAt(value);
-    require(std::abs(decimal.scale) <= kMaxScale);
+    require(std::abs(decimal.scale) <= kMaxScale, "the decimal's scale is not in -18 to 18");
     *mantissa = decimal.mantissa;
     *scale = decimal.scale;
   });
 }
 
 int ox_msg_dump(ox_msg_t* msg, int64_t argument, char* buffer, uint64_t* size) {
-  return call(__func__, {}, [&] {
+  return call(__func__, {}, [&]() -> int {
     const Lock lock = enter();
-    require(size);
+    require(size, "the size is null");
     const std::string text = dump(knownRecord(msg), schemeAt(argument).get());
     const std::uint64_t room = std::exchange(*size, text.size());
-    require(buffer && room >= text.size(), OX_ERR_BUFFERTOOSMALL);
+    if (!buffer || room < text.size()) return OX_ERR_BUFFERTOOSMALL;
     text.copy(buffer, text.size());
+    return OX_ERR_OK;
   });
 }
 
@@ -151,8 +154,10 @@ const char* ox_err_getstr(int code) {
   static constexpr std::pair<int, const char*> kTexts[] = {
       {OX_ERR_OK, "OX_ERR_OK: the operation succeeded"},
       {OX_ERR_INTERNAL, "OX_ERR_INTERNAL: the gateway itself failed"},
-      {OX_ERR_INVALIDARGUMENT, "OX_ERR_INVALIDARGUMENT: an argument is not usable"},
-      {OX_ERR_INVALIDSTATE, "OX_ERR_INVALIDSTATE: it does not fit the object's state"},
+      {OX_ERR_INVALIDARGUMENT,
+       "OX_ERR_INVALIDARGUMENT: an argument is invalid; the log says which"},
+      {OX_ERR_INVALIDSTATE,
+       "OX_ERR_INVALIDSTATE: the object's state does not allow the call; the log says why"},
       {OX_ERR_BUFFERTOOSMALL, "OX_ERR_BUFFERTOOSMALL: the buffer does not hold the result"},
       {standin::kQueueFull, "STANDIN_ERR_QUEUEFULL: the queue of a receiving connection is full"}};
   for (const auto& [known, text] : kTexts) {

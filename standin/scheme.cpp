@@ -3,30 +3,17 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <utility>
+#include <set>
+#include <string_view>
 
 namespace standin {
 namespace {
 
 constexpr std::size_t kMaxPayload = std::size_t{1} << 20;
 constexpr std::size_t kDecimalSize = 9;
-// Of a list, and fields of a message, those of nested ones included. Keeps small what is squared
-// below, and what doubles with every level of nesting.
+// Of a list, and fields of a message, those of nested ones included: their number can double with
+// every level of nesting.
 constexpr std::size_t kMaxItems = 4096;
-
-// The items of a comma-separated list, none of them empty.
-std::vector<std::string> list(const Properties& settings, const std::string& key) {
-  std::vector<std::string> items;
-  if (!settings.has(key)) return items;
-  const std::string& text = settings.get(key);
-  for (std::size_t begin = 0; begin <= text.size();) {
-    const std::size_t end = std::min(text.find(',', begin), text.size());
-    require(end > begin && items.size() < kMaxItems);
-    items.push_back(text.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  return items;
-}
 
 // "name:rest" as its two halves; without a colon the second one is empty.
 std::pair<std::string, std::string> halves(const std::string& item) {
@@ -44,7 +31,167 @@ bool isKnownType(std::uint32_t code) {
   return std::find(std::begin(kKnown), std::end(kKnown), code) != std::end(kKnown);
 }
 
-// Same names, types and places. Of a nested message the name is enough: it is compared itself.
+// The bits of an integer of that type; nothing if the digits are not one.
+std::optional<std::int64_t> toInteger(Type type, const std::string& digits) {
+  std::optional<std::int64_t> number = toNumber<std::int64_t>(digits);
+  if (type.kind == 'u') {
+    const std::optional<std::uint64_t> bits = toNumber<std::uint64_t>(digits);
+    number = bits ? std::optional(static_cast<std::int64_t>(*bits)) : std::nullopt;
+  }
+  return number && integerAt(type, &*number) == *number ? number : std::nullopt;
+}
+
+// Reads one message of a scheme into its record.
+class MessageReader {
+ public:
+  MessageReader(const Scheme& scheme, Arena& arena, Scheme::Message& message)
+      : scheme_(scheme), arena_(arena), message_(message), record_(message.description) {}
+
+  void read(const std::string& name, Settings source) {
+    message_.index = source.extractNumber("noindex", 0) ? UNKEYED_INDEX : message_.position;
+    message_.id = source.extractNumber("id", UNKEYED_ID);
+    message_.code = source.extractNumber<std::uint32_t>("code", 0);
+    // A record of a known type would have to be laid out as one, and do what it does.
+    if (isKnownType(message_.code)) {
+      source.refuse("code=" + std::to_string(message_.code) + " is that of a known type");
+    }
+    record_.number = message_.id;
+    record_.name = arena_.copy(name);
+    record_.desc = arena_.copy(source.extract("desc"));
+    record_.hints = readHints(source);
+    for (const std::string& item : source.extractList("fields", kMaxItems)) {
+      const auto [field, type] = halves(item);
+      readField(field, type, source.extractBlock("field." + field));
+    }
+    ZFields& zFields = message_.zFields;
+    std::sort(zFields.begin(), zFields.end());
+    const auto overlap = [](const auto& a, const auto& b) {
+      return a.first + sizeof(ox_zblock_t) > b.first;
+    };
+    if (std::adjacent_find(zFields.begin(), zFields.end(), overlap) != zFields.end()) {
+      source.refuse("fields of type z overlap");
+    }
+    for (const std::string& index : source.extractList("indices", kMaxItems)) {
+      readIndex(index, source.extractBlock("index." + index));
+    }
+    source.requireNoneLeft();
+  }
+
+ private:
+  void readField(const std::string& name, const std::string& typeString, Settings source) {
+    const std::optional<Type> type = typeOf(typeString);
+    if (!type) source.refuse("unknown type " + typeString);
+    ox_field_desc_t& field = arena_.append(lastField_);
+    if (!fields_.emplace(name, &field).second) source.refuse("the field is listed twice");
+    field.number = record_.num_fields++;
+    field.name = arena_.copy(name);
+    field.desc = arena_.copy(source.extract("desc"));
+    field.type = arena_.copy(typeString);
+    field.size = type->size;
+    field.offset = source.extractNumber("offset", end_);
+    if (type->kind == 'm') nest(field, source);
+    if (type->kind == 'z') message_.zFields.emplace_back(field.offset, field.number);
+    if (type->kind == 'i' || type->kind == 'u') readValues(field, *type, source);
+    if (++message_.numFields > kMaxItems) {
+      source.refuse("more than 4096 fields with those of nested messages");
+    }
+    if (field.offset > kMaxPayload || field.size > kMaxPayload - field.offset) {
+      source.refuse("the payload exceeds 1048576 bytes");
+    }
+    end_ = field.offset + field.size;
+    record_.size = std::max(record_.size, end_);
+    source.requireNoneLeft();
+  }
+
+  void nest(ox_field_desc_t& field, Settings& source) {
+    const std::string name = source.extract("message");
+    const Scheme::Message* const nested = scheme_.find(OX_KEY_NAME, name.c_str());
+    // Only a message listed earlier, so that none contains itself.
+    if (!nested) source.refuse("no message " + name + " is listed before this one");
+    field.msg = const_cast<ox_message_desc_t*>(&nested->description);
+    field.size = nested->description.size;
+    message_.numFields += nested->numFields;
+    for (const auto& [offset, number] : nested->zFields) {
+      message_.zFields.emplace_back(field.offset + offset, field.number);
+    }
+  }
+
+  void readValues(ox_field_desc_t& field, Type type, Settings& source) {
+    ox_field_value_desc_t** end = &field.values;
+    const Settings values = source.extractBlock("values");
+    for (const auto& [name, meaning] : values.left()) {
+      const auto [digits, desc] = halves(meaning);
+      const std::optional<std::int64_t> number = toInteger(type, digits);
+      if (!number) values.refuse(name + '=' + digits + " is not a number of type " + field.type);
+      ox_field_value_desc_t& value = arena_.append(end);
+      ++field.num_values;
+      value.name = arena_.copy(name);
+      value.desc = arena_.copy(desc);
+      value.value = value.int_value = &arena_.make(*number);
+    }
+  }
+
+  void readIndex(const std::string& name, Settings source) {
+    if (!indices_.insert(name).second) source.refuse("the index is listed twice");
+    ox_index_desc_t& index = arena_.append(lastIndex_);
+    index.name = arena_.copy(name);
+    index.desc = arena_.copy(source.extract("desc"));
+    index.hints = readHints(source);
+    ox_index_field_desc_t** end = &index.fields;
+    std::size_t size = 0;
+    for (const std::string& item : source.extractList("fields", kMaxItems)) {
+      const auto [fieldName, param] = halves(item);
+      const auto found = fields_.find(fieldName);
+      if (found == fields_.end()) source.refuse("no field " + fieldName);
+      const std::optional<std::int32_t> number =
+          toNumber<std::int32_t>(param.empty() ? "0" : param);
+      if (!number) source.refuse("fields: " + item + " does not end with a number in range");
+      ox_index_field_desc_t& member = arena_.append(end);
+      ++index.num_fields;
+      member.param = *number;
+      member.field = found->second;
+      size += member.field->size;
+      if (size > kMaxPayload) source.refuse("the fields exceed 1048576 bytes");
+      if (record_.num_indices == 0) addToKey(*member.field, source);
+    }
+    ++record_.num_indices;
+    source.requireNoneLeft();
+  }
+
+  void addToKey(const ox_field_desc_t& field, const Settings& source) {
+    // The key of a row must not be the address of one post's copy.
+    for (const auto& [offset, number] : message_.zFields) {
+      if (offset + sizeof(ox_zblock_t) > field.offset && field.offset + field.size > offset) {
+        source.refuse(std::string("field ") + field.name + " overlaps one of type z");
+      }
+    }
+    message_.key.push_back(&field);
+  }
+
+  ox_hint_t* readHints(Settings& source) {
+    ox_hint_t* hints = nullptr;
+    ox_hint_t** end = &hints;
+    const Settings block = source.extractBlock("hints");
+    for (const auto& [key, value] : block.left()) {
+      ox_hint_t& hint = arena_.append(end);
+      hint.key = arena_.copy(key);
+      hint.value = arena_.copy(value);
+    }
+    return hints;
+  }
+
+  const Scheme& scheme_;
+  Arena& arena_;
+  Scheme::Message& message_;
+  ox_message_desc_t& record_;
+  ox_field_desc_t** lastField_ = &record_.fields;
+  ox_index_desc_t** lastIndex_ = &record_.indices;
+  std::map<std::string, ox_field_desc_t*> fields_;
+  std::set<std::string> indices_;
+  std::size_t end_ = 0;  // of the field read last
+};
+
+// Same names, types and offsets. Of a nested message the name is enough: it is compared itself.
 bool sameFields(const ox_message_desc_t& a, const ox_message_desc_t& b) {
   const ox_field_desc_t* left = a.fields;
   const ox_field_desc_t* right = b.fields;
@@ -59,32 +206,17 @@ bool sameFields(const ox_message_desc_t& a, const ox_message_desc_t& b) {
 
 }  // namespace
 
-Properties parse(const char* text, Properties under) {
-  require(text && under.parse(text));
-  return under;
-}
-
-std::string blockText(const Properties& settings, const std::string& key) {
-  const std::string& text = settings.get(key);
-  const bool braced = text.size() > 2 && text.compare(0, 2, "?{") == 0 && text.back() == '}';
-  return braced ? text.substr(2, text.size() - 3) : text;
-}
-
-Properties block(const Properties& settings, const std::string& key) {
-  return parse(blockText(settings, key).c_str());
-}
-
-Type typeOf(const std::string& text) {
-  require(!text.empty());
-  const char kind = text.front();
-  if (text == "m") return {kind, 0};
-  if (text == "z") return {kind, sizeof(ox_zblock_t)};
-  if (text == "d") return {kind, kDecimalSize};
-  const auto size = toNumber<std::size_t>(text.substr(1));
+std::optional<Type> typeOf(const std::string& string) {
+  if (string.empty()) return std::nullopt;
+  const char kind = string.front();
+  if (string == "m") return Type{kind, 0};
+  if (string == "z") return Type{kind, sizeof(ox_zblock_t)};
+  if (string == "d") return Type{kind, kDecimalSize};
+  const std::size_t size = toNumber<std::size_t>(string.substr(1)).value_or(0);
   const bool isInteger = kind == 'i' || kind == 'u';
-  require(isInteger ? size == 1 || size == 2 || size == 4 || size == 8
-                    : kind == 'c' && size >= 1 && size <= kMaxPayload);
-  return {kind, size};
+  const bool isKnown = isInteger ? size == 1 || size == 2 || size == 4 || size == 8
+                                 : kind == 'c' && size >= 1 && size <= kMaxPayload;
+  return isKnown ? std::optional(Type{kind, size}) : std::nullopt;
 }
 
 std::int64_t integerAt(Type type, const void* data) {
@@ -94,173 +226,44 @@ std::int64_t integerAt(Type type, const void* data) {
   return static_cast<std::int64_t>(bits << unused) >> unused;
 }
 
-Scheme::Scheme(const std::string& text) {
-  const Properties settings = parse(text.c_str());
-  for (const std::string& name : list(settings, "messages")) {
-    require(!find(OX_KEY_NAME, name.c_str()) && settings.has("message." + name));
-    addMessage(name, block(settings, "message." + name));
+Scheme::Scheme(const std::string& string) {
+  Settings source("scheme", string);
+  ox_message_desc_t** end = &description.messages;
+  for (const std::string& name : source.extractList("messages", kMaxItems)) {
+    const std::string key = "message." + name;
+    if (byName_.count(name) > 0) source.refuse(key + " is listed twice");
+    if (!source.has(key)) source.refuse(key + " is missing");
+    Message& message = messages_.emplace_back();
+    message.scheme = this;
+    message.position = description.num_messages++;
+    MessageReader(*this, arena_, message).read(name, source.extractBlock(key));
+    byName_.emplace(name, &message);
+    *end = &message.description;
+    end = &message.description.next;
   }
-}
-
-template <class T>
-T& Scheme::make(T value) {
-  const auto made = std::make_shared<T>(std::move(value));
-  kept_.push_back(made);
-  return *made;
-}
-
-template <class Node>
-Node& Scheme::append(Node**& end) {
-  Node& added = make<Node>();
-  *end = &added;
-  end = &added.next;
-  return added;
-}
-
-void Scheme::addMessage(const std::string& name, const Properties& source) {
-  ox_message_desc_t*& link =
-      messages_.empty() ? description.messages : messages_.back().description.next;
-  Message& message = messages_.emplace_back();
-  ox_message_desc_t& added = message.description;
-  message.scheme = this;
-  message.position = description.num_messages++;
-  message.index = number(source, "noindex", 0) ? UNKEYED_INDEX : message.position;
-  message.id = number(source, "id", UNKEYED_ID);
-  message.code = number<std::uint32_t>(source, "code", 0);
-  // A record of a known type would have to look like one and do what it does.
-  require(!isKnownType(message.code));
-  added.number = message.id;
-  added.name = keep(name);
-  added.desc = keep(source.get("desc"));
-  added.hints = hintsOf(source);
-  for (const std::string& item : list(source, "fields")) addField(message, item, source);
-  ZFields& zFields = message.zFields;
-  std::sort(zFields.begin(), zFields.end());
-  const auto overlap = [](const auto& a, const auto& b) {
-    return a.first + sizeof(ox_zblock_t) > b.first;
-  };
-  require(std::adjacent_find(zFields.begin(), zFields.end(), overlap) == zFields.end());
-  for (const std::string& index : list(source, "indices")) addIndex(message, index, source);
-  link = &added;
-}
-
-void Scheme::addField(Message& message, const std::string& item, const Properties& source) {
-  const auto [name, typeText] = halves(item);
-  const Properties details = block(source, "field." + name);
-  const Type type = typeOf(typeText);
-
-  ox_message_desc_t& owner = message.description;
-  ox_field_desc_t** end = &owner.fields;
-  std::size_t behind = 0;
-  for (; *end; end = &(*end)->next) {
-    require((*end)->name != name);
-    behind = (*end)->offset + (*end)->size;
-  }
-  ox_field_desc_t& field = append(end);
-  field.number = owner.num_fields++;
-  field.name = keep(name);
-  field.desc = keep(details.get("desc"));
-  field.type = keep(typeText);
-  field.size = type.size;
-  field.offset = number(details, "offset", behind);
-  if (type.kind == 'm') {
-    // Only a message listed earlier, so none can hold itself.
-    const Message* const nested = find(OX_KEY_NAME, details.get("message").c_str());
-    require(nested && &nested->description != &owner);
-    field.msg = const_cast<ox_message_desc_t*>(&nested->description);
-    field.size = nested->description.size;
-    message.numFields += nested->numFields;
-    for (const auto& [offset, number] : nested->zFields) {
-      message.zFields.emplace_back(field.offset + offset, field.number);
-    }
-  }
-  if (type.kind == 'z') message.zFields.emplace_back(field.offset, field.number);
-  require(++message.numFields <= kMaxItems);
-  require(field.offset <= kMaxPayload && field.offset + field.size <= kMaxPayload);
-  owner.size = std::max(owner.size, field.offset + field.size);
-
-  ox_field_value_desc_t** endOfValues = &field.values;
-  for (const auto& [valueName, meaning] : block(details, "values")) {
-    const auto [digits, desc] = halves(meaning);
-    ox_field_value_desc_t& value = append(endOfValues);
-    ++field.num_values;
-    value.name = keep(valueName);
-    value.desc = keep(desc);
-    value.value = value.int_value = keepInteger(type, digits);
-  }
-}
-
-void Scheme::addIndex(Message& message, const std::string& name, const Properties& source) {
-  const Properties details = block(source, "index." + name);
-  ox_message_desc_t& owner = message.description;
-  ox_index_desc_t** end = &owner.indices;
-  for (; *end; end = &(*end)->next) require((*end)->name != name);
-  ox_index_desc_t& index = append(end);
-  index.name = keep(name);
-  index.desc = keep(details.get("desc"));
-  index.hints = hintsOf(details);
-  ox_index_field_desc_t** endOfFields = &index.fields;
-  std::size_t size = 0;
-  for (const std::string& item : list(details, "fields")) {
-    const auto [fieldName, param] = halves(item);
-    ox_index_field_desc_t& member = append(endOfFields);
-    ++index.num_fields;
-    member.param = param.empty() ? 0 : toNumber<std::int32_t>(param);
-    member.field = owner.fields;
-    while (member.field && member.field->name != fieldName) member.field = member.field->next;
-    require(member.field);
-    size += member.field->size;
-    require(size <= kMaxPayload);
-    if (owner.num_indices > 0) continue;
-    // What names a row must not be the address of one post's copy.
-    const ox_field_desc_t& key = *message.key.emplace_back(member.field);
-    for (const auto& [offset, number] : message.zFields) {
-      require(offset + sizeof(ox_zblock_t) <= key.offset || key.offset + key.size <= offset);
-    }
-  }
-  ++owner.num_indices;
-}
-
-ox_hint_t* Scheme::hintsOf(const Properties& source) {
-  ox_hint_t* hints = nullptr;
-  ox_hint_t** end = &hints;
-  for (const auto& [key, value] : block(source, "hints")) {
-    ox_hint_t& hint = append(end);
-    hint.key = keep(key);
-    hint.value = keep(value);
-  }
-  return hints;
-}
-
-const void* Scheme::keepInteger(Type type, const std::string& digits) {
-  require(type.kind == 'i' || type.kind == 'u');
-  const std::int64_t value = type.kind == 'i'
-                                 ? toNumber<std::int64_t>(digits)
-                                 : static_cast<std::int64_t>(toNumber<std::uint64_t>(digits));
-  require(integerAt(type, &value) == value);
-  return &make(value);
+  source.requireNoneLeft();
 }
 
 const Scheme::Message* Scheme::find(int keyType, const void* key) const {
+  if (keyType == OX_KEY_NAME) {
+    const auto found = byName_.find(std::string_view(static_cast<const char*>(key)));
+    return found == byName_.end() ? nullptr : found->second;
+  }
   std::uint32_t wanted = 0;
-  if (keyType != OX_KEY_NAME) std::memcpy(&wanted, key, sizeof wanted);
-  const auto matches = [&](const Message& message) {
-    if (keyType == OX_KEY_NAME) {
-      return std::strcmp(message.description.name, static_cast<const char*>(key)) == 0;
-    }
-    if (keyType == OX_KEY_ID) return wanted != UNKEYED_ID && message.id == wanted;
-    return keyType == OX_KEY_INDEX && message.position == wanted;
-  };
-  const auto found = std::find_if(messages_.begin(), messages_.end(), matches);
+  std::memcpy(&wanted, key, sizeof wanted);
+  if (keyType == OX_KEY_INDEX) return wanted < messages_.size() ? &messages_[wanted] : nullptr;
+  if (keyType != OX_KEY_ID || wanted == UNKEYED_ID) return nullptr;
+  const auto hasId = [wanted](const Message& message) { return message.id == wanted; };
+  const auto found = std::find_if(messages_.begin(), messages_.end(), hasId);
   return found == messages_.end() ? nullptr : &*found;
 }
 
 bool Scheme::covers(const Scheme& other) const {
-  const auto isHere = [this](const Message& theirs) {
-    const Message* const own = find(OX_KEY_NAME, theirs.description.name);
-    return own && sameFields(own->description, theirs.description);
+  const auto isHere = [this](const auto& theirs) {
+    const Message* const own = find(OX_KEY_NAME, theirs.first.c_str());
+    return own && sameFields(own->description, theirs.second->description);
   };
-  return std::all_of(other.messages_.begin(), other.messages_.end(), isHere);
+  return std::all_of(other.byName_.begin(), other.byName_.end(), isHere);
 }
 
 }  // namespace standin

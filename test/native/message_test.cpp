@@ -146,6 +146,12 @@ TEST_F(MessageTest, MissingPayloads) {
     ASSERT_EQ(1u, standin::logLines().size());
     EXPECT_EQ(std::string("error: ") + c.line, standin::logLines()[0]);
   }
+  std::int32_t code = -9;
+  ox_msg_data_t error = dataRecord(1, 1, &code, sizeof code);
+  error.head.type = OX_MSG_PARSEERR;
+  get(error);
+  error.head.data = nullptr;
+  EXPECT_EQ(0, getInt(get(error), "getError"));
   ox_msg_t state = serviceRecord(OX_MSG_ZRREPL_STATE);
   EXPECT_EQ("(null)", getText(get(state), "getReplState"));
 }

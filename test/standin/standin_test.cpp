@@ -132,29 +132,29 @@ TEST_F(StandinTest, EveryListenerGetsACopyOfWhatWasPosted) {
   EXPECT_EQ("open A/0here->B/0here close1", far.words);
 }
 
-std::string schemeOf(const std::string& leg, const std::string& quote, const char* nested = "leg") {
-  return "mode=replica;scheme=?{messages=leg,arm,quote;message.leg=?{" + leg +
-         "};message.arm=?{fields=size:u4,price:i4};message.quote=?{fields=" + quote +
-         ";field.leg=?{message=" + nested + "}}}";
+std::string schemeOf(const std::string& leg, const std::string& quote) {
+  return "mode=replica;scheme=?{messages=leg,arm,quote;message.leg=?{fields=" + leg +
+         "};message.arm=?{fields=size:u4,price:i4};message.quote=?{fields=" + quote + "}}";
 }
 
 TEST_F(StandinTest, AnotherLayoutIsRefusedOrMakesTheStreamAnew) {
-  const std::string legs = "fields=price:i4,size:u4";
-  start(schemeOf(legs, "isin:c12,leg:m"));
+  const std::string legs = "price:i4,size:u4";
+  const std::string nested = ";field.leg=?{message=leg}";
+  start(schemeOf(legs, "isin:c12,leg:m" + nested));
   post(pub, "A");
-  ox_publisher_t* other = publish(schemeOf(legs + ";desc=Other words", "isin:c12,leg:m"));
+  ox_publisher_t* other = publish(schemeOf(legs + ";desc=Other words", "isin:c12,leg:m" + nested));
   post(other, "B");
   ASSERT_EQ(OX_ERR_OK, ox_pub_destroy(other));
   EXPECT_EQ("open A#1 B#2", received());
 
   // Most of the same size.
-  const std::string layouts[] = {schemeOf(legs, "leg:m,isin:c12"),
-                                 schemeOf("fields=size:u4,price:i4", "isin:c12,leg:m"),
+  const std::string layouts[] = {schemeOf(legs, "leg:m,isin:c12" + nested),
+                                 schemeOf("size:u4,price:i4", "isin:c12,leg:m" + nested),
+                                 schemeOf(legs, "isin:c12,leg:m;field.leg=?{message=arm}"),
                                  schemeOf(legs, "isin:c12,leg:i8"),
-                                 schemeOf(legs, "isin:c12,leg:m;field.isin=?{offset=8}"),
-                                 schemeOf(legs, "name:c12,leg:m"),
-                                 schemeOf(legs, "isin:c12,leg:m", "arm"),
-                                 schemeOf(legs, "isin:c12,leg:m,more:i8")};
+                                 schemeOf(legs, "isin:c12,leg:m;field.isin=?{offset=8}" + nested),
+                                 schemeOf(legs, "name:c12,leg:m" + nested),
+                                 schemeOf(legs, "isin:c12,leg:m,more:i8" + nested)};
   for (const std::string& layout : layouts) {
     ASSERT_EQ(OX_ERR_OK, ox_pub_new(conn, layout.c_str(), &other));
     EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_open(other, "stream=quotes")) << layout;
@@ -193,8 +193,8 @@ TEST_F(StandinTest, MessagesThatTheSchemeDoesNotDescribeAreParseErrorsAndRowsAre
   }
 }
 
-// What becomes of well-formed scheme texts is tested where the descriptions are converted.
-TEST_F(StandinTest, DumpsFollowTheSchemeAndMalformedOnesAreRefused) {
+// The descriptions that schemes become are tested where they are converted.
+TEST_F(StandinTest, DumpsFollowTheScheme) {
   start(kReplica);
   ox_scheme_desc_t* scheme = nullptr;
   ASSERT_EQ(OX_ERR_OK, ox_lsn_getscheme(inbox.lsn, &scheme));
@@ -209,17 +209,73 @@ TEST_F(StandinTest, DumpsFollowTheSchemeAndMalformedOnesAreRefused) {
     EXPECT_EQ(OX_ERR_OK, ox_msg_dump(&row->head, argument, text.data(), &size));
     EXPECT_EQ(invented ? head : head + fields, text.substr(0, size));
   }
+}
 
-  for (const char* malformed :
-       {"fields=n:q4", "fields=n:i3", "fields=n:i4,n:i4", "fields=n:i4,,m:i4",
-        "fields=n:m;field.n=?{message=a}", "fields=n:i1;field.n=?{values=?{a=128}}",
-        "fields=n:i1;field.n=?{offset=-1}", "indices=i;index.i=?{fields=n}", "indices=i,i",
-        "fields=n:z,m:z;field.m=?{offset=11}",
-        "fields=n:z,m:u1;field.m=?{offset=11};indices=i;index.i=?{fields=m}",
-        "fields=n:c1048576,m:u1", "fields=n:c524289;indices=i;index.i=?{fields=n,n}", "code=288"}) {
-    const std::string text = std::string("scheme=?{messages=a;message.a=?{") + malformed + "}}";
-    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_new(conn, text.c_str(), &pub)) << malformed;
+// "a0:u1,a1:u1,..."
+std::string fieldList(int count) {
+  std::string list;
+  for (int i = 0; i < count; ++i) list += (i > 0 ? ",a" : "a") + std::to_string(i) + ":u1";
+  return list;
+}
+
+TEST_F(StandinTest, RefusedSchemesAreLoggedWithPlaceAndKey) {
+  standin::recordCalls(true);
+  const auto refusal = [&](const std::string& scheme) {
+    standin::clearCalls();
+    const std::string settings = "scheme=?{" + scheme + '}';
+    const int result = ox_pub_new(conn, settings.c_str(), &pub);
+    if (result == OX_ERR_OK) return std::string("accepted");
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, result);
+    return standin::logLines().at(0);
+  };
+  const std::pair<const char*, const char*> schemes[] = {
+      {"messages=a", "message.a is missing"},
+      {"messages=a,a;message.a=?{}", "message.a is listed twice"},
+      {"messages=a;message.a=?{};message.x=?{}", "unknown key message.x"},
+      {"fields=n:i4", "unknown key fields"},
+      {"messages=", "messages has an empty item"}};
+  for (const auto& [scheme, line] : schemes) {
+    EXPECT_EQ(std::string("error: ox_pub_new: scheme: ") + line, refusal(scheme));
   }
+
+  const std::pair<std::string, const char*> messages[] = {
+      {"fields=n:i4;indexes=pk", "unknown key indexes"},
+      {"\n id=1", "unknown key \\n id"},
+      {"field.x=?{}", "unknown key field.x"},
+      {"index.x=?{}", "unknown key index.x"},
+      {"offset=1", "unknown key offset"},
+      {"id=-1", "id=-1 is not a number in range"},
+      {"code=288", "code=288 is that of a known type"},
+      {"fields=n:i4,,m:i4", "fields has an empty item"},
+      {"fields=" + fieldList(4097), "fields has more than 4096 items"},
+      {"fields=n:q4", "field.n: unknown type q4"},
+      {"fields=n:i3", "field.n: unknown type i3"},
+      {"fields=n:i4,n:i4", "field.n: the field is listed twice"},
+      {"fields=n:i4;field.n=?{message=a}", "field.n: unknown key message"},
+      {"fields=n:c4;field.n=?{values=?{a=1}}", "field.n: unknown key values"},
+      {"fields=n:i4;field.n=?{indices=i}", "field.n: unknown key indices"},
+      {"fields=n:m;field.n=?{message=a}", "field.n: no message a is listed before this one"},
+      {"fields=n:i1;field.n=?{values=?{a=128}}",
+       "field.n: values: a=128 is not a number of type i1"},
+      {"fields=n:u1;field.n=?{values=?{a=-1}}", "field.n: values: a=-1 is not a number of type u1"},
+      {"fields=n:i1;field.n=?{offset=-1}", "field.n: offset=-1 is not a number in range"},
+      {"fields=n:c1048576,m:u1", "field.m: the payload exceeds 1048576 bytes"},
+      {"fields=n:z,m:z;field.m=?{offset=11}", "fields of type z overlap"},
+      {"indices=i,i", "index.i: the index is listed twice"},
+      {"indices=i;index.i=?{fields=n}", "index.i: no field n"},
+      {"indices=i;index.i=?{id=1}", "index.i: unknown key id"},
+      {"fields=n:i4;indices=i;index.i=?{fields=n:x}",
+       "index.i: fields: n:x does not end with a number in range"},
+      {"fields=n:c524289;indices=i;index.i=?{fields=n,n}",
+       "index.i: the fields exceed 1048576 bytes"},
+      {"fields=n:z,m:u1;field.m=?{offset=11};indices=i;index.i=?{fields=m}",
+       "index.i: field m overlaps one of type z"}};
+  for (const auto& [message, line] : messages) {
+    EXPECT_EQ(std::string("error: ox_pub_new: scheme: message.a: ") + line,
+              refusal("messages=a;message.a=?{" + message + '}'));
+  }
+  EXPECT_EQ("accepted", refusal("messages=a;message.a=?{fields=" + fieldList(4096) + '}'));
+
   // In one place, so that their fields double with every level and their size does not.
   std::string names = "m0";
   std::string doubling = "message.m0=?{fields=a:u1}";
@@ -229,10 +285,79 @@ TEST_F(StandinTest, DumpsFollowTheSchemeAndMalformedOnesAreRefused) {
     names += ',' + m;
     doubling +=
         ";message." + m + "=?{fields=a:m,b:m;field.a" + details + ";field.b" + details + '}';
-    const std::string text = "scheme=?{messages=" + names + ';' + doubling + '}';
-    const int expected = level < 11 ? OX_ERR_OK : OX_ERR_INVALIDARGUMENT;
-    EXPECT_EQ(expected, ox_pub_new(conn, text.c_str(), &pub)) << text;
+    EXPECT_EQ(level < 11 ? "accepted"
+                         : "error: ox_pub_new: scheme: message.m11: field.b: more than 4096 fields "
+                           "with those of nested messages",
+              refusal("messages=" + names + ';' + doubling));
   }
+  standin::recordCalls(false);
+}
+
+// Whatever else is refused or ignored has a line, too.
+TEST_F(StandinTest, RefusedAndIgnoredSettingsAndPostsAreLogged) {
+  start(kScheme);
+  auto* other = publish("stream=more;mode=replica;" + kScheme);
+  ox_msg_t* row = &make(other)->head;
+  ox_msg_t* msg = &make(pub)->head;
+  Inbox closed;
+  ASSERT_EQ(OX_ERR_OK, ox_lsn_new(conn, "", Inbox::receive, &closed, &closed.lsn));
+  const struct {
+    std::function<int()> call;
+    const char* line;
+  } calls[] = {
+      {[&] { return ox_lsn_open(closed.lsn, "time=soon"); },
+       "error: ox_lsn_open: time=soon is not a number in range"},
+      {[&] { return ox_lsn_open(closed.lsn, "mode=all"); },
+       "error: ox_lsn_open: mode=all is unknown"},
+      {[&] { return ox_lsn_open(closed.lsn, "replstate=?{rev=x}"); },
+       "error: ox_lsn_open: replstate: rev=x is not a number in range"},
+      {[&] { return ox_lsn_open(closed.lsn, "a=?{"); },
+       "error: ox_lsn_open: oxutils::Properties: Unable to parse parameters. Syntax error near "
+       "substring a=?{"},
+      {[&] { return ox_lsn_open(closed.lsn, nullptr); },
+       "error: ox_lsn_open: the settings string is null"},
+      {[&] { return ox_lsn_open(closed.lsn, "steam=s;replstate=?{revision=1}"); },
+       "info: ox_lsn_open: unknown key steam is ignored\n"
+       "info: ox_lsn_open: replstate: unknown key revision is ignored"},
+      {[&] { return ox_pub_close(other) + ox_pub_open(other, "scheme=?{messages=}"); },
+       "error: ox_pub_open: scheme: messages has an empty item"},
+      {[&] { return ox_pub_open(other, "reply_time=1"); },
+       "info: ox_pub_open: unknown key reply_time is ignored"},
+      {[&] { return ox_pub_post(pub, row, 0); },
+       "error: ox_pub_post: the message is another publisher's"},
+      {[&] { return ox_pub_post(other, row, standin::kReplyWanted); },
+       "error: ox_pub_post: there is no reply to a row"},
+      {[&] { return ox_pub_post(pub, msg, 4); },
+       "info: ox_pub_post: unknown bits of flags 4 are ignored"},
+      {[&] { return ox_pub_post(pub, nullptr, 0); },
+       "error: ox_pub_post: the message is neither outgoing nor being delivered"},
+      {[&] { return ox_conn_close(conn) + ox_conn_open(conn, "x=1"); },
+       "info: ox_conn_open: unknown key x is ignored"},
+      {[&] { return ox_env_open(""); }, "error: ox_env_open: the environment is open already"}};
+  standin::recordCalls(true);
+  for (const auto& [call, line] : calls) {
+    standin::clearCalls();
+    const bool refused = call() != OX_ERR_OK;
+    std::string lines;
+    for (const std::string& each : standin::logLines()) lines += (lines.empty() ? "" : "\n") + each;
+    EXPECT_EQ(line, lines);
+    EXPECT_EQ(refused, lines.front() == 'e') << line;
+  }
+
+  TearDown();
+  standin::clearCalls();
+  ASSERT_EQ(OX_ERR_OK, ox_env_open("a=1;platform=java"));
+  EXPECT_EQ("info: ox_env_open: unknown key a is ignored", standin::logLines().at(1));
+  ox_env_close();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_env_open("log=stderr;exit_after=x"));
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_env_open("log=file:/"));
+  EXPECT_EQ(OX_ERR_OK, ox_log_infostr("the log is closed"));
+  EXPECT_EQ(
+      "error: ox_env_open: exit_after=x is not a number in range\n"
+      "error: ox_env_open: log=file:/ cannot be opened: Is a directory\n",
+      ::testing::internal::GetCapturedStderr());
+  standin::recordCalls(false);
 }
 
 TEST_F(StandinTest, ReplicaGetsSnapshotChangesAndResumes) {

@@ -29,7 +29,7 @@ class ErrorTest extends GatewayTest {
   @ParameterizedTest
   @CsvSource({
       "131072, OX_ERR_INTERNAL,       the gateway itself failed",
-      "131077, OX_ERR_INVALIDSTATE,   it does not fit the object's state",
+      "131077, OX_ERR_INVALIDSTATE,   the object's state does not allow the call; the log says why",
       "131079, OX_ERR_BUFFERTOOSMALL, the buffer does not hold the result",
       "-1,     OX_ERR_0xffffffff,     unknown result code"})
   void subscribersResultBecomesAnException(int code, String name, String text) {
