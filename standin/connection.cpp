@@ -1,28 +1,39 @@
-#include "standin/gateway.h"
+#include "standin/delivery.h"
+#include "standin/environment.h"
+#include "standin/log.h"
 
 using namespace standin;
 
 namespace {
 
-// The right to deliver for a connection.
-struct Turn {
-  ~Turn() {
-    if (!conn) return;
-    conn->deliverer = {};
-    conn->changed.notify_all();
+constexpr std::size_t kDefaultQueueLimit = 1000000;
+
+// Releases the right to deliver for a connection.
+class Turn {
+ public:
+  explicit Turn(Connection& conn) REQUIRES(sMutex) : conn_(conn) {
+    conn_.deliverer = std::this_thread::get_id();
   }
-  Connection* conn = nullptr;
+  ~Turn() REQUIRES(sMutex) {
+    conn_.deliverer = {};
+    conn_.changed.notifyAll();
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  Connection& conn_;
 };
 
 MessagePtr timeMessage() {
   const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-  const std::int64_t time =
-      std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count();
-  return makeMessage(OX_MSG_TIME, &time, sizeof time);
+  return makeMessage(
+      OX_MSG_TIME,
+      std::int64_t{std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count()});
 }
 
-// Queues the messages that the clock makes; gives the moment of the next one.
-Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) {
+// Queues the messages that are due by the clock; returns when the next one is.
+Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) REQUIRES(sMutex) {
   auto next = Clock::time_point::max();
   for (const auto& lsn : conn.listeners) {
     if (!lsn->isOpen() || lsn->interval.count() == 0) continue;
@@ -47,24 +58,54 @@ Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) {
   return next;
 }
 
+// Waits until something is queued, or the time is over, or the connection is closed.
+void awaitItems(Connection& conn, Clock::time_point until) REQUIRES(sMutex) {
+  while (conn.isOpen()) {
+    const auto now = Clock::now();
+    const auto next = enqueueDue(conn, now);
+    if (!conn.queue.empty() || now >= until) return;
+    conn.changed.waitUntil(sMutex, std::min(until, next));
+  }
+}
+
+// Delivers what is queued when it begins; what callbacks post meanwhile must not keep it going.
+int deliverQueued(Connection& conn) REQUIRES(sMutex) {
+  for (auto left = conn.queue.size(); left > 0 && !conn.queue.empty() && conn.isOpen();) {
+    const auto before = conn.queue.size();
+    const Item item = nextItem(conn);
+    left -= before - conn.queue.size();
+    if (const int result = callListener(item)) return result;
+  }
+  return OX_ERR_OK;
+}
+
 }  // namespace
+
+void standin::destroy(Connection& conn) {
+  for (const auto& lsn : std::vector(conn.listeners)) destroy(*lsn);
+  for (const auto& pub : std::vector(conn.publishers)) destroy(*pub);
+  conn.state = kClosed;
+  conn.changed.notifyAll();
+  environment().connections.erase(conn.handle);
+}
 
 int ox_conn_new(const char* settings, ox_conn_t** out) {
   return call(__func__, {settings}, [&] {
-    const Lock lock = enter();
+    const MutexLock lock(sMutex);
+    requireOpenEnvironment();
     require(out, "the connection's out-parameter is null");
     const auto conn = std::make_shared<Connection>();
     conn->settings.add(settings);
-    *out = gateway().add(conn);
+    *out = environment().add(conn);
   });
 }
 
 int ox_conn_open(ox_conn_t* handle, const char* string) {
-  return call(__func__, {string}, handle, [&](Connection& conn, Lock&) {
+  return call(__func__, {string}, handle, [&](Connection& conn) REQUIRES(sMutex) {
     Settings settings = conn.settings;
     settings.add(string);
-    const auto limit = settings.extractNumber<std::size_t>("queue_limit", 1000000);
-    require(limit > 0, "queue_limit=0 leaves no room for a post");
+    const auto limit = settings.extractNumber("queue_limit", kDefaultQueueLimit);
+    if (limit == 0) settings.refuse("queue_limit=0 leaves no room for a post");
     require(!conn.isOpen(), "the connection is open already", OX_ERR_INVALIDSTATE);
     logUnknown("ox_conn_open", settings);
     conn.queueLimit = limit;
@@ -73,14 +114,14 @@ int ox_conn_open(ox_conn_t* handle, const char* string) {
 }
 
 int ox_conn_close(ox_conn_t* handle) {
-  return call(__func__, {}, handle, [](Connection& conn, Lock& lock) {
+  return call(__func__, {}, handle, [](Connection& conn) REQUIRES(sMutex) {
     require(conn.isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     conn.state = kClosed;
-    conn.changed.notify_all();
+    conn.changed.notifyAll();
     // Copies: callbacks may make, open and destroy objects of this connection.
     const auto publishers = conn.publishers;
     for (const auto& lsn : std::vector(conn.listeners)) {
-      if (lsn->state != kClosed) closeListener(lock, *lsn, standin::kConnectionClosed);
+      if (lsn->state != kClosed) closeListener(*lsn, kConnectionClosed);
     }
     for (const auto& pub : publishers) {
       if (pub->isOpen()) closePublisher(*pub);
@@ -89,41 +130,20 @@ int ox_conn_close(ox_conn_t* handle) {
 }
 
 int ox_conn_process(ox_conn_t* handle, int timeout, void* /*reserved*/) {
-  return call(__func__, {}, handle, [&](Connection& conn, Lock& lock) -> int {
+  return call(__func__, {}, handle, [&](Connection& conn) REQUIRES(sMutex) -> int {
     require(timeout >= 0, "the timeout is negative");
     require(conn.isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     const auto until = Clock::now() + std::chrono::milliseconds(timeout);
-    Turn turn;
+    std::optional<Turn> turn;
     if (conn.deliverer != std::this_thread::get_id()) {
-      const auto isFree = [&] { return !conn.isOpen() || conn.deliverer == std::thread::id(); };
-      if (!conn.changed.wait_until(lock, until, isFree) || !conn.isOpen()) return OX_ERR_OK;
-      conn.deliverer = std::this_thread::get_id();
-      turn.conn = &conn;
+      const auto isFree = [&conn]() REQUIRES(sMutex) {
+        return !conn.isOpen() || conn.deliverer == std::thread::id();
+      };
+      if (!conn.changed.waitUntil(sMutex, until, isFree) || !conn.isOpen()) return OX_ERR_OK;
+      turn.emplace(conn);
     }
-
-    for (;;) {
-      const auto now = Clock::now();
-      const auto next = enqueueDue(conn, now);
-      if (!conn.queue.empty()) break;
-      if (now >= until) return OX_ERR_OK;
-      conn.changed.wait_until(lock, std::min(until, next));
-      if (!conn.isOpen()) return OX_ERR_OK;
-    }
-    // What callbacks post joins the queue but must not keep this call from ending.
-    for (auto left = conn.queue.size(); left > 0 && !conn.queue.empty() && conn.isOpen();) {
-      Item& next = conn.queue.front();
-      const bool last = next.times == 1;
-      const Item item = last ? std::move(next) : next;
-      if (last) {
-        conn.queue.pop_front();
-        if (item.posted) --conn.posted;
-        --left;
-      } else {
-        --next.times;
-      }
-      if (const int result = hand(lock, item)) return result;
-    }
-    return OX_ERR_OK;
+    awaitItems(conn, until);
+    return deliverQueued(conn);
   });
 }
 
@@ -132,5 +152,5 @@ int ox_conn_getstate(ox_conn_t* handle, int32_t* state) {
 }
 
 int ox_conn_destroy(ox_conn_t* handle) {
-  return call(__func__, {}, handle, [](Connection& conn, Lock&) { destroy(conn); });
+  return call(__func__, {}, handle, [](Connection& conn) REQUIRES(sMutex) { destroy(conn); });
 }

@@ -1,96 +1,107 @@
 #include "standin/control.h"
 
-#include "standin/gateway.h"
+#include "standin/delivery.h"
+#include "standin/environment.h"
 
 namespace standin {
 namespace {
 
-void refreshWatched() {
-  gateway().watched =
-      gateway().recording || !gateway().failures.empty() || !gateway().bodies.empty();
+void refreshWatched() REQUIRES(sMutex) {
+  Environment& env = environment();
+  env.watched = env.recording || !env.failures.empty() || !env.bodies.empty();
+}
+
+// Returns and forgets what the call is to run first; empty if nothing.
+std::function<void()> nextBody(const char* function) {
+  const MutexLock lock(sMutex);
+  auto& bodies = environment().bodies;
+  const auto found = bodies.find(function);
+  if (found == bodies.end()) return {};
+  std::function<void()> body = std::move(found->second);
+  bodies.erase(found);
+  refreshWatched();
+  return body;
 }
 
 }  // namespace
 
-std::optional<int> noteCall(const char* function, std::initializer_list<const char*> texts) {
-  Lock lock(gateway().mutex);
-  const auto body = gateway().bodies.find(function);
-  if (body != gateway().bodies.end()) {
-    const std::function<void()> run = std::move(body->second);
-    gateway().bodies.erase(body);
-    refreshWatched();
-    lock.unlock();
-    run();
-    lock.lock();
-  }
-  if (gateway().recording) {
+std::optional<int> noteCall(const char* function, std::initializer_list<const char*> strings) {
+  if (const std::function<void()> body = nextBody(function)) body();
+  const MutexLock lock(sMutex);
+  Environment& env = environment();
+  if (env.recording) {
     std::string line = function;
-    for (const char* text : texts) line += text ? " \"" + std::string(text) + '"' : " null";
-    gateway().calls.push_back(std::move(line));
+    for (const char* string : strings) {
+      line += string ? " \"" + std::string(string) + '"' : " null";
+    }
+    env.calls.push_back(std::move(line));
   }
-  const auto prepared = gateway().failures.find(function);
-  if (prepared == gateway().failures.end()) return std::nullopt;
+  const auto prepared = env.failures.find(function);
+  if (prepared == env.failures.end()) return std::nullopt;
   const int code = prepared->second;
-  gateway().failures.erase(prepared);
+  env.failures.erase(prepared);
   refreshWatched();
   return code;
 }
 
 void failNext(const char* function, int code) {
-  const Lock lock(gateway().mutex);
-  gateway().failures[function] = code;
+  const MutexLock lock(sMutex);
+  environment().failures[function] = code;
   refreshWatched();
 }
 
 void runDuringNext(const char* function, std::function<void()> body) {
-  const Lock lock(gateway().mutex);
-  gateway().bodies[function] = std::move(body);
+  const MutexLock lock(sMutex);
+  environment().bodies[function] = std::move(body);
   refreshWatched();
 }
 
 bool deliver(ox_listener_t* handle, const ox_msg_t* record, std::size_t times) {
-  const Lock lock(gateway().mutex);
-  const auto found = gateway().listeners.find(handle);
-  if (found == gateway().listeners.end() || times == 0) return false;
+  const MutexLock lock(sMutex);
+  const auto& listeners = environment().listeners;
+  const auto found = listeners.find(handle);
+  if (found == listeners.end() || times == 0) return false;
   Connection& conn = *found->second->conn;
-  conn.queue.push_back({found->second, 0, false, {}, const_cast<ox_msg_t*>(record), times});
-  conn.changed.notify_all();
+  conn.queue.push_back({found->second, 0, {}, false, const_cast<ox_msg_t*>(record), times});
+  conn.changed.notifyAll();
   return true;
 }
 
 int deliverNow(ox_listener_t* handle, ox_msg_t* record) {
-  Lock lock(gateway().mutex);
-  const auto found = gateway().listeners.find(handle);
-  if (found == gateway().listeners.end()) return OX_ERR_INVALIDARGUMENT;
-  return hand(lock, {found->second, 0, false, {}, record});
+  const MutexLock lock(sMutex);
+  const auto& listeners = environment().listeners;
+  const auto found = listeners.find(handle);
+  if (found == listeners.end()) return OX_ERR_INVALIDARGUMENT;
+  return callListener({found->second, 0, {}, false, record});
 }
 
 void recordCalls(bool on) {
-  const Lock lock(gateway().mutex);
-  gateway().recording = on;
+  const MutexLock lock(sMutex);
+  environment().recording = on;
   refreshWatched();
 }
 
 std::vector<std::string> calls() {
-  const Lock lock(gateway().mutex);
-  return gateway().calls;
+  const MutexLock lock(sMutex);
+  return environment().calls;
 }
 
 std::vector<std::string> logLines() {
-  const Lock lock(gateway().mutex);
-  return gateway().logLines;
+  const MutexLock lock(sMutex);
+  return environment().logLines;
 }
 
 void clearCalls() {
-  const Lock lock(gateway().mutex);
-  gateway().calls.clear();
-  gateway().logLines.clear();
+  const MutexLock lock(sMutex);
+  environment().calls.clear();
+  environment().logLines.clear();
 }
 
 std::size_t liveObjects() {
-  const Lock lock(gateway().mutex);
-  return gateway().connections.size() + gateway().listeners.size() + gateway().publishers.size() +
-         gateway().outgoing.size() + gateway().streams.size() + gateway().schemes.size();
+  const MutexLock lock(sMutex);
+  const Environment& env = environment();
+  return env.connections.size() + env.listeners.size() + env.publishers.size() +
+         env.outgoing.size() + env.streams.size() + env.schemes.size();
 }
 
 bool raiseExit() {

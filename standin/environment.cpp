@@ -1,93 +1,59 @@
+#include "standin/environment.h"
+
 #include <dlfcn.h>
 
-#include <cerrno>
-#include <cstdarg>
-#include <cstring>
+#include "standin/log.h"
 
-#include "standin/gateway.h"
-#include "utils/string_utils.h"
+namespace standin {
 
-using namespace standin;
+// Raises the exit event after a time, unless it is stopped before.
+struct ExitThread {
+  std::thread thread GUARDED_BY(sMutex);
+  bool stopped GUARDED_BY(sMutex) = false;
+  bool raising GUARDED_BY(sMutex) = false;
+  Condition changed;
+};
 
 namespace {
 
-void openLog(const std::string& where) {
-  if (where.empty()) return;
-  gateway().log = stderr;  // where a refusal is written, too
-  if (where == "stderr") return;
-  if (where.compare(0, 5, "file:") != 0) {
-    throw Refusal{OX_ERR_INVALIDARGUMENT, "log=" + where + " is neither stderr nor file:PATH"};
-  }
-  std::FILE* const file = std::fopen(where.c_str() + 5, "ae");
-  if (!file) {
-    throw Refusal{OX_ERR_INVALIDARGUMENT,
-                  "log=" + where + " cannot be opened: " + std::strerror(errno)};
-  }
-  gateway().log = file;
-}
-
-void closeLog() {
-  std::FILE* const log = std::exchange(gateway().log, nullptr);
-  if (log && log != stderr) std::fclose(log);
-}
-
-// On one line, and as much as someone reads.
-std::string printable(const std::string& reason) {
-  constexpr std::size_t kMaxLength = 1000;
-  std::string line;
-  for (const char c : reason.substr(0, kMaxLength)) {
-    if (c == '\n') {
-      line += "\\n";
-    } else {
-      line += c;
-    }
-  }
-  return line;
-}
-
-int log(const char* function, const char* level, const char* text, va_list* args = nullptr) {
-  return call(function, {text}, [&] {
-    require(text, "the line is null");
-    const std::string line = args ? oxutils::StringUtils::vformat(text, *args) : text;
-    const Lock lock(gateway().mutex);
-    writeLog(level, line);
-  });
-}
-
-// How long ox_env_close waits for an exit handler that is running: it may be waiting for a lock of
-// the closing thread's.
+// How long ox_env_close waits for an exit handler that is running, which may be waiting for a lock
+// that the closing thread has acquired.
 constexpr std::chrono::seconds kHandlerWait(1);
 
-void startExitThread(std::chrono::milliseconds delay) {
+void startExitThread(std::chrono::milliseconds delay) REQUIRES(sMutex) {
   const auto exit = std::make_shared<ExitThread>();
-  exit->thread = std::thread([exit, delay] {
-    Lock lock(gateway().mutex);
-    if (exit->changed.wait_for(lock, delay, [&] { return exit->stopped; })) return;
+  environment().exitThread = exit;
+  exit->thread = std::thread([exit, deadline = Clock::now() + delay] {
+    const MutexLock lock(sMutex);
+    const auto isStopped = [&exit]() REQUIRES(sMutex) { return exit->stopped; };
+    if (exit->changed.waitUntil(sMutex, deadline, isStopped)) return;
     exit->raising = true;
-    lock.unlock();
-    raiseExitEvent();
-    lock.lock();
+    {
+      const MutexUnlock unlock(sMutex);
+      raiseExitEvent();
+    }
     exit->raising = false;
-    exit->changed.notify_all();
+    exit->changed.notifyAll();
   });
-  gateway().exitThread = exit;
 }
 
-// Afterwards the thread has ended; one that is still raising the event has not, and keeps the
-// library loaded.
-void endExitThread(Lock& lock) {
-  const std::shared_ptr<ExitThread> exit = std::move(gateway().exitThread);
+// When it returns, the thread has ended. One that is still raising the event has not; the library
+// then stays loaded for it.
+void endExitThread() REQUIRES(sMutex) {
+  const std::shared_ptr<ExitThread> exit = std::move(environment().exitThread);
   if (!exit) return;
   exit->stopped = true;
-  exit->changed.notify_all();
-  const bool isItself = exit->thread.get_id() == std::this_thread::get_id();
-  if (!isItself && exit->changed.wait_for(lock, kHandlerWait, [&] { return !exit->raising; })) {
-    lock.unlock();
-    exit->thread.join();
+  exit->changed.notifyAll();
+  const auto hasRaised = [&exit]() REQUIRES(sMutex) { return !exit->raising; };
+  if (exit->thread.get_id() != std::this_thread::get_id() &&
+      exit->changed.waitUntil(sMutex, Clock::now() + kHandlerWait, hasRaised)) {
+    std::thread ending = std::move(exit->thread);
+    const MutexUnlock unlock(sMutex);
+    ending.join();
     return;
   }
   Dl_info library;
-  if (dladdr(&kHandlerWait, &library) != 0) {
+  if (dladdr(&sMutex, &library) != 0) {
     dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
   }
   exit->thread.detach();
@@ -95,106 +61,46 @@ void endExitThread(Lock& lock) {
 
 }  // namespace
 
-namespace standin {
+Mutex sMutex;
+static_assert(std::is_trivially_destructible_v<Mutex>, "used while the process ends");
 
-Gateway& gateway() {
-  static Gateway& lasting = *new Gateway;
+Environment& environment() {
+  static Environment& lasting = *new Environment;
   return lasting;
 }
 
-Lock enter() {
-  Lock lock(gateway().mutex);
-  require(gateway().open, "the environment is closed", OX_ERR_INVALIDSTATE);
-  return lock;
-}
-
-void destroy(Listener& lsn) {
-  detach(lsn);
-  lsn.stream.reset();
-  gateway().listeners.erase(lsn.handle);
-  eraseFrom(lsn.conn->listeners, lsn);
-}
-
-void destroy(Publisher& pub) {
-  if (pub.isOpen()) closePublisher(pub);
-  auto& outgoing = gateway().outgoing;
-  for (auto at = outgoing.begin(); at != outgoing.end();) {
-    at = at->second->owner == &pub ? outgoing.erase(at) : std::next(at);
-  }
-  pub.stream.reset();
-  pub.scheme.reset();
-  gateway().publishers.erase(pub.handle);
-  eraseFrom(pub.conn->publishers, pub);
-}
-
-void destroy(Connection& conn) {
-  for (const auto& lsn : std::vector(conn.listeners)) destroy(*lsn);
-  for (const auto& pub : std::vector(conn.publishers)) destroy(*pub);
-  conn.state = kClosed;
-  conn.changed.notify_all();
-  gateway().connections.erase(conn.handle);
-}
-
-bool isLogging() {
-  return gateway().log || gateway().recording;
-}
-
-void writeLog(const char* level, const std::string& line) {
-  if (gateway().recording) gateway().logLines.push_back(std::string(level) + ": " + line);
-  if (!gateway().log) return;
-  std::fprintf(gateway().log, "%s: %s\n", level, line.c_str());
-  std::fflush(gateway().log);
-}
-
-void logUnknown(const char* function, const Settings& settings) {
-  if (!isLogging()) return;
-  for (const auto& [key, value] : settings.left()) {
-    writeLog("info", std::string(function) + ": unknown key " + printable(key) + " is ignored");
-  }
-}
-
-int resultOfFailure(const char* function) noexcept {
-  int code = OX_ERR_INTERNAL;
-  try {
-    std::string reason = "no memory, or a fault of the gateway";
-    try {
-      throw;
-    } catch (Refusal& refusal) {
-      code = refusal.code;
-      reason = std::move(refusal.reason);
-    } catch (const std::exception& thrown) {
-      reason = thrown.what();
-    }
-    const Lock lock(gateway().mutex);
-    if (isLogging()) writeLog("error", std::string(function) + ": " + printable(reason));
-    if (!gateway().open) closeLog();  // of an environment that did not open
-  } catch (...) {                     // no memory for the line
-  }
-  return code;
+void requireOpenEnvironment() {
+  require(environment().open, "the environment is closed", OX_ERR_INVALIDSTATE);
 }
 
 bool raiseExitEvent() {
-  Lock lock(gateway().mutex);
-  const ox_exit_cb_t callback = gateway().exitCallback;
-  void* const data = gateway().exitData;
-  lock.unlock();
+  ox_exit_cb_t callback = nullptr;
+  void* data = nullptr;
+  {
+    const MutexLock lock(sMutex);
+    callback = environment().exitCallback;
+    data = environment().exitData;
+  }
   if (callback) callback(data);
   return callback != nullptr;
 }
 
 }  // namespace standin
 
-int ox_env_open(const char* text) {
-  return call(__func__, {text}, [&] {
-    const Lock lock(gateway().mutex);
-    require(!gateway().open, "the environment is open already", OX_ERR_INVALIDSTATE);
+using namespace standin;
+
+int ox_env_open(const char* string) {
+  return call(__func__, {string}, [&] {
+    const MutexLock lock(sMutex);
+    Environment& env = environment();
+    require(!env.open, "the environment is open already", OX_ERR_INVALIDSTATE);
     Settings settings;
-    settings.add(text);
+    settings.add(string);
     openLog(settings.extract("log"));
     const auto exitAfter = settings.extractNumber<std::uint32_t>("exit_after", 0);
     settings.extract("platform");  // which a Java host adds
     if (exitAfter > 0) startExitThread(std::chrono::milliseconds(exitAfter));
-    gateway().open = true;
+    env.open = true;
     writeLog("info", "stand-in gateway: its streams end with this process");
     logUnknown("ox_env_open", settings);
   });
@@ -202,53 +108,23 @@ int ox_env_open(const char* text) {
 
 int ox_env_close(void) {
   return call(__func__, {}, [] {
-    Lock lock = enter();
-    while (!gateway().connections.empty()) {
-      const std::shared_ptr<Connection> conn = gateway().connections.begin()->second;
+    const MutexLock lock(sMutex);
+    requireOpenEnvironment();
+    Environment& env = environment();
+    while (!env.connections.empty()) {
+      const std::shared_ptr<Connection> conn = env.connections.begin()->second;
       destroy(*conn);
     }
-    gateway().open = false;
+    env.open = false;
     closeLog();
-    endExitThread(lock);
+    endExitThread();
   });
 }
 
 int ox_env_register_exithandler(ox_exit_cb_t callback, void* data) {
   return call(__func__, {}, [&] {
-    const Lock lock(gateway().mutex);
-    gateway().exitCallback = callback;
-    gateway().exitData = data;
+    const MutexLock lock(sMutex);
+    environment().exitCallback = callback;
+    environment().exitData = data;
   });
-}
-
-int ox_log_debugstr(const char* text) {
-  return log(__func__, "debug", text);
-}
-
-int ox_log_tracestr(const char* text) {
-  return log(__func__, "trace", text);
-}
-
-int ox_log_infostr(const char* text) {
-  return log(__func__, "info", text);
-}
-
-int ox_log_errorstr(const char* text) {
-  return log(__func__, "error", text);
-}
-
-int ox_log_info(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int result = log(__func__, "info", format, &args);
-  va_end(args);
-  return result;
-}
-
-int ox_log_error(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int result = log(__func__, "error", format, &args);
-  va_end(args);
-  return result;
 }

@@ -1,23 +1,58 @@
-#include "standin/gateway.h"
+#include "standin/delivery.h"
+#include "standin/environment.h"
+#include "standin/log.h"
+#include "standin/stream.h"
 
 using namespace standin;
 
+namespace {
+
+// Afterwards nothing is queued for the listener, and nothing will be.
+void detach(Listener& lsn) REQUIRES(sMutex) {
+  if (lsn.stream) lsn.stream->unfollow(lsn);
+  discardQueued(lsn);
+  lsn.state = kClosed;
+}
+
+}  // namespace
+
+void standin::closeListener(Listener& lsn, std::int32_t reason) {
+  detach(lsn);
+  if (lsn.replica) callListener({lsn.shared_from_this(), OX_MSG_ZRREPL_STATE});
+  // The callback may have opened or destroyed it.
+  if (lsn.state != kClosed || environment().listeners.count(lsn.handle) == 0) return;
+  callListener({lsn.shared_from_this(), OX_MSG_CLOSE, makeMessage(OX_MSG_CLOSE, reason)});
+}
+
+void standin::destroy(Listener& lsn) {
+  detach(lsn);
+  lsn.stream.reset();
+  environment().listeners.erase(lsn.handle);
+  eraseFrom(lsn.conn->listeners, lsn);
+}
+
+bool standin::extractReplica(Settings& settings) {
+  const std::string mode = settings.extract("mode");
+  if (!mode.empty() && mode != "replica") settings.refuse("mode=" + mode + " is unknown");
+  return !mode.empty();
+}
+
 int ox_lsn_new(ox_conn_t* handle, const char* settings, ox_listener_cb_t callback, void* data,
                ox_listener_t** out) {
-  return call(__func__, {settings}, handle, [&](Connection& conn, Lock&) {
+  return call(__func__, {settings}, handle, [&](Connection& conn) REQUIRES(sMutex) {
     require(callback && out, "the callback or the listener's out-parameter is null");
     const auto lsn = std::make_shared<Listener>();
-    lsn->conn = gateway().connections.live(handle);
+    lsn->conn = environment().connections.get(handle);
     lsn->settings.add(settings);
     lsn->callback = callback;
     lsn->data = data;
     conn.listeners.push_back(lsn);
-    *out = gateway().add(lsn);
+    *out = environment().add(lsn);
   });
 }
 
 int ox_lsn_open(ox_listener_t* handle, const char* string) {
-  return call(__func__, {string}, handle, [&](Listener& lsn, Lock&) {
+  return call(__func__, {string}, handle, [&](Listener& lsn) REQUIRES(sMutex) {
     Settings settings = lsn.settings;
     settings.add(string);
     Settings resume = settings.extractBlock("replstate");
@@ -25,26 +60,23 @@ int ox_lsn_open(ox_listener_t* handle, const char* string) {
     const auto rev = resume.extractNumber<std::int64_t>("rev", 0);
     const std::chrono::milliseconds interval(settings.extractNumber<std::uint32_t>("time", 0));
     const bool replica = extractReplica(settings);
-    const std::string name = settings.extract("stream");
+    const std::string stream = settings.extract("stream");
     require(lsn.state == kClosed, "the listener is open already", OX_ERR_INVALIDSTATE);
     require(lsn.conn->isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     logUnknown("ox_lsn_open", settings);
     logUnknown("ox_lsn_open: replstate", resume);
     lsn.replica = replica;
     lsn.interval = interval;
-    lsn.stream = streamNamed(name);
-    lsn.stream->listeners.push_back(&lsn);
+    lsn.nextTime = Clock::now() + interval;
+    lsn.stream = Stream::follow(stream, lsn, life, rev);
     lsn.state = kOpening;
-    lsn.nextTime = Clock::now() + lsn.interval;
-    enqueue(lsn, OX_MSG_OPEN);
-    if (lsn.replica) sendSnapshot(lsn, life, rev);
   });
 }
 
 int ox_lsn_close(ox_listener_t* handle) {
-  return call(__func__, {}, handle, [](Listener& lsn, Lock& lock) {
+  return call(__func__, {}, handle, [](Listener& lsn) REQUIRES(sMutex) {
     require(lsn.state != kClosed, "the listener is not open", OX_ERR_INVALIDSTATE);
-    closeListener(lock, lsn, standin::kClosedByOwner);
+    closeListener(lsn, kClosedByOwner);
   });
 }
 
@@ -53,9 +85,9 @@ int ox_lsn_getstate(ox_listener_t* handle, int32_t* state) {
 }
 
 int ox_lsn_getscheme(ox_listener_t* handle, ox_scheme_desc_t** scheme) {
-  return call(__func__, {}, handle, [&](const Listener& lsn, Lock&) -> int {
+  return call(__func__, {}, handle, [&](const Listener& lsn) REQUIRES(sMutex) -> int {
     require(scheme, "the scheme's out-parameter is null");
-    // Not a refusal for the log: delivery asks before each message, and no publisher may have come.
+    // Nothing for the log: a host asks before each message, and no publisher may have joined yet.
     if (!lsn.stream || !lsn.stream->scheme()) return OX_ERR_INVALIDSTATE;
     *scheme = const_cast<ox_scheme_desc_t*>(&lsn.stream->scheme()->description);
     return OX_ERR_OK;
@@ -63,9 +95,9 @@ int ox_lsn_getscheme(ox_listener_t* handle, ox_scheme_desc_t** scheme) {
 }
 
 int ox_lsn_destroy(ox_listener_t* handle) {
-  return call(__func__, {}, handle, [&](Listener& lsn, Lock& lock) {
-    if (lsn.state != kClosed) closeListener(lock, lsn, standin::kClosedByOwner);
+  return call(__func__, {}, handle, [&](Listener& lsn) REQUIRES(sMutex) {
+    if (lsn.state != kClosed) closeListener(lsn, kClosedByOwner);
     // The callback may have destroyed it.
-    if (gateway().listeners.count(handle) > 0) destroy(lsn);
+    if (environment().listeners.count(handle) > 0) destroy(lsn);
   });
 }

@@ -1,0 +1,30 @@
+// Queues of messages, the calls of listeners, and the records that the host may hand back.
+#ifndef OXLI_STANDIN_DELIVERY_H
+#define OXLI_STANDIN_DELIVERY_H
+
+#include "standin/objects.h"
+
+namespace standin {
+
+void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message = {}, bool posted = false)
+    REQUIRES(sMutex);
+// Removes and returns the next item of a queue that is not empty; one with `times` left stays.
+Item nextItem(Connection& conn) REQUIRES(sMutex);
+void discardQueued(const Listener& lsn) REQUIRES(sMutex);
+
+// Calls the listener, with the lock released; returns its result.
+int callListener(const Item& item) REQUIRES(sMutex);
+
+// A record that may be read: an outgoing one, or one whose delivery this thread is inside of.
+struct KnownRecord {
+  Record record;             // as far as it may be read
+  bool whole;                // not the head alone
+  const Outgoing* outgoing;  // null: being delivered
+  Description description;   // null for a record without one and for those of deliver()
+};
+// Refuses any other address, and does not read it.
+KnownRecord knownRecord(const ox_msg_t* record) REQUIRES(sMutex);
+
+}  // namespace standin
+
+#endif  // OXLI_STANDIN_DELIVERY_H

@@ -1,0 +1,130 @@
+// The environment: the objects that are alive, by handle, and the boundary of every ox_ function.
+#ifndef OXLI_STANDIN_ENVIRONMENT_H
+#define OXLI_STANDIN_ENVIRONMENT_H
+
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <unordered_map>
+#include <vector>
+
+#include "standin/objects.h"
+
+namespace standin {
+
+// Handles are counters cast to pointers. They are never reused, so that a stale or made-up handle
+// is not found.
+template <class Handle, class T>
+struct Table : std::unordered_map<Handle*, std::shared_ptr<T>> {
+  // Refuses an unknown handle.
+  std::shared_ptr<T> get(Handle* handle) const {
+    const auto found = this->find(handle);
+    require(found != this->end(), "the handle is stale, or never was one");
+    return found->second;
+  }
+};
+
+struct ExitThread;
+
+struct Environment {
+  auto& table(ox_conn_t*) REQUIRES(sMutex) { return connections; }
+  auto& table(ox_listener_t*) REQUIRES(sMutex) { return listeners; }
+  auto& table(ox_publisher_t*) REQUIRES(sMutex) { return publishers; }
+  // Gives the object its handle.
+  template <class T>
+  auto add(const std::shared_ptr<T>& object) REQUIRES(sMutex) {
+    object->handle = reinterpret_cast<decltype(object->handle)>(lastHandle += 16);
+    table(object->handle).emplace(object->handle, object);
+    return object->handle;
+  }
+
+  bool open GUARDED_BY(sMutex) = false;
+  std::uintptr_t lastHandle GUARDED_BY(sMutex) = 0x10000;
+  std::uint64_t lastSerial GUARDED_BY(sMutex) = 0;
+  Table<ox_conn_t, Connection> connections GUARDED_BY(sMutex);
+  Table<ox_listener_t, Listener> listeners GUARDED_BY(sMutex);
+  Table<ox_publisher_t, Publisher> publishers GUARDED_BY(sMutex);
+  std::unordered_map<const ox_msg_t*, std::unique_ptr<Outgoing>> outgoing GUARDED_BY(sMutex);
+  // The streams and schemes that are alive, which remove themselves.
+  std::map<std::string, std::weak_ptr<Stream>> streams GUARDED_BY(sMutex);        // by name
+  std::map<std::string, std::weak_ptr<const Scheme>> schemes GUARDED_BY(sMutex);  // by string
+  std::FILE* log GUARDED_BY(sMutex) = nullptr;
+
+  ox_exit_cb_t exitCallback GUARDED_BY(sMutex) = nullptr;
+  void* exitData GUARDED_BY(sMutex) = nullptr;
+  std::shared_ptr<ExitThread> exitThread GUARDED_BY(sMutex);
+
+  // What tests prepare and read. `watched` says that they do, so that other calls do not acquire
+  // the lock for it.
+  std::atomic<bool> watched{false};
+  bool recording GUARDED_BY(sMutex) = false;
+  std::map<std::string, int> failures GUARDED_BY(sMutex);
+  std::map<std::string, std::function<void()>> bodies GUARDED_BY(sMutex);
+  std::vector<std::string> calls GUARDED_BY(sMutex);
+  std::vector<std::string> logLines GUARDED_BY(sMutex);
+};
+
+// Never destroyed: threads of the host may call while the process ends.
+Environment& environment();
+
+void requireOpenEnvironment() REQUIRES(sMutex);
+
+// Calls the registered exit callback on this thread; false if there is none.
+bool raiseExitEvent() EXCLUDES(sMutex);
+
+// Runs what was prepared for the call and records it. Returns the code of a failure that was
+// prepared.
+std::optional<int> noteCall(const char* function, std::initializer_list<const char*> strings)
+    EXCLUDES(sMutex);
+
+// The result of a function whose exception is being handled; the log gets the reason.
+int resultOfFailure(const char* function) noexcept EXCLUDES(sMutex);
+
+// The boundary of every ox_ function: no exception leaves it. The body returns a result code, or
+// nothing if it succeeds.
+template <class Body>
+int call(const char* function, std::initializer_list<const char*> strings, Body&& body) noexcept {
+  try {
+    if (environment().watched.load(std::memory_order_relaxed)) {
+      if (const std::optional<int> failure = noteCall(function, strings)) return *failure;
+    }
+    if constexpr (std::is_void_v<decltype(body())>) {
+      body();
+      return OX_ERR_OK;
+    } else {
+      return body();
+    }
+  } catch (...) {
+    return resultOfFailure(function);
+  }
+}
+
+// The same for a function of one object: calls body(object) with the lock acquired.
+template <class Handle, class Body>
+int call(const char* function, std::initializer_list<const char*> strings, Handle* handle,
+         Body&& body) noexcept {
+  return call(function, strings, [&] {
+    const MutexLock lock(sMutex);
+    requireOpenEnvironment();
+    const auto object = environment().table(handle).get(handle);
+    return body(*object);
+  });
+}
+
+template <class Handle>
+int getState(const char* function, Handle* handle, std::int32_t* state) {
+  return call(function, {}, handle, [state](const auto& object) REQUIRES(sMutex) {
+    require(state, "the state's out-parameter is null");
+    *state = object.state;
+  });
+}
+
+}  // namespace standin
+
+#endif  // OXLI_STANDIN_ENVIRONMENT_H

@@ -1,0 +1,45 @@
+// What a function that fails returns, logs and says.
+#include <exception>
+
+#include "standin/control.h"
+#include "standin/log.h"
+
+namespace standin {
+
+int resultOfFailure(const char* function) noexcept {
+  int code = OX_ERR_INTERNAL;
+  try {
+    std::string reason = "unknown exception";
+    try {
+      throw;
+    } catch (Refusal& refusal) {
+      code = refusal.code;
+      reason = std::move(refusal.reason);
+    } catch (const std::exception& exception) {
+      reason = exception.what();
+    }
+    const MutexLock lock(sMutex);
+    if (isLogging()) writeLog("error", std::string(function) + ": " + oneLine(reason));
+    if (!environment().open) closeLog();  // of an environment that was refused
+  } catch (...) {                         // The line is lost; the code is not.
+  }
+  return code;
+}
+
+}  // namespace standin
+
+const char* ox_err_getstr(int code) {
+  static constexpr std::pair<int, const char*> kStrings[] = {
+      {OX_ERR_OK, "OX_ERR_OK: the operation succeeded"},
+      {OX_ERR_INTERNAL, "OX_ERR_INTERNAL: the gateway itself failed"},
+      {OX_ERR_INVALIDARGUMENT,
+       "OX_ERR_INVALIDARGUMENT: an argument is invalid; the log says which"},
+      {OX_ERR_INVALIDSTATE,
+       "OX_ERR_INVALIDSTATE: the object's state does not allow the call; the log says why"},
+      {OX_ERR_BUFFERTOOSMALL, "OX_ERR_BUFFERTOOSMALL: the buffer does not hold the result"},
+      {standin::kQueueFull, "STANDIN_ERR_QUEUEFULL: the queue of a receiving connection is full"}};
+  for (const auto& [known, string] : kStrings) {
+    if (known == code) return string;
+  }
+  return "unknown result code";
+}

@@ -1,0 +1,54 @@
+// The records of messages, and the copies of them that listeners receive.
+#ifndef OXLI_STANDIN_MESSAGE_H
+#define OXLI_STANDIN_MESSAGE_H
+
+#include <cstdint>
+#include <forward_list>
+#include <memory>
+#include <string>
+
+#include "standin/scheme.h"
+
+namespace standin {
+
+// Memory for any record. What they all begin with may be read through any of them.
+union Record {
+  ox_msg_streamdata_t row;  // the widest: clears the others too
+  ox_msg_data_t data;
+  ox_msg_t head;
+};
+
+// A description that keeps its scheme alive.
+using Description = std::shared_ptr<const Scheme::Message>;
+
+// A message with its own copy of what its record points to. It does not change.
+struct Message {
+  struct Bytes {
+    std::string payload, name, addr, nulls;
+    Description description;                // of the payload; null if it has none
+    std::forward_list<std::string> blocks;  // that the payload's descriptors point to
+  };
+  Record record{};
+  ox_msg_data_t ref{};  // what `record` refers to, if it does
+  Bytes own, ofRef;
+};
+using MessagePtr = std::shared_ptr<const Message>;
+
+// Whether a row has no value for a field. A null `row` has all values.
+bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field);
+
+// Copies a record and what it points to: its payload, the message it refers to, and the blocks of
+// both, as the descriptions say. Refuses a block with a size and no address.
+MessagePtr copyOf(const Record& record, const Description& own = {}, const Description& ofRef = {});
+
+// Makes a message of the gateway's own.
+MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size,
+                       const char* name = "", std::uint32_t userId = 0);
+template <class Payload>
+MessagePtr makeMessage(std::uint32_t type, const Payload& payload) {
+  return makeMessage(type, &payload, sizeof payload);
+}
+
+}  // namespace standin
+
+#endif  // OXLI_STANDIN_MESSAGE_H

@@ -1,0 +1,114 @@
+// Connections, listeners, publishers and outgoing messages. One lock guards them all. It is
+// released while a callback of the host runs, and any object may be destroyed meanwhile: who calls
+// back has a shared_ptr to it.
+#ifndef OXLI_STANDIN_OBJECTS_H
+#define OXLI_STANDIN_OBJECTS_H
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "standin/control.h"
+#include "standin/message.h"
+#include "standin/thread_annotations.h"
+
+namespace standin {
+
+using Clock = std::chrono::steady_clock;
+
+extern Mutex sMutex;
+
+class Stream;
+struct Connection;
+
+template <class Handle>
+struct Object {
+  bool isOpen() const REQUIRES(sMutex) { return state == kOpening || state == kActive; }
+
+  Handle* handle = nullptr;
+  Settings settings GUARDED_BY(sMutex);  // that it was made with
+  States state GUARDED_BY(sMutex) = kClosed;
+};
+
+struct Listener : Object<ox_listener_t>, std::enable_shared_from_this<Listener> {
+  std::shared_ptr<Connection> conn;
+  ox_listener_cb_t callback = nullptr;
+  void* data = nullptr;
+  std::shared_ptr<Stream> stream GUARDED_BY(sMutex);  // of the latest open
+  bool replica GUARDED_BY(sMutex) = false;
+  std::chrono::milliseconds interval GUARDED_BY(sMutex){};  // of time messages; 0: none
+  Clock::time_point nextTime GUARDED_BY(sMutex);
+  std::int64_t seen GUARDED_BY(sMutex) = 0;  // revision of the latest row delivered
+};
+
+struct AwaitedReply {
+  Clock::time_point deadline;
+  std::uint32_t userId;
+};
+
+struct Publisher : Object<ox_publisher_t> {
+  std::shared_ptr<Connection> conn;
+  bool replica GUARDED_BY(sMutex) = false;
+  std::chrono::milliseconds replyTimeout GUARDED_BY(sMutex){};
+  // By serial number, hence by deadline too.
+  std::map<std::uint64_t, AwaitedReply> awaited GUARDED_BY(sMutex);
+  std::shared_ptr<Stream> stream GUARDED_BY(sMutex);        // of the latest open
+  std::shared_ptr<const Scheme> scheme GUARDED_BY(sMutex);  // its own; null until it has one
+};
+
+// A message in the queue of a connection.
+struct Item {
+  std::shared_ptr<Listener> lsn;
+  std::uint32_t type = 0;      // 0: the record of control.h's deliver()
+  MessagePtr message{};        // null: there is nothing but the type
+  bool posted = false;         // counts towards the queue's limit
+  ox_msg_t* record = nullptr;  // that of deliver()
+  std::size_t times = 1;
+};
+
+struct Connection : Object<ox_conn_t> {
+  std::vector<std::shared_ptr<Listener>> listeners GUARDED_BY(sMutex);
+  std::vector<std::shared_ptr<Publisher>> publishers GUARDED_BY(sMutex);
+  std::deque<Item> queue GUARDED_BY(sMutex);
+  std::size_t queueLimit GUARDED_BY(sMutex) = 0;  // of posted items
+  std::size_t posted GUARDED_BY(sMutex) = 0;      // items in `queue`
+  std::size_t incoming GUARDED_BY(sMutex) = 0;    // items of the post that is looked at
+  std::thread::id deliverer GUARDED_BY(sMutex);   // inside ox_conn_process; none: {}
+  Condition changed;
+};
+
+struct Outgoing {
+  Record record{};
+  const Publisher* owner = nullptr;
+  std::uint32_t type = 0;  // the host may overwrite the record's
+  Description description;
+  std::vector<char> payload;
+  std::vector<std::uint8_t> nulls;
+};
+
+// Stops the listener and delivers its closing messages before it returns.
+void closeListener(Listener& lsn, std::int32_t reason) REQUIRES(sMutex);
+void closePublisher(Publisher& pub) REQUIRES(sMutex);
+
+// These call nobody back. The handles are stale afterwards.
+void destroy(Listener& lsn) REQUIRES(sMutex);
+void destroy(Publisher& pub) REQUIRES(sMutex);
+void destroy(Connection& conn) REQUIRES(sMutex);
+
+// Whether the setting `mode` is that of a replicated stream. Refuses any other.
+bool extractReplica(Settings& settings);
+
+template <class T, class U>
+void eraseFrom(std::vector<T>& list, const U& object) {
+  const auto isIt = [&object](const T& member) { return &*member == &object; };
+  list.erase(std::remove_if(list.begin(), list.end(), isIt), list.end());
+}
+
+}  // namespace standin
+
+#endif  // OXLI_STANDIN_OBJECTS_H
