@@ -25,7 +25,7 @@ struct Table : std::unordered_map<Handle*, std::shared_ptr<T>> {
   // Refuses an unknown handle.
   std::shared_ptr<T> get(Handle* handle) const {
     const auto found = this->find(handle);
-    require(found != this->end(), "the handle is stale, or never was one");
+    require(found != this->end(), "the handle is stale or made up");
     return found->second;
   }
 };

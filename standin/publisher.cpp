@@ -21,7 +21,7 @@ std::shared_ptr<const Scheme> extractScheme(Settings& settings) REQUIRES(sMutex)
     environment().schemes.erase(entry);
     delete scheme;
   };
-  const std::shared_ptr<const Scheme> scheme(made.release(), release);
+  std::shared_ptr<const Scheme> scheme(made.release(), release);
   entry->second = scheme;
   return scheme;
 }
@@ -185,7 +185,7 @@ int ox_pub_msgfree(ox_publisher_t* handle, ox_msg_t* msg) {
     auto& outgoing = environment().outgoing;
     const auto found = outgoing.find(msg);
     require(found != outgoing.end() && found->second->owner == &pub,
-            "the message is not one of the publisher's");
+            "the message is not the publisher's");
     outgoing.erase(found);
   });
 }

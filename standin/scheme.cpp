@@ -122,7 +122,8 @@ class MessageReader {
     for (const auto& [name, meaning] : values.left()) {
       const auto [digits, desc] = halves(meaning);
       const std::optional<std::int64_t> number = toInteger(type, digits);
-      if (!number) values.refuse(name + '=' + digits + " is not a number of type " + field.type);
+      if (!number)
+        values.refuse(name + '=' + meaning + " does not begin with a number of its type");
       ox_field_value_desc_t& value = arena_.append(end);
       ++field.num_values;
       value.name = arena_.copy(name);

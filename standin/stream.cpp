@@ -52,7 +52,7 @@ std::shared_ptr<Stream> Stream::named(const std::string& name) {
   auto& streams = environment().streams;
   const auto found = streams.find(name);
   if (found != streams.end()) return found->second.lock();
-  const auto stream = std::make_shared<Stream>(name);
+  auto stream = std::make_shared<Stream>(name);
   streams.emplace(name, stream);
   return stream;
 }

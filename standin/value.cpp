@@ -30,7 +30,7 @@ std::string decimalString(Decimal value) {
     return digits + 'e' + std::to_string(-value.scale);
   }
   if (value.scale == 0) return digits;
-  const auto decimals = static_cast<std::size_t>(value.scale);
+  const auto decimals = static_cast<std::uint8_t>(value.scale);
   const std::size_t sign = value.mantissa < 0 ? 1 : 0;
   if (digits.size() - sign <= decimals) {
     digits.insert(sign, decimals + 1 - (digits.size() - sign), '0');

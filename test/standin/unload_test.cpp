@@ -17,6 +17,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+const char* path;
+void* library;
 std::function<void()> onExit;
 
 void require(bool held, const char* what) {
@@ -25,64 +27,65 @@ void require(bool held, const char* what) {
   std::exit(1);
 }
 
-// `onExit` is to be set before.
-struct Library {
-  Library(const char* path, const char* settings) : handle(dlopen(path, RTLD_NOW)) {
-    require(handle != nullptr, "dlopen");
-    latest = this;
-    get<decltype(ox_env_register_exithandler)>("ox_env_register_exithandler")(
-        [](void*) { onExit(); }, nullptr);
-    require(get<decltype(ox_env_open)>("ox_env_open")(settings) == OX_ERR_OK, "ox_env_open");
-  }
-  template <class Function>
-  Function* get(const char* name) const {
-    return reinterpret_cast<Function*>(dlsym(handle, name));
-  }
-  void close() const {
-    require(get<decltype(ox_env_close)>("ox_env_close")() == OX_ERR_OK, "ox_env_close");
-  }
-  void unload() const { require(dlclose(handle) == 0, "dlclose"); }
+// Not linked: the library is loaded and unloaded.
+template <class Function, class... Arguments>
+void call(const char* name, Arguments... arguments) {
+  require(reinterpret_cast<Function*>(dlsym(library, name))(arguments...) == OX_ERR_OK, name);
+}
 
-  static inline const Library* latest = nullptr;
-  void* const handle;
-};
+// `onExit` is to be set before.
+void open(const char* settings) {
+  library = dlopen(path, RTLD_NOW);
+  require(library != nullptr, "dlopen");
+  const ox_exit_cb_t callback = [](void*) { onExit(); };
+  call<decltype(ox_env_register_exithandler)>("ox_env_register_exithandler", callback, nullptr);
+  call<decltype(ox_env_open)>("ox_env_open", settings);
+}
+
+void close() {
+  call<decltype(ox_env_close)>("ox_env_close");
+}
+
+void awaitValue(const std::atomic<int>& variable, int value) {
+  while (variable != value) std::this_thread::yield();
+}
 
 }  // namespace
 
 int main(int, char** argv) {
-  const char* const path = argv[1];
+  path = argv[1];
   onExit = [] { require(false, "waiting"); };
   for (int round = 0; round < 20; ++round) {
-    const Library library(path, "exit_after=1000000");
-    library.close();
-    library.unload();
+    open("exit_after=1000000");
+    close();
+    dlclose(library);
   }
   require(dlopen(path, RTLD_NOW | RTLD_NOLOAD) == nullptr, "unloading");
 
-  std::atomic<int> handled{0};
+  std::atomic<int> stage{0};
   onExit = [&] {
-    Library::latest->close();
-    handled = 2;
+    close();
+    stage = 1;
     std::this_thread::sleep_for(20ms);
-    handled = 3;
+    stage = 2;
   };
-  const Library closedByHandler(path, "exit_after=1");
-  while (handled != 2) std::this_thread::yield();
-  closedByHandler.unload();
-  while (handled != 3) std::this_thread::yield();
+  open("exit_after=1");
+  awaitValue(stage, 1);
+  dlclose(library);
+  awaitValue(stage, 2);
 
   std::mutex mutex;
   std::unique_lock<std::mutex> held(mutex);
   onExit = [&] {
-    handled = 4;
+    stage = 3;
     const std::lock_guard<std::mutex> lock(mutex);
-    handled = 5;
+    stage = 4;
   };
-  const Library closedBeside(path, "exit_after=1");
-  while (handled != 4) std::this_thread::yield();
-  closedBeside.close();
-  closedBeside.unload();
+  open("exit_after=1");
+  awaitValue(stage, 3);
+  close();
+  dlclose(library);
   held.unlock();
-  while (handled != 5) std::this_thread::yield();
+  awaitValue(stage, 4);
   std::this_thread::sleep_for(20ms);  // the threads return from their handlers
 }
