@@ -26,7 +26,6 @@ void standin::closeListener(Listener& lsn, std::int32_t reason) {
 
 void standin::destroy(Listener& lsn) {
   detach(lsn);
-  lsn.stream.reset();
   environment().listeners.erase(lsn.handle);
   eraseFrom(lsn.conn->listeners, lsn);
 }

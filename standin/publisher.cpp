@@ -52,8 +52,6 @@ void standin::destroy(Publisher& pub) {
   for (auto at = outgoing.begin(); at != outgoing.end();) {
     at = at->second->owner == &pub ? outgoing.erase(at) : std::next(at);
   }
-  pub.stream.reset();
-  pub.scheme.reset();
   environment().publishers.erase(pub.handle);
   eraseFrom(pub.conn->publishers, pub);
 }
