@@ -6,8 +6,8 @@
 using oxli::fuzz::require;
 using oxutils::Base64;
 
-// The bytes as a text that somebody else wrote, then as data. Buffers have exactly the size that is
-// said to be needed: the sanitizer guards their ends, and those of the input.
+// Decodes the bytes, then encodes them. Buffers have exactly the size that the codec asks for, so
+// that the sanitizer notices every access past their ends.
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const char* const input = reinterpret_cast<const char*>(bytes);
 
@@ -15,15 +15,15 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   require(data.size() <= size / 4 * 3);
   require(Base64::decode(input, size, data.data()) == (size % 4 == 0 ? data.size() : 0));
 
-  std::vector<char> text(Base64::encode_len(input, size));
-  require(text.size() == (size + 2) / 3 * 4);
-  require(Base64::encode(input, size, text.data()) == text.size());
+  std::vector<char> encoded(Base64::encode_len(input, size));
+  require(encoded.size() == (size + 2) / 3 * 4);
+  require(Base64::encode(input, size, encoded.data()) == encoded.size());
 
-  data.resize(Base64::decode_len(text.data(), text.size()));
+  data.resize(Base64::decode_len(encoded.data(), encoded.size()));
   data.shrink_to_fit();
-  require(Base64::decode(text.data(), text.size(), data.data()) == size);
+  require(Base64::decode(encoded.data(), encoded.size(), data.data()) == size);
   require(data == std::vector<char>(input, input + size));
 
-  Base64::base64_cleanup();  // nothing may leak
+  Base64::base64_cleanup();  // releases what the codec allocated
   return 0;
 }

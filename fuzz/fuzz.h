@@ -11,8 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 namespace oxli::fuzz {
 
 // Ends the program, which libFuzzer reports with stack and input.
-inline void require(bool held) {
-  if (!held) std::abort();
+inline void require(bool condition) {
+  if (!condition) std::abort();
 }
 
 }  // namespace oxli::fuzz

@@ -15,11 +15,11 @@ using standin::Scheme;
 
 constexpr std::size_t kMaxFields = 4096;  // with those of nested messages
 
-volatile std::size_t sink;  // so that what is only read is read
+volatile std::size_t sink;  // so that the compiler keeps reads without another effect
 
-void readable(const char* text) {
-  require(text);
-  sink = std::strlen(text);
+void readable(const char* string) {
+  require(string);
+  sink = std::strlen(string);
 }
 
 template <class Node, class Check>
@@ -71,7 +71,7 @@ class Walker {
   }
 
  private:
-  // How many fields its message has: one that has been walked already, for none is walked twice.
+  // Returns the number of fields of the nested message, which is listed and walked before.
   std::size_t field(const ox_field_desc_t& field) const {
     readable(field.desc);
     const standin::Type type = standin::typeOf(field.type).value_or(standin::Type{});
@@ -107,7 +107,8 @@ void check(const Scheme& scheme) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   try {
-    check(Scheme(std::string(bytes, bytes + size).c_str()));  // callers pass no zero bytes
+    const std::string input(bytes, bytes + size);
+    check(Scheme(input.substr(0, input.find('\0'))));
   } catch (const standin::Refusal& refusal) {
     require(refusal.code == OX_ERR_INVALIDARGUMENT && !refusal.reason.empty());
   }

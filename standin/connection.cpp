@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::size_t kDefaultQueueLimit = 1000000;
 
-// Releases the right to deliver for a connection.
+// The right to deliver for a connection, until the end of the scope.
 class Turn {
  public:
   explicit Turn(Connection& conn) REQUIRES(sMutex) : conn_(conn) {
@@ -32,7 +32,7 @@ MessagePtr timeMessage() {
       std::int64_t{std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count()});
 }
 
-// Queues the messages that are due by the clock; returns when the next one is.
+// Queues the messages that are due by the clock. Returns the time of the next one.
 Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) REQUIRES(sMutex) {
   auto next = Clock::time_point::max();
   for (const auto& lsn : conn.listeners) {
@@ -58,7 +58,7 @@ Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) REQUIRES(s
   return next;
 }
 
-// Waits until something is queued, or the time is over, or the connection is closed.
+// Waits until something is queued, the time is over, or the connection is closed.
 void awaitItems(Connection& conn, Clock::time_point until) REQUIRES(sMutex) {
   while (conn.isOpen()) {
     const auto now = Clock::now();
@@ -68,7 +68,8 @@ void awaitItems(Connection& conn, Clock::time_point until) REQUIRES(sMutex) {
   }
 }
 
-// Delivers what is queued when it begins; what callbacks post meanwhile must not keep it going.
+// Delivers as many items as are queued at the beginning, so that callbacks which post do not
+// prolong it.
 int deliverQueued(Connection& conn) REQUIRES(sMutex) {
   for (auto left = conn.queue.size(); left > 0 && !conn.queue.empty() && conn.isOpen();) {
     const auto before = conn.queue.size();
@@ -118,7 +119,7 @@ int ox_conn_close(ox_conn_t* handle) {
     require(conn.isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     conn.state = kClosed;
     conn.changed.notifyAll();
-    // Copies: callbacks may make, open and destroy objects of this connection.
+    // Copies, because callbacks may make and destroy objects of this connection.
     const auto publishers = conn.publishers;
     for (const auto& lsn : std::vector(conn.listeners)) {
       if (lsn->state != kClosed) closeListener(*lsn, kConnectionClosed);

@@ -1,5 +1,5 @@
-// Steers the stand-in gateway from tests and benchmarks; nothing else may include it. Every
-// function may be called from any thread, inside a callback too.
+// Controls the stand-in gateway from tests and benchmarks; nothing else includes it. Any thread may
+// call these functions, also from inside a callback.
 #ifndef OXLI_STANDIN_CONTROL_H
 #define OXLI_STANDIN_CONTROL_H
 
@@ -14,8 +14,8 @@ namespace standin {
 
 // Flags of ox_pub_post.
 enum PostFlags : int {
-  kReplyWanted = 1,   // no reply within the publisher's `reply_timeout`: OX_MSG_ZRMQ_TIMEOUT
-  kClearDeleted = 2,  // drops the rows of the record's message older than its `rev`
+  kReplyWanted = 1,   // OX_MSG_ZRMQ_TIMEOUT unless a reply arrives within `reply_timeout`
+  kClearDeleted = 2,  // removes the rows of the record's message with a lower revision
 };
 
 // Values of ox_conn_getstate, ox_lsn_getstate and ox_pub_getstate.
@@ -29,36 +29,37 @@ enum States : int {
 // Payload of OX_MSG_CLOSE.
 enum CloseReasons : int { kClosedByOwner = 0, kStreamClosed = 1, kConnectionClosed = 2 };
 
-// Result codes of the stand-in gateway's own.
+// Result codes that only the stand-in gateway has.
 enum ResultCodes : int {
-  kQueueFull = 0x70001,  // a post does not fit into a connection's queue, and reaches nobody
+  kQueueFull = 0x70001,  // a post exceeds the queue_limit of a connection; no listener gets it
 };
 
-// The next call of `function` ("ox_conn_open") returns `code`, once, and does nothing else.
+// The next call of `function`, such as "ox_conn_open", does nothing but return `code`.
 void failNext(const char* function, int code);
 // The next call of `function` runs `body` first, on its thread and without a lock, as a callback
 // that the gateway makes during the call would run.
 void runDuringNext(const char* function, std::function<void()> body);
 
-// Queues the caller's own record, which stays valid until it has been delivered `times` times: the
-// listener's connection hands over the very pointer, whatever the listener's state. Closing or
-// destroying the listener drops it. Its z-fields are not known: posting it again, or a message that
-// refers to it, copies no block. False when the listener is not alive.
+// Queues a record of the caller, which stays valid until it has been delivered `times` times. The
+// listener receives this very pointer, whatever its state; closing or destroying it discards the
+// record. No scheme describes the record: if it is posted, listeners get a parse error, and a post
+// that refers to it copies none of its blocks. Returns false if the listener does not exist.
 bool deliver(ox_listener_t* lsn, const ox_msg_t* record, std::size_t times = 1);
-// Calls the listener at once on this thread, outside any ox_ call; its result, or
-// OX_ERR_INVALIDARGUMENT when it is not alive.
+// Calls the listener on this thread, outside any ox_ call. Returns its result, or
+// OX_ERR_INVALIDARGUMENT if it does not exist.
 int deliverNow(ox_listener_t* lsn, ox_msg_t* record);
 
-// What was called and logged while recording was on: `ox_conn_open "a=1"`, `info: text`.
+// What was called and logged while recording was on, as `ox_conn_open "a=1"` and `info: line`.
 void recordCalls(bool on);
 std::vector<std::string> calls();
 std::vector<std::string> logLines();
 void clearCalls();
 
-// Connections, listeners, publishers, outgoing messages, streams and schemes.
+// The number of connections, listeners, publishers, outgoing messages, streams and schemes.
 std::size_t liveObjects();
 
-// Raises the exit event on a new thread and waits for it; false when no handler is registered.
+// Raises the exit event on a new thread and waits for it. Returns false if no handler is
+// registered.
 bool raiseExit();
 
 }  // namespace standin

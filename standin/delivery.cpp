@@ -6,7 +6,7 @@
 namespace standin {
 namespace {
 
-// A delivery that this thread is inside of.
+// A call of a listener on this thread.
 struct Frame {
   const ox_msg_t* record;
   std::uint32_t type;  // the receiver may overwrite the record's
@@ -37,7 +37,7 @@ void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message, bool posted)
   Connection& conn = *lsn.conn;
   conn.queue.push_back({lsn.shared_from_this(), type, std::move(message), posted});
   if (posted) ++conn.posted;
-  // A thread waits for messages only while there is none.
+  // Threads wait only while the queue is empty.
   if (conn.queue.size() == 1) conn.changed.notifyAll();
 }
 
@@ -70,7 +70,7 @@ int callListener(const Item& item) {
   std::string state;
   if (!item.record) handed->type = item.type;
   if (item.type == OX_MSG_OPEN && lsn.state == kOpening) lsn.state = kActive;
-  // Before the callback, which may open the listener again.
+  // Before the callback, because it may open the listener again.
   if (item.type == OX_MSG_CLOSE) lsn.state = kClosed;
   if (item.type == OX_MSG_STREAM_DATA) lsn.seen = record.row.rev;
   if (item.type == OX_MSG_ZRREPL_STATE) {

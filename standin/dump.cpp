@@ -7,7 +7,7 @@ using namespace standin;
 
 namespace {
 
-// The scheme with that description; null if there is none, so that no other address is read.
+// The scheme whose description is at that address; null for any other address, which is not read.
 const Scheme* schemeAt(std::int64_t address) REQUIRES(sMutex) {
   for (const auto& [string, scheme] : environment().schemes) {
     const std::shared_ptr<const Scheme> alive = scheme.lock();
@@ -16,13 +16,13 @@ const Scheme* schemeAt(std::int64_t address) REQUIRES(sMutex) {
   return nullptr;
 }
 
-// Not recursive: messages may be nested thousands of levels deep.
+// Not recursive, because messages may be nested thousands of levels deep.
 void addFields(std::string& lines, const ox_message_desc_t& message, const char* data,
                const ox_msg_streamdata_t* row) {
   struct Level {
     const ox_field_desc_t* next;
     const char* data;
-    std::size_t prefix;  // length of what `name` begins with
+    std::size_t prefix;  // length of the prefix in `name`
   };
   std::vector<Level> levels = {{message.fields, data, 0}};
   std::string name;

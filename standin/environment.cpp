@@ -37,8 +37,8 @@ void startExitThread(std::chrono::milliseconds delay) REQUIRES(sMutex) {
   });
 }
 
-// When it returns, the thread has ended. One that is still raising the event has not; the library
-// then stays loaded for it.
+// Waits until the thread has ended. It does not wait for itself, nor longer than kHandlerWait for
+// the exit handler; the library then stays loaded, so that the thread can return.
 void endExitThread() REQUIRES(sMutex) {
   const std::shared_ptr<ExitThread> exit = std::move(environment().exitThread);
   if (!exit) return;
@@ -65,8 +65,8 @@ Mutex sMutex;
 static_assert(std::is_trivially_destructible_v<Mutex>, "used while the process ends");
 
 Environment& environment() {
-  static Environment& lasting = *new Environment;
-  return lasting;
+  static Environment& instance = *new Environment;
+  return instance;
 }
 
 void requireOpenEnvironment() {
@@ -98,7 +98,7 @@ int ox_env_open(const char* string) {
     settings.add(string);
     openLog(settings.extract("log"));
     const auto exitAfter = settings.extractNumber<std::uint32_t>("exit_after", 0);
-    settings.extract("platform");  // which a Java host adds
+    settings.extract("platform");  // added by Java hosts
     if (exitAfter > 0) startExitThread(std::chrono::milliseconds(exitAfter));
     env.open = true;
     writeLog("info", "stand-in gateway: its streams end with this process");

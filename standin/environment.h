@@ -18,11 +18,10 @@
 
 namespace standin {
 
-// Handles are counters cast to pointers. They are never reused, so that a stale or made-up handle
-// is not found.
+// Handles are counters cast to pointers. They are never reused, so a stale or made-up handle fails
+// the lookup.
 template <class Handle, class T>
 struct Table : std::unordered_map<Handle*, std::shared_ptr<T>> {
-  // Refuses an unknown handle.
   std::shared_ptr<T> get(Handle* handle) const {
     const auto found = this->find(handle);
     require(found != this->end(), "the handle is stale or made up");
@@ -51,7 +50,7 @@ struct Environment {
   Table<ox_listener_t, Listener> listeners GUARDED_BY(sMutex);
   Table<ox_publisher_t, Publisher> publishers GUARDED_BY(sMutex);
   std::unordered_map<const ox_msg_t*, std::unique_ptr<Outgoing>> outgoing GUARDED_BY(sMutex);
-  // The streams and schemes that are alive, which remove themselves.
+  // Streams and schemes remove themselves when they are destroyed.
   std::map<std::string, std::weak_ptr<Stream>> streams GUARDED_BY(sMutex);        // by name
   std::map<std::string, std::weak_ptr<const Scheme>> schemes GUARDED_BY(sMutex);  // by string
   std::FILE* log GUARDED_BY(sMutex) = nullptr;
@@ -60,8 +59,8 @@ struct Environment {
   void* exitData GUARDED_BY(sMutex) = nullptr;
   std::shared_ptr<ExitThread> exitThread GUARDED_BY(sMutex);
 
-  // What tests prepare and read. `watched` says that they do, so that other calls do not acquire
-  // the lock for it.
+  // For control.h. `watched` is true while calls are recorded or failures prepared, so that other
+  // calls acquire no lock to find out.
   std::atomic<bool> watched{false};
   bool recording GUARDED_BY(sMutex) = false;
   std::map<std::string, int> failures GUARDED_BY(sMutex);
@@ -75,7 +74,7 @@ Environment& environment();
 
 void requireOpenEnvironment() REQUIRES(sMutex);
 
-// Calls the registered exit callback on this thread; false if there is none.
+// Calls the exit callback on this thread. Returns false if none is registered.
 bool raiseExitEvent() EXCLUDES(sMutex);
 
 // Runs what was prepared for the call and records it. Returns the code of a failure that was
@@ -83,11 +82,11 @@ bool raiseExitEvent() EXCLUDES(sMutex);
 std::optional<int> noteCall(const char* function, std::initializer_list<const char*> strings)
     EXCLUDES(sMutex);
 
-// The result of a function whose exception is being handled; the log gets the reason.
+// Logs the exception that is being handled, and returns the result code for it.
 int resultOfFailure(const char* function) noexcept EXCLUDES(sMutex);
 
 // The boundary of every ox_ function: no exception leaves it. The body returns a result code, or
-// nothing if it succeeds.
+// void for OX_ERR_OK.
 template <class Body>
 int call(const char* function, std::initializer_list<const char*> strings, Body&& body) noexcept {
   try {

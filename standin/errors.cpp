@@ -1,4 +1,4 @@
-// What a function that fails returns, logs and says.
+// The result codes and log lines of calls that fail.
 #include <exception>
 
 #include "standin/control.h"
@@ -20,8 +20,8 @@ int resultOfFailure(const char* function) noexcept {
     }
     const MutexLock lock(sMutex);
     if (isLogging()) writeLog("error", std::string(function) + ": " + oneLine(reason));
-    if (!environment().open) closeLog();  // of an environment that was refused
-  } catch (...) {                         // The line is lost; the code is not.
+    if (!environment().open) closeLog();  // of an ox_env_open that is refused
+  } catch (...) {                         // no memory for the line
   }
   return code;
 }

@@ -7,7 +7,7 @@ using namespace standin;
 
 namespace {
 
-// Afterwards nothing is queued for the listener, and nothing will be.
+// Removes the listener from its stream and discards what is queued for it.
 void detach(Listener& lsn) REQUIRES(sMutex) {
   if (lsn.stream) lsn.stream->unfollow(lsn);
   discardQueued(lsn);
@@ -86,7 +86,7 @@ int ox_lsn_getstate(ox_listener_t* handle, int32_t* state) {
 int ox_lsn_getscheme(ox_listener_t* handle, ox_scheme_desc_t** scheme) {
   return call(__func__, {}, handle, [&](const Listener& lsn) REQUIRES(sMutex) -> int {
     require(scheme, "the scheme's out-parameter is null");
-    // Nothing for the log: a host asks before each message, and no publisher may have joined yet.
+    // Not logged: hosts ask for each message, and there may be no publisher yet.
     if (!lsn.stream || !lsn.stream->scheme()) return OX_ERR_INVALIDSTATE;
     *scheme = const_cast<ox_scheme_desc_t*>(&lsn.stream->scheme()->description);
     return OX_ERR_OK;

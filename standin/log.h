@@ -8,17 +8,17 @@
 
 namespace standin {
 
-// Opens the log that the setting `log` names, which may be empty. A refusal leaves a log on
+// Opens the log that the setting `log` names; none if it is empty. If it refuses, the log is
 // standard error.
 void openLog(const std::string& setting) REQUIRES(sMutex);
 void closeLog() REQUIRES(sMutex);
 
-// Whether a line is read by anybody: lines that take time to make are made only then.
+// Whether anything reads the log; costly lines are made only then.
 bool isLogging() REQUIRES(sMutex);
 void writeLog(const char* level, const std::string& line) REQUIRES(sMutex);
 // Writes a line for each key that was not extracted.
 void logUnknown(const char* function, const Settings& settings) REQUIRES(sMutex);
-// `string` on one line, and no longer than anybody reads.
+// The first 1000 characters of `string`, without line ends.
 std::string oneLine(const std::string& string);
 
 }  // namespace standin

@@ -5,12 +5,12 @@
 namespace standin {
 namespace {
 
-// Copies the blocks of the payload, and points its descriptors to the copies.
+// Copies the blocks of a payload and makes its descriptors point to the copies.
 void copyBlocks(Message::Bytes& bytes, const ox_msg_streamdata_t* row) {
   if (!bytes.description) return;
   for (const auto& [offset, field] : bytes.description->zFields) {
     ox_zblock_t block;
-    // The host may have made the payload shorter.
+    // The host may have reduced the size of the payload.
     if (offset + sizeof block > bytes.payload.size()) break;
     char* const descriptor = &bytes.payload[offset];
     std::memcpy(&block, descriptor, sizeof block);

@@ -11,9 +11,9 @@
 
 namespace standin {
 
-// Memory for any record. What they all begin with may be read through any of them.
+// Memory for any record. What all records begin with may be read through any member.
 union Record {
-  ox_msg_streamdata_t row;  // the widest: clears the others too
+  ox_msg_streamdata_t row;  // the largest: initialises all
   ox_msg_data_t data;
   ox_msg_t head;
 };
@@ -41,7 +41,7 @@ bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field);
 // both, as the descriptions say. Refuses a block with a size and no address.
 MessagePtr copyOf(const Record& record, const Description& own = {}, const Description& ofRef = {});
 
-// Makes a message of the gateway's own.
+// Makes a message that no publisher posted.
 MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size,
                        const char* name = "", std::uint32_t userId = 0);
 template <class Payload>

@@ -1,6 +1,6 @@
-// Connections, listeners, publishers and outgoing messages. One lock guards them all. It is
-// released while a callback of the host runs, and any object may be destroyed meanwhile: who calls
-// back has a shared_ptr to it.
+// Connections, listeners, publishers and outgoing messages. One mutex guards them all. It is
+// released while a callback runs, which may destroy any of them: the caller of a callback has a
+// shared_ptr to each object that it uses afterwards.
 #ifndef OXLI_STANDIN_OBJECTS_H
 #define OXLI_STANDIN_OBJECTS_H
 
@@ -31,7 +31,7 @@ struct Object {
   bool isOpen() const REQUIRES(sMutex) { return state == kOpening || state == kActive; }
 
   Handle* handle = nullptr;
-  Settings settings GUARDED_BY(sMutex);  // that it was made with
+  Settings settings GUARDED_BY(sMutex);  // given when it was made
   States state GUARDED_BY(sMutex) = kClosed;
 };
 
@@ -41,7 +41,7 @@ struct Listener : Object<ox_listener_t>, std::enable_shared_from_this<Listener> 
   void* data = nullptr;
   std::shared_ptr<Stream> stream GUARDED_BY(sMutex);  // of the latest open
   bool replica GUARDED_BY(sMutex) = false;
-  std::chrono::milliseconds interval GUARDED_BY(sMutex){};  // of time messages; 0: none
+  std::chrono::milliseconds interval GUARDED_BY(sMutex){};  // of time messages; 0 for none
   Clock::time_point nextTime GUARDED_BY(sMutex);
   std::int64_t seen GUARDED_BY(sMutex) = 0;  // revision of the latest row delivered
 };
@@ -55,19 +55,19 @@ struct Publisher : Object<ox_publisher_t> {
   std::shared_ptr<Connection> conn;
   bool replica GUARDED_BY(sMutex) = false;
   std::chrono::milliseconds replyTimeout GUARDED_BY(sMutex){};
-  // By serial number, hence by deadline too.
+  // By serial number, which is also the order of the deadlines.
   std::map<std::uint64_t, AwaitedReply> awaited GUARDED_BY(sMutex);
   std::shared_ptr<Stream> stream GUARDED_BY(sMutex);        // of the latest open
-  std::shared_ptr<const Scheme> scheme GUARDED_BY(sMutex);  // its own; null until it has one
+  std::shared_ptr<const Scheme> scheme GUARDED_BY(sMutex);  // null until it is given one
 };
 
 // A message in the queue of a connection.
 struct Item {
   std::shared_ptr<Listener> lsn;
-  std::uint32_t type = 0;      // 0: the record of control.h's deliver()
-  MessagePtr message{};        // null: there is nothing but the type
+  std::uint32_t type = 0;      // 0 for a record of deliver()
+  MessagePtr message{};        // null for a message without a payload
   bool posted = false;         // counts towards the queue's limit
-  ox_msg_t* record = nullptr;  // that of deliver()
+  ox_msg_t* record = nullptr;  // of deliver()
   std::size_t times = 1;
 };
 
@@ -77,8 +77,8 @@ struct Connection : Object<ox_conn_t> {
   std::deque<Item> queue GUARDED_BY(sMutex);
   std::size_t queueLimit GUARDED_BY(sMutex) = 0;  // of posted items
   std::size_t posted GUARDED_BY(sMutex) = 0;      // items in `queue`
-  std::size_t incoming GUARDED_BY(sMutex) = 0;    // items of the post that is looked at
-  std::thread::id deliverer GUARDED_BY(sMutex);   // inside ox_conn_process; none: {}
+  std::size_t incoming GUARDED_BY(sMutex) = 0;    // items of the post that is being checked
+  std::thread::id deliverer GUARDED_BY(sMutex);   // inside ox_conn_process; {} for none
   Condition changed;
 };
 
@@ -95,12 +95,12 @@ struct Outgoing {
 void closeListener(Listener& lsn, std::int32_t reason) REQUIRES(sMutex);
 void closePublisher(Publisher& pub) REQUIRES(sMutex);
 
-// These call nobody back. The handles are stale afterwards.
+// These call no listener. The handles are stale afterwards.
 void destroy(Listener& lsn) REQUIRES(sMutex);
 void destroy(Publisher& pub) REQUIRES(sMutex);
 void destroy(Connection& conn) REQUIRES(sMutex);
 
-// Whether the setting `mode` is that of a replicated stream. Refuses any other.
+// Whether the setting `mode` is given, as `replica`. Refuses any other value.
 bool extractReplica(Settings& settings);
 
 template <class T, class U>

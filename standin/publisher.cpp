@@ -7,8 +7,8 @@ using namespace standin;
 
 namespace {
 
-// The setting `scheme`; null if it is missing. One object for equal strings, so that schemes are
-// told apart by their addresses.
+// The setting `scheme`; null if it is missing. Equal strings share one object, so that schemes are
+// compared by their addresses.
 std::shared_ptr<const Scheme> extractScheme(Settings& settings) REQUIRES(sMutex) {
   if (!settings.has("scheme")) return nullptr;
   const std::string string = settings.extractNested("scheme");
@@ -35,7 +35,7 @@ std::shared_ptr<const Scheme> schemeOf(const Publisher& pub) REQUIRES(sMutex) {
 
 void await(Publisher& pub, std::uint64_t serial, std::uint32_t userId) REQUIRES(sMutex) {
   pub.awaited[serial] = {Clock::now() + pub.replyTimeout, userId};
-  pub.conn->changed.notifyAll();  // a wait may have to end earlier now
+  pub.conn->changed.notifyAll();  // a waiting thread may have to wake earlier now
 }
 
 }  // namespace
@@ -73,7 +73,7 @@ int ox_pub_open(ox_publisher_t* handle, const char* string) {
     Settings settings = pub.settings;
     settings.add(string);
     const std::shared_ptr<const Scheme> given = extractScheme(settings);
-    // Another one would release descriptions that the host may use.
+    // Another one would release descriptions that the host may be using.
     require(!pub.scheme || !given || given == pub.scheme, "the publisher has another scheme");
     const std::shared_ptr<const Scheme> scheme = pub.scheme ? pub.scheme : given;
     const std::chrono::milliseconds timeout(
@@ -168,7 +168,7 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
     const std::uint64_t serial = ++environment().lastSerial;
     record.head.reserved = serial;
     pub.stream->post(known, ref.description);
-    // A message that refers to one which was delivered is its reply.
+    // A message that refers to a delivered one is the reply to it.
     if (refers && !ref.outgoing) {
       for (const auto& [other, asking] : environment().publishers) {
         asking->awaited.erase(ref.record.head.reserved);

@@ -11,12 +11,12 @@ namespace {
 
 constexpr std::size_t kMaxPayload = std::size_t{1} << 20;
 constexpr std::size_t kDecimalSize = 9;
-// Of a list, and fields of a message, those of nested ones included: their number can double with
-// every level of nesting.
+// Limit of the items of a list, and of the fields of a message with those of its nested messages,
+// whose number can double with every level.
 constexpr std::size_t kMaxItems = 4096;
 
-// "name:rest" as its two halves; without a colon the second one is empty.
-std::pair<std::string, std::string> halves(const std::string& item) {
+// The two parts of "name:rest"; without a colon the second one is empty.
+std::pair<std::string, std::string> splitAtColon(const std::string& item) {
   const std::size_t colon = item.find(':');
   if (colon == std::string::npos) return {item, {}};
   return {item.substr(0, colon), item.substr(colon + 1)};
@@ -31,7 +31,7 @@ bool isKnownType(std::uint32_t code) {
   return std::find(std::begin(kKnown), std::end(kKnown), code) != std::end(kKnown);
 }
 
-// The bits of an integer of that type; nothing if the digits are not one.
+// The bits of an integer of that type; empty if the digits are not one.
 std::optional<std::int64_t> toInteger(Type type, const std::string& digits) {
   std::optional<std::int64_t> number = toNumber<std::int64_t>(digits);
   if (type.kind == 'u') {
@@ -51,7 +51,7 @@ class MessageReader {
     message_.index = source.extractNumber("noindex", 0) ? UNKEYED_INDEX : message_.position;
     message_.id = source.extractNumber("id", UNKEYED_ID);
     message_.code = source.extractNumber<std::uint32_t>("code", 0);
-    // A record of a known type would have to be laid out as one, and do what it does.
+    // A record of a known type must have the layout of that type.
     if (isKnownType(message_.code)) {
       source.refuse("code=" + std::to_string(message_.code) + " is that of a known type");
     }
@@ -60,7 +60,7 @@ class MessageReader {
     record_.desc = arena_.copy(source.extract("desc"));
     record_.hints = readHints(source);
     for (const std::string& item : source.extractList("fields", kMaxItems)) {
-      const auto [field, type] = halves(item);
+      const auto [field, type] = splitAtColon(item);
       readField(field, type, source.extractBlock("field." + field));
     }
     ZFields& zFields = message_.zFields;
@@ -106,7 +106,7 @@ class MessageReader {
   void nest(ox_field_desc_t& field, Settings& source) {
     const std::string name = source.extract("message");
     const Scheme::Message* const nested = scheme_.find(OX_KEY_NAME, name.c_str());
-    // Only a message listed earlier, so that none contains itself.
+    // Listed before, so that no message contains itself.
     if (!nested) source.refuse("no message " + name + " is listed before this one");
     field.msg = const_cast<ox_message_desc_t*>(&nested->description);
     field.size = nested->description.size;
@@ -120,7 +120,7 @@ class MessageReader {
     ox_field_value_desc_t** end = &field.values;
     const Settings values = source.extractBlock("values");
     for (const auto& [name, meaning] : values.left()) {
-      const auto [digits, desc] = halves(meaning);
+      const auto [digits, desc] = splitAtColon(meaning);
       const std::optional<std::int64_t> number = toInteger(type, digits);
       if (!number)
         values.refuse(name + '=' + meaning + " does not begin with a number of its type");
@@ -141,7 +141,7 @@ class MessageReader {
     ox_index_field_desc_t** end = &index.fields;
     std::size_t size = 0;
     for (const std::string& item : source.extractList("fields", kMaxItems)) {
-      const auto [fieldName, param] = halves(item);
+      const auto [fieldName, param] = splitAtColon(item);
       const auto found = fields_.find(fieldName);
       if (found == fields_.end()) source.refuse("no field " + fieldName);
       const std::optional<std::int32_t> number =
@@ -160,7 +160,7 @@ class MessageReader {
   }
 
   void addToKey(const ox_field_desc_t& field, const Settings& source) {
-    // The key of a row must not be the address of one post's copy.
+    // A descriptor is the address of a copy, which differs with each post.
     for (const auto& [offset, number] : message_.zFields) {
       if (offset + sizeof(ox_zblock_t) > field.offset && field.offset + field.size > offset) {
         source.refuse(std::string("field ") + field.name + " overlaps one of type z");
@@ -192,7 +192,8 @@ class MessageReader {
   std::size_t end_ = 0;  // of the field read last
 };
 
-// Same names, types and offsets. Of a nested message the name is enough: it is compared itself.
+// Compares names, types and offsets. Nested messages need the same name only, because covers()
+// compares them too.
 bool sameFields(const ox_message_desc_t& a, const ox_message_desc_t& b) {
   const ox_field_desc_t* left = a.fields;
   const ox_field_desc_t* right = b.fields;

@@ -1,4 +1,4 @@
-// Schemes: how a publisher lays out its messages, as records of the gateway library.
+// Schemes: the layout of messages, as records of the gateway library.
 #ifndef OXLI_STANDIN_SCHEME_H
 #define OXLI_STANDIN_SCHEME_H
 
@@ -22,16 +22,16 @@ struct Type {
   std::size_t size;  // in bytes; 0 for m
 };
 
-// Nothing if there is no such type.
+// Empty if there is no such type.
 std::optional<Type> typeOf(const std::string& string);
 // The integer at `data`, with its sign; an unsigned one of 8 bytes as its bits.
 std::int64_t integerAt(Type type, const void* data);
 
-// Where a payload holds descriptors of z-blocks: the offset, and the number of the message's own
-// field that is the descriptor or contains it. In order of the offsets; no two overlap.
+// The descriptors of z-blocks in a payload: the offset of each, and the number of the message's own
+// field that is the descriptor or contains it. Ordered by offset; they do not overlap.
 using ZFields = std::vector<std::pair<std::size_t, std::uint32_t>>;
 
-// Owns records of any type, which do not move.
+// Owns records of any type. They do not move.
 class Arena {
  public:
   template <class T>
@@ -41,7 +41,7 @@ class Arena {
     return *made;
   }
   const char* copy(const std::string& string) { return make(string).c_str(); }
-  // Appends to the list whose last link is `end`, which becomes the new node's.
+  // Appends a node to the list that `end` ends, and moves `end` to the link of the node.
   template <class Node>
   Node& append(Node**& end) {
     Node& added = make<Node>();
@@ -64,10 +64,10 @@ class Scheme : public std::enable_shared_from_this<Scheme> {
     std::uint32_t position = 0;
     std::uint64_t index = 0;  // `position` or UNKEYED_INDEX
     std::uint32_t id = UNKEYED_ID;
-    std::uint32_t code = 0;     // 0: the publisher's mode decides
+    std::uint32_t code = 0;     // type code of its records; 0 for that of the publisher's mode
     std::size_t numFields = 0;  // those of nested messages included
     ZFields zFields;
-    std::vector<const ox_field_desc_t*> key;  // the first index's fields; empty: rows have no key
+    std::vector<const ox_field_desc_t*> key;  // fields of the first index; empty if there is none
   };
 
   // Refuses an invalid string with OX_ERR_INVALIDARGUMENT.
@@ -84,7 +84,7 @@ class Scheme : public std::enable_shared_from_this<Scheme> {
 
  private:
   Arena arena_;
-  std::deque<Message> messages_;  // which do not move
+  std::deque<Message> messages_;  // a deque, because its elements do not move
   std::map<std::string, const Message*, std::less<>> byName_;
 };
 

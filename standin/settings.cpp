@@ -6,7 +6,7 @@ namespace standin {
 
 void Settings::add(const std::string& string) {
   if (pairs_.parse(string)) return;
-  // Its message ends with the entire string.
+  // The parser's message ends with the entire string.
   refuse(pairs_.lastError.substr(0, pairs_.lastError.find(". The entire string is")));
 }
 

@@ -14,7 +14,7 @@
 
 namespace standin {
 
-// Ends an ox_ function early: its result is `code`, and `reason` goes to the log.
+// Thrown to end an ox_ function with a result code. The log gets the reason.
 struct Refusal {
   int code;
   std::string reason;
@@ -24,7 +24,7 @@ inline void require(bool condition, const char* reason, int code = OX_ERR_INVALI
   if (!condition) throw Refusal{code, reason};
 }
 
-// The whole of `string` as a number; nothing if it is not one, or out of range.
+// The whole of `string` as a number; empty if it is not one, or out of range.
 template <class T>
 std::optional<T> toNumber(const std::string& string) {
   T value{};
@@ -34,12 +34,12 @@ std::optional<T> toNumber(const std::string& string) {
   return value;
 }
 
-// The pairs of settings strings. Reading a key extracts it: the keys that are left are unknown.
-// Refuses with OX_ERR_INVALIDARGUMENT, and names the place.
+// The pairs of settings strings. Reading a pair extracts it, so that unknown keys are left in the
+// end. Refusals have the code OX_ERR_INVALIDARGUMENT and name place and key.
 class Settings {
  public:
   Settings() = default;
-  // `place` is where the string stands; empty for the settings of an object.
+  // `place` is the key that the string is the value of; empty for the settings of an object.
   Settings(std::string place, const std::string& string) : place_(std::move(place)) { add(string); }
 
   // Adds the pairs of `string`; they replace those with the same keys.
@@ -49,9 +49,9 @@ class Settings {
   bool has(const std::string& key) const { return pairs_.has(key); }
   // Empty if the key is missing.
   std::string extract(const std::string& key);
-  // The items of a comma-separated list, none of them empty; at most `limit`.
+  // The items of a comma-separated list. Refuses empty items, and more than `limit`.
   std::vector<std::string> extractList(const std::string& key, std::size_t limit);
-  // The inside of a nested settings string, "?{...}" or quoted; empty if the key is missing.
+  // A nested settings string, without the braces of "?{...}"; empty if the key is missing.
   std::string extractNested(const std::string& key);
   Settings extractBlock(const std::string& key) { return {at(key), extractNested(key)}; }
   template <class T>

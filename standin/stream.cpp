@@ -8,8 +8,8 @@
 namespace standin {
 namespace {
 
-// Random, so that no state of an earlier stream, of another process too, resumes on this one. Never
-// 0, which a state without a life number has.
+// Random, so that the state of an earlier stream, also in another process, does not resume on this
+// one. Not 0, which is the default of a state without a life number.
 std::uint32_t newLifeNumber() {
   std::random_device system;
   for (;;) {
@@ -44,7 +44,7 @@ Stream::Stream(std::string name) : name_(std::move(name)), life_(newLifeNumber()
 Stream::~Stream() {
   auto& streams = environment().streams;
   const auto found = streams.find(name_);
-  // The name may be that of another stream by now.
+  // Another stream may have replaced this one.
   if (found != streams.end() && found->second.expired()) streams.erase(found);
 }
 
@@ -65,7 +65,7 @@ std::shared_ptr<Stream> Stream::join(const std::string& name,
       throw Refusal{OX_ERR_INVALIDARGUMENT,
                     "stream=" + name + " has open publishers with another layout"};
     }
-    stream->end();
+    stream->closeListeners();
     environment().streams.erase(name);
     stream = named(name);
   }
@@ -78,7 +78,7 @@ std::shared_ptr<Stream> Stream::join(const std::string& name,
 }
 
 void Stream::leave() {
-  if (--publishers_ == 0) end();
+  if (--publishers_ == 0) closeListeners();
 }
 
 void Stream::post(const KnownRecord& known, const Description& ofRef) {
@@ -163,7 +163,7 @@ void Stream::removeRows(std::uint32_t table, std::int64_t olderThan) {
   }
 }
 
-void Stream::end() {
+void Stream::closeListeners() {
   const MessagePtr close = makeMessage(OX_MSG_CLOSE, std::int32_t{kStreamClosed});
   for (Listener* lsn : std::exchange(listeners_, {})) {
     lsn->state = kClosing;
@@ -176,8 +176,8 @@ const Scheme* Stream::scheme() const {
   return schemes_.empty() ? nullptr : schemes_.front().get();
 }
 
-// The description that the stream's scheme has of a message; null if it has none, or if the host
-// has changed the message's size.
+// The description of a message in the stream's scheme; null if there is none, or if the host has
+// changed the size of the message.
 Description Stream::describe(const KnownRecord& known) const {
   const ox_msg_t& head = known.record.head;
   const Scheme::Message* const source = known.description.get();
@@ -210,7 +210,7 @@ void Stream::enqueueSnapshot(Listener& lsn, std::int64_t from) const {
           makeMessage(OX_MSG_ZRREPL_LIFENUM, ox_data_lifenum_t{life_, 0}));
   enqueue(lsn, OX_MSG_TN_BEGIN);
   for (const auto& [table, cleared] : cleared_) {
-    // A state of the revision at which rows were cleared may be from before or after that.
+    // A state with the revision at which rows were cleared may be older or newer than that.
     if (from > 0 && from <= cleared.at) {
       enqueue(lsn, OX_MSG_ZRREPL_CLEARDELETED, clearedMessage(table, cleared.oldest));
     }

@@ -14,12 +14,11 @@
 
 namespace standin {
 
-// A listener or publisher that was opened on a stream keeps it alive; it ends with the last of
-// them.
+// Publishers and listeners that were opened on a stream own it together.
 //
-// Publishers and listeners use it through the first two groups of functions. What they post comes
-// back through the third one: in this process at once, with the lock acquired by the thread that
-// posts. Only these functions change rows and fill queues.
+// They use the first two groups of functions. What arrives in the stream passes through the third
+// group, which alone changes rows and queues changes. A post in this process arrives at once, on
+// the thread that posts.
 class Stream {
  public:
   explicit Stream(std::string name);
@@ -27,41 +26,41 @@ class Stream {
   Stream& operator=(const Stream&) = delete;
   ~Stream() REQUIRES(sMutex);
 
-  // For publishers. join() returns the stream of that name for one more open publisher, whose
-  // scheme may be null. The stream's scheme must cover it; if no publisher is open, a stream made
-  // anew takes the place of one whose scheme does not. The last publisher that leaves ends the
-  // stream.
+  // For publishers. Finds or makes the stream of that name for one more open publisher, whose
+  // scheme may be null. If the stream's scheme does not cover it, it is refused while another
+  // publisher is open; otherwise the stream is replaced by a new one. When the last publisher
+  // leaves, the listeners are closed.
   static std::shared_ptr<Stream> join(const std::string& name,
                                       const std::shared_ptr<const Scheme>& scheme) REQUIRES(sMutex);
   void leave() REQUIRES(sMutex);
-  // Posts a copy of a record. A row that the stream's scheme does not describe is refused, any
-  // other such message becomes a parse error. Refused, too, if the queue of a receiver is full.
+  // Posts a copy of a record, unless the queue of a receiver is full. If the stream's scheme does
+  // not describe the record, a row is refused, and any other message becomes a parse error.
   void post(const KnownRecord& known, const Description& ofRef) REQUIRES(sMutex);
-  // Clears the rows of the record's message that are older than the record's revision.
+  // Removes the rows of the record's message whose revisions are lower than the record's.
   void clear(const KnownRecord& known) REQUIRES(sMutex);
 
-  // For listeners. follow() returns the stream of that name, made if there is none, and queues what
-  // the listener gets first: a replica all rows, or with the stream's life number in `life` what
-  // has changed since the revision `seen`.
+  // For listeners. Finds or makes the stream of that name and queues what the listener gets first.
+  // A replica gets all rows; if `life` is the life number of the stream, it gets what has changed
+  // since the revision `seen`.
   static std::shared_ptr<Stream> follow(const std::string& name, Listener& lsn, std::uint32_t life,
                                         std::int64_t seen) REQUIRES(sMutex);
   void unfollow(Listener& lsn) REQUIRES(sMutex);
-  // The string with which a replica resumes that has seen the rows up to `seen`.
+  // The setting `replstate` of a replica that has received the rows up to the revision `seen`.
   std::string replState(std::int64_t seen) const;
 
-  // What arrives, for the listeners. A row has a revision later than the row before.
+  // What arrives. The revision of a row is higher than that of the row before.
   void addMessage(const MessagePtr& message) REQUIRES(sMutex);
   void addRow(const MessagePtr& row) REQUIRES(sMutex);
   void removeRows(std::uint32_t table, std::int64_t olderThan) REQUIRES(sMutex);
-  void end() REQUIRES(sMutex);  // closes the listeners
+  void closeListeners() REQUIRES(sMutex);
 
-  // Null as long as no publisher with a scheme has joined.
+  // Null until a publisher with a scheme has joined.
   const Scheme* scheme() const REQUIRES(sMutex);
 
  private:
   struct Cleared {
-    std::int64_t oldest = 0;  // no row has a lower revision
-    std::int64_t at = 0;      // the stream's revision when rows were cleared
+    std::int64_t oldest = 0;  // the lowest revision that a row can have
+    std::int64_t at = 0;      // the revision of the stream when rows were cleared
   };
 
   static std::shared_ptr<Stream> named(const std::string& name) REQUIRES(sMutex);
@@ -71,7 +70,7 @@ class Stream {
 
   const std::string name_;
   const std::uint32_t life_;
-  // The first publisher's is the stream's; it covers the others, whose descriptions stay valid.
+  // The first one is the stream's, and covers the others.
   std::vector<std::shared_ptr<const Scheme>> schemes_ GUARDED_BY(sMutex);
   std::vector<Listener*> listeners_ GUARDED_BY(sMutex);
   std::size_t publishers_ GUARDED_BY(sMutex) = 0;

@@ -1,5 +1,6 @@
-// Which lock guards what, as attributes that clang checks with -Wthread-safety; other compilers
-// ignore them. Locks that carry the attributes, because those of the standard library do not.
+// Attributes that say which mutex guards what, for clang's -Wthread-safety; empty for other
+// compilers. A mutex, its scoped locks and a condition with these attributes, because those of the
+// standard library have none.
 #ifndef OXLI_STANDIN_THREAD_ANNOTATIONS_H
 #define OXLI_STANDIN_THREAD_ANNOTATIONS_H
 
@@ -56,19 +57,19 @@ class SCOPED_CAPABILITY MutexUnlock {
   Mutex& mutex_;
 };
 
-// Wakes threads that wait with a mutex released.
+// A condition variable. Waiting releases the mutex.
 class Condition {
  public:
   void notifyAll() { condition_.notify_all(); }
 
-  // May wake early.
+  // May return early.
   template <class Time>
   void waitUntil(Mutex& mutex, Time until) REQUIRES(mutex) {
     std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
     condition_.wait_until(lock, until);
     lock.release();
   }
-  // Whether `done` came true in time. It must not throw.
+  // Returns whether `done` returned true in time. REQUIRES: `done` does not throw.
   template <class Time, class Done>
   bool waitUntil(Mutex& mutex, Time until, Done done) REQUIRES(mutex) {
     std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);

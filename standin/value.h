@@ -5,7 +5,7 @@
 
 namespace standin {
 
-// The value of a field of that type as a string; refuses types that have none, such as m.
+// The value at `data`, of a field type such as "i4", as a string. Refuses m and unknown types.
 std::string valueString(const std::string& type, const void* data);
 
 }  // namespace standin

@@ -1,4 +1,4 @@
-// The stand-in gateway through its C functions alone; test/native and test/java drive it further.
+// Tests the stand-in gateway through its C functions.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -104,9 +104,9 @@ class StandinTest : public ::testing::Test {
   int process(int timeout = 0) const { return ox_conn_process(conn, timeout, nullptr); }
   std::string received(int timeout = 0) {
     EXPECT_EQ(OX_ERR_OK, process(timeout));
-    return take();
+    return flush();
   }
-  std::string take() { return std::exchange(inbox.words, {}); }
+  std::string flush() { return std::exchange(inbox.words, {}); }
   // A result, and what log lines say of it: those since this was called last.
   static std::string logged(int result) {
     std::string what = result == OX_ERR_OK                ? "ok"
@@ -312,7 +312,7 @@ TEST_F(StandinTest, ReplicaGetsSnapshotChangesAndResumes) {
 
   post(pub, "D");
   EXPECT_EQ(OX_ERR_OK, ox_lsn_close(inbox.lsn));
-  EXPECT_EQ("rev=4 close0", take());
+  EXPECT_EQ("rev=4 close0", flush());
   const std::string quoted = "mode=replica;replstate=\"" + inbox.state + '"';
   ASSERT_EQ(OX_ERR_OK, ox_lsn_open(inbox.lsn, quoted.c_str()));
   EXPECT_EQ("open life { clear1 D#5 } online", received());
@@ -547,7 +547,7 @@ TEST_F(StandinTest, UnansweredRequestTimesOut) {
     ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, &msg->head, standin::kReplyWanted));
     EXPECT_EQ(OX_ERR_OK, process());
   }
-  EXPECT_EQ("open A/1 B/0->A/1 A/2", take());
+  EXPECT_EQ("open A/1 B/0->A/1 A/2", flush());
   EXPECT_EQ("timeout2", received(1000000));
   ox_publisher_t* closed = publish(kScheme + "reply_timeout=0");
   ASSERT_EQ(OX_ERR_OK, ox_pub_post(closed, &make(closed, "C")->head, standin::kReplyWanted));
@@ -600,7 +600,7 @@ TEST_F(StandinTest, ProcessStopsAtAResultAndNests) {
     return &msg == &record && ++number == 6 ? 78 : 0;
   };
   EXPECT_EQ(79, process());
-  EXPECT_EQ("open close4 close5", take());
+  EXPECT_EQ("open close4 close5", flush());
   inbox.on = [&](ox_msg_t&) {
     post(pub, "A");  // without end, if the call delivered it too
     return 0;
@@ -634,7 +634,7 @@ TEST_F(StandinTest, OneThreadAtATimeDelivers) {
   std::this_thread::sleep_for(20ms);  // the thread waits for a message
   post(pub, "B");
   next.join();
-  EXPECT_EQ("open A/0 B/0", take());
+  EXPECT_EQ("open A/0 B/0", flush());
 }
 
 TEST_F(StandinTest, CallbacksMayCloseAndDestroyWhatDelivers) {
