@@ -122,8 +122,7 @@ class MessageReader {
     for (const auto& [name, meaning] : values.left()) {
       const auto [digits, desc] = splitAtColon(meaning);
       const std::optional<std::int64_t> number = toInteger(type, digits);
-      if (!number)
-        values.refuse(name + '=' + meaning + " does not begin with a number of its type");
+      if (!number) values.refuse(name + " has no number of the field's type");
       ox_field_value_desc_t& value = arena_.append(end);
       ++field.num_values;
       value.name = arena_.copy(name);
