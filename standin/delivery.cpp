@@ -16,7 +16,7 @@ struct Frame {
 
 thread_local const Frame* innermost = nullptr;
 
-KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Description& description,
+KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Description* description,
                      const Outgoing* outgoing = nullptr) {
   const bool isRow = type == OX_MSG_STREAM_DATA;
   KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing, description};
@@ -93,15 +93,15 @@ KnownRecord knownRecord(const ox_msg_t* record) {
   const auto& outgoing = environment().outgoing;
   const auto found = outgoing.find(record);
   if (found != outgoing.end()) {
-    return readable(record, found->second->type, found->second->description, found->second.get());
+    return readable(record, found->second->type, &found->second->description, found->second.get());
   }
   for (const Frame* frame = innermost; frame; frame = frame->outer) {
     const Message* const message = frame->message;
     if (frame->record == record) {
-      return readable(record, frame->type, message ? message->own.description : Description());
+      return readable(record, frame->type, message ? &message->own.description : nullptr);
     }
     if (message && record == &message->ref.head) {
-      return readable(record, OX_MSG_DATA, message->ofRef.description);
+      return readable(record, OX_MSG_DATA, &message->ofRef.description);
     }
   }
   throw Refusal{OX_ERR_INVALIDARGUMENT, "the message is neither outgoing nor being delivered"};

@@ -18,10 +18,10 @@ int callListener(const Item& item) REQUIRES(sMutex);
 
 // A record that may be read: an outgoing one, or one whose delivery this thread is inside of.
 struct KnownRecord {
-  Record record;             // as far as it may be read
-  bool whole;                // not the head alone
-  const Outgoing* outgoing;  // null if it is being delivered
-  Description description;   // null if it has none, as the records of deliver()
+  Record record;                   // as far as it may be read
+  bool whole;                      // not the head alone
+  const Outgoing* outgoing;        // null if it is being delivered
+  const Description* description;  // of the message; null for a record of deliver()
 };
 // Refuses any other address without reading it.
 KnownRecord knownRecord(const ox_msg_t* record) REQUIRES(sMutex);

@@ -55,10 +55,10 @@ bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field) {
   return row && row->nulls && field < row->num_nulls && row->nulls[field];
 }
 
-MessagePtr copyOf(const Record& record, const Description& own, const Description& ofRef) {
+MessagePtr copyOf(const Record& record, Description own, const Description* ofRef) {
   const auto message = std::make_shared<Message>();
   message->record = record;
-  message->own.description = own;
+  message->own.description = std::move(own);
   if (record.head.type == OX_MSG_STREAM_DATA) {
     copyRow(message->record.row, message->own);
     return message;
@@ -67,7 +67,7 @@ MessagePtr copyOf(const Record& record, const Description& own, const Descriptio
   if (record.data.ref_msg) {
     message->ref = *record.data.ref_msg;
     message->ref.ref_msg = nullptr;
-    message->ofRef.description = ofRef;
+    if (ofRef) message->ofRef.description = *ofRef;
     copyData(message->ref, message->ofRef);
     message->record.data.ref_msg = &message->ref;
   }

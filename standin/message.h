@@ -39,7 +39,7 @@ bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field);
 
 // Copies a record and what it points to: its payload, the message it refers to, and the blocks of
 // both, as the descriptions say. Refuses a block with a size and no address.
-MessagePtr copyOf(const Record& record, const Description& own = {}, const Description& ofRef = {});
+MessagePtr copyOf(const Record& record, Description own = {}, const Description* ofRef = nullptr);
 
 // Makes a message that no publisher posted.
 MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size,

@@ -81,10 +81,10 @@ void Stream::leave() {
   if (--publishers_ == 0) closeListeners();
 }
 
-void Stream::post(const KnownRecord& known, const Description& ofRef) {
+void Stream::post(const KnownRecord& known, const Description* ofRef) {
   Record record = known.record;
   const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
-  const Description description = describe(known);
+  Description description = describe(known);
   require(description || !isRow, "the stream's scheme does not describe the row");
   requireRoom(false);
   if (!description) {
@@ -100,9 +100,9 @@ void Stream::post(const KnownRecord& known, const Description& ofRef) {
   }
   record.data.msg_index = description->index;
   record.data.msg_id = description->id;
-  if (!isRow) return addMessage(copyOf(record, description, ofRef));
+  if (!isRow) return addMessage(copyOf(record, std::move(description), ofRef));
   record.row.rev = rev_ + 1;
-  addRow(copyOf(record, description));
+  addRow(copyOf(record, std::move(description)));
 }
 
 void Stream::clear(const KnownRecord& known) {
@@ -180,9 +180,9 @@ const Scheme* Stream::scheme() const {
 // changed the size of the message.
 Description Stream::describe(const KnownRecord& known) const {
   const ox_msg_t& head = known.record.head;
-  const Scheme::Message* const source = known.description.get();
+  const Scheme::Message* const source = known.description ? known.description->get() : nullptr;
   if (!source || source->description.size != (head.data ? head.data_size : 0)) return {};
-  if (source->scheme == scheme()) return known.description;
+  if (source->scheme == scheme()) return *known.description;
   const auto isItsScheme = [source](const auto& each) { return each.get() == source->scheme; };
   if (std::none_of(schemes_.begin(), schemes_.end(), isItsScheme)) return {};
   return {schemes_.front(), scheme()->find(OX_KEY_NAME, source->description.name)};

@@ -35,7 +35,7 @@ class Stream {
   void leave() REQUIRES(sMutex);
   // Posts a copy of a record, unless the queue of a receiver is full. If the stream's scheme does
   // not describe the record, a row is refused, and any other message becomes a parse error.
-  void post(const KnownRecord& known, const Description& ofRef) REQUIRES(sMutex);
+  void post(const KnownRecord& known, const Description* ofRef) REQUIRES(sMutex);
   // Removes the rows of the record's message whose revisions are lower than the record's.
   void clear(const KnownRecord& known) REQUIRES(sMutex);
 
