@@ -22,7 +22,6 @@ constexpr std::chrono::seconds kHandlerWait(1);
 
 void startExitThread(std::chrono::milliseconds delay) REQUIRES(sMutex) {
   const auto exit = std::make_shared<ExitThread>();
-  environment().exitThread = exit;
   exit->thread = std::thread([exit, deadline = Clock::now() + delay] {
     const MutexLock lock(sMutex);
     const auto isStopped = [&exit]() REQUIRES(sMutex) { return exit->stopped; };
@@ -35,6 +34,7 @@ void startExitThread(std::chrono::milliseconds delay) REQUIRES(sMutex) {
     exit->raising = false;
     exit->changed.notifyAll();
   });
+  environment().exitThread = exit;
 }
 
 // Waits until the thread has ended. It does not wait for itself, nor longer than kHandlerWait for

@@ -28,9 +28,8 @@ std::shared_ptr<const Scheme> extractScheme(Settings& settings) REQUIRES(sMutex)
 
 std::shared_ptr<const Scheme> schemeOf(const Publisher& pub) REQUIRES(sMutex) {
   if (pub.scheme) return pub.scheme;
-  const Scheme* const scheme = pub.stream ? pub.stream->scheme() : nullptr;
-  require(scheme, "the stream has no scheme yet", OX_ERR_INVALIDSTATE);
-  return scheme->shared_from_this();
+  require(pub.stream && pub.stream->scheme(), "the stream has no scheme yet", OX_ERR_INVALIDSTATE);
+  return pub.stream->scheme();
 }
 
 void await(Publisher& pub, std::uint64_t serial, std::uint32_t userId) REQUIRES(sMutex) {

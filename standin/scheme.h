@@ -56,7 +56,7 @@ class Arena {
 
 // The description records of a scheme string, whose grammar README.md gives. They live as long as
 // the object and do not change after the constructor.
-class Scheme : public std::enable_shared_from_this<Scheme> {
+class Scheme {
  public:
   struct Message {
     const Scheme* scheme = nullptr;

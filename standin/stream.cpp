@@ -60,7 +60,7 @@ std::shared_ptr<Stream> Stream::named(const std::string& name) {
 std::shared_ptr<Stream> Stream::join(const std::string& name,
                                      const std::shared_ptr<const Scheme>& scheme) {
   std::shared_ptr<Stream> stream = named(name);
-  if (scheme && stream->scheme() && !stream->scheme()->covers(*scheme)) {
+  if (scheme && stream->scheme_ && !stream->scheme_->covers(*scheme)) {
     if (stream->publishers_ > 0) {
       throw Refusal{OX_ERR_INVALIDARGUMENT,
                     "stream=" + name + " has open publishers with another layout"};
@@ -69,6 +69,7 @@ std::shared_ptr<Stream> Stream::join(const std::string& name,
     environment().streams.erase(name);
     stream = named(name);
   }
+  if (!stream->scheme_) stream->scheme_ = scheme;
   auto& schemes = stream->schemes_;
   if (scheme && std::find(schemes.begin(), schemes.end(), scheme) == schemes.end()) {
     schemes.push_back(scheme);
@@ -172,20 +173,16 @@ void Stream::closeListeners() {
   }
 }
 
-const Scheme* Stream::scheme() const {
-  return schemes_.empty() ? nullptr : schemes_.front().get();
-}
-
 // The description of a message in the stream's scheme; null if there is none, or if the host has
 // changed the size of the message.
 Description Stream::describe(const KnownRecord& known) const {
   const ox_msg_t& head = known.record.head;
   const Scheme::Message* const source = known.description ? known.description->get() : nullptr;
   if (!source || source->description.size != (head.data ? head.data_size : 0)) return {};
-  if (source->scheme == scheme()) return *known.description;
+  if (source->scheme == scheme_.get()) return *known.description;
   const auto isItsScheme = [source](const auto& each) { return each.get() == source->scheme; };
   if (std::none_of(schemes_.begin(), schemes_.end(), isItsScheme)) return {};
-  return {schemes_.front(), scheme()->find(OX_KEY_NAME, source->description.name)};
+  return {scheme_, scheme_->find(OX_KEY_NAME, source->description.name)};
 }
 
 // Refuses a post unless it fits into the queue of every listener that gets it.

@@ -55,7 +55,7 @@ class Stream {
   void closeListeners() REQUIRES(sMutex);
 
   // Null until a publisher with a scheme has joined.
-  const Scheme* scheme() const REQUIRES(sMutex);
+  const std::shared_ptr<const Scheme>& scheme() const REQUIRES(sMutex) { return scheme_; }
 
  private:
   struct Cleared {
@@ -70,7 +70,8 @@ class Stream {
 
   const std::string name_;
   const std::uint32_t life_;
-  // The first one is the stream's, and covers the others.
+  std::shared_ptr<const Scheme> scheme_ GUARDED_BY(sMutex);
+  // Of all publishers that have joined. `scheme_` covers them.
   std::vector<std::shared_ptr<const Scheme>> schemes_ GUARDED_BY(sMutex);
   std::vector<Listener*> listeners_ GUARDED_BY(sMutex);
   std::size_t publishers_ GUARDED_BY(sMutex) = 0;
