@@ -40,12 +40,12 @@ class Stream {
   void clear(const KnownRecord& known) REQUIRES(sMutex);
 
   // For listeners. Finds or makes the stream of that name and queues what the listener gets first.
-  // A replica gets all rows; if `life` is the life number of the stream, it gets what has changed
-  // since the revision `seen`.
+  // A replica listener gets all rows; if `life` is the life number of the stream, it gets what has
+  // changed since the revision `seen`.
   static std::shared_ptr<Stream> follow(const std::string& name, Listener& lsn, std::uint32_t life,
                                         std::int64_t seen) REQUIRES(sMutex);
   void unfollow(Listener& lsn) REQUIRES(sMutex);
-  // The setting `replstate` of a replica that has received the rows up to the revision `seen`.
+  // The setting `replstate` of a listener that has received the rows up to the revision `seen`.
   std::string replState(std::int64_t seen) const;
 
   // What arrives. The revision of a row is higher than that of the row before.
