@@ -76,7 +76,7 @@ public final class QuotesDemo {
       connection.open("");
       final Publisher publisher = connection.newPublisher(QuoteFields.SCHEME);
       publisher.open("");
-      System.out.print(SchemeTree.of(publisher.getScheme()));
+      System.out.print(publisher.getScheme());
     }
   }
 

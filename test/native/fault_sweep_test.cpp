@@ -336,9 +336,8 @@ class FaultSweepTest : public NativeTest {
     filled = make("org/quendel/oxli/Scheme");
     OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
     const jstring whole = text(schemeText(filled).c_str());
-    const jclass schemeText = env->FindClass("org/quendel/oxli/SchemeText");
-    const jmethodID of =
-        env->GetStaticMethodID(schemeText, "of", "(Lorg/quendel/oxli/Scheme;)Ljava/lang/String;");
+    const jmethodID toString =
+        env->GetMethodID(env->GetObjectClass(filled), "toString", "()Ljava/lang/String;");
     const jmethodID equals =
         env->GetMethodID(env->GetObjectClass(whole), "equals", "(Ljava/lang/Object;)Z");
     const auto convert = [=] {
@@ -346,8 +345,7 @@ class FaultSweepTest : public NativeTest {
       if (result != OX_ERR_OK || env->ExceptionCheck()) return false;
       // By functions that are not hooked, and without an allocation.
       jvalue argument = {};
-      argument.l = filled;
-      argument.l = env->CallStaticObjectMethodA(schemeText, of, &argument);
+      argument.l = env->CallObjectMethodA(filled, toString, nullptr);
       return !env->ExceptionCheck() && env->CallBooleanMethodA(whole, equals, &argument);
     };
     // A failed field is reported by its message and by the scheme.

@@ -14,6 +14,9 @@ namespace {
 
 using jni::JEnv;
 
+// How the scheme of SchemeTest begins, without its hints and fields.
+constexpr char kHead[] = "scheme of type 4294967295, features 2147483649\n  message m, id 3\n";
+
 class SchemeTest : public NativeTest {
  protected:
   void SetUp() override {
@@ -66,25 +69,25 @@ TEST_F(SchemeTest, IntegersOfNamedValuesAreSignExtended) {
     const void* integer;
     const char* text;
   } cases[] = {
-      {"u1", 1, bits, "0xff -1"},
-      {"u2", 2, bits, "0xffff -1"},
-      {"i4", 4, bits, "0xffff0080 -2147418113"},
-      {"unsigned", 8, bits, "0xffff008001020384 -8934295030307160065"},
-      {"i3", 3, bits, "0xffff00 -1"},
-      {"d", 1, bits + 4, "0x01 -1"},
-      {"", 1, bits + 4, "0x01 -1"},
-      {nullptr, 1, bits + 4, "0x01 -1"},
-      {"i1", 1, bits + 4, "0x01 1"},
-      {"i1", 1, nullptr, "- -1"},
+      {"u1", 1, bits, "-1, bytes 0xff"},
+      {"u2", 2, bits, "-1, bytes 0xffff"},
+      {"i4", 4, bits, "-2147418113, bytes 0xffff0080"},
+      {"unsigned", 8, bits, "-8934295030307160065, bytes 0xffff008001020384"},
+      {"i3", 3, bits, "-1, bytes 0xffff00"},
+      {"d", 1, bits + 4, "-1, bytes 0x01"},
+      {"", 1, bits + 4, "-1, bytes 0x01"},
+      {nullptr, 1, bits + 4, "-1, bytes 0x01"},
+      {"i1", 1, bits + 4, "1, bytes 0x01"},
+      {"i1", 1, nullptr, "-1"},
   };
-  std::string expected = "scheme 4294967295 2147483649\n message 3 m  {}\n";
+  std::string expected = kHead;
   for (const auto& c : cases) {
     ox_field_desc_t& field = addField(c.type, c.size);
     addValue(field, c.integer);
-    const std::string number = std::to_string(field.number);
-    expected += "  field " + number + " f f " + (c.type ? c.type : "null") + ' ' +
-                std::to_string(c.size) + " 0 - " + std::to_string(field.number - 1) +
-                "\n   value v  " + c.text + '\n';
+    expected += std::string("    field f (") + (c.type ? c.type : "null") + "), number " +
+                std::to_string(field.number) + ", size " + std::to_string(c.size) +
+                ", offset 0, null flag " + std::to_string(field.number - 1) +
+                ": f\n      value v = " + c.text + '\n';
   }
   EXPECT_EQ(expected, converted());
   EXPECT_EQ("", errors);
@@ -110,29 +113,29 @@ TEST_F(SchemeTest, NestedMessagesIndexesAndHints) {
   ox_message_desc_t empty = {nullptr, 0, 0, nullptr, 0, "e", "d", nullptr, 0, nullptr};
   message.next = &empty;
   scheme.num_messages = 2;
-  EXPECT_EQ(
-      "scheme 4294967295 2147483649\n"
-      " message 3 m  {b=2}\n"
-      "  field 1 f f c2 2 5 0x6162 0\n"
-      "  field 2 f f m 9 0 - 1\n"
-      "   message 4294967295 leg  {}\n"
-      "    field 0 price  d 9 0 - -1\n"
-      "  index pk null {a=1, b=2}\n"
-      "   member -1\n"
-      "    field 1 f f c2 2 5 0x6162 0\n"
-      "   member 7\n"
-      "    field 0 price  d 9 0 - -1\n"
-      " message 0 e d {}\n",
-      converted());
+  EXPECT_EQ(std::string(kHead) +
+                "    hint b = 2\n"
+                "    field f (c2), number 1, size 2, offset 5, null flag 0, default 0x6162: f\n"
+                "    field f (m), number 2, size 9, offset 0, null flag 1: f\n"
+                "      message leg\n"
+                "        field price (d), number 0, size 9, offset 0\n"
+                "    index pk: null\n"
+                "      hint a = 1\n"
+                "      hint b = 2\n"
+                "      field f (c2), number 1, size 2, offset 5, null flag 0, default 0x6162, "
+                "parameter -1: f\n"
+                "      field price (d), number 0, size 9, offset 0, parameter 7\n"
+                "  message e, id 0: d\n",
+            converted());
   EXPECT_EQ("", errors);
 }
 
 TEST_F(SchemeTest, ListsNeedNotMatchTheirCounts) {
   addField("i1", 1);
   message.num_fields = 2;
-  EXPECT_EQ(
-      "scheme 4294967295 2147483649\n message 3 m  {}\n  field 1 f f i1 1 0 - 0\n  field null\n",
-      converted());
+  EXPECT_EQ(std::string(kHead) +
+                "    field f (i1), number 1, size 1, offset 0, null flag 0: f\n    field missing\n",
+            converted());
 
   const std::string start = "\nJNI Exception at ";
   const std::string outer = "\n\n" + start + "set message desc array element\n\n";
@@ -159,7 +162,7 @@ TEST_F(SchemeTest, ListsNeedNotMatchTheirCounts) {
   EXPECT_EQ("", converted());
   EXPECT_EQ("NegativeArraySizeException", takeException());
   scheme = {1, 2, 0, nullptr};
-  EXPECT_EQ("scheme 1 2\n", converted());
+  EXPECT_EQ("scheme of type 1, features 2\n", converted());
 }
 
 TEST_F(SchemeTest, EndlessListsAndNestingFail) {
@@ -190,7 +193,7 @@ TEST_F(SchemeTest, EndlessListsAndNestingFail) {
     outer->fields = &nesting.back();
     outer = &inner.back();
   }
-  const std::string deepest = std::string(2 * kLevels - 1, ' ') + "message 0 n  {}\n";
+  const std::string deepest = std::string(2 * (2 * kLevels - 1), ' ') + "message n, id 0\n";
   EXPECT_NE(std::string::npos, converted().find(deepest));
   EXPECT_EQ("", errors);
 
@@ -202,7 +205,7 @@ TEST_F(SchemeTest, EndlessListsAndNestingFail) {
   for (ox_message_desc_t* const tooDeep : {&surplus, &message}) {
     last.msg = tooDeep;
     jscheme = make("org/quendel/oxli/Scheme");
-    EXPECT_EQ("scheme 4294967295 2147483649\n", converted());
+    EXPECT_EQ("scheme of type 4294967295, features 2147483649\n", converted());
     EXPECT_EQ(0u, errors.find(start + "new message desc\n\n"));
     EXPECT_EQ(errors.size() - end.size(), errors.rfind(end));
   }
@@ -223,8 +226,10 @@ TEST_F(SchemeTest, NativesReturnTheGatewaysCode) {
     EXPECT_EQ(0x2abcd, native(env, nullptr, handle, filled));
     EXPECT_EQ(0, getLong(filled, "getRef"));
     EXPECT_EQ(OX_ERR_OK, native(env, nullptr, handle, filled));
-    EXPECT_EQ("scheme 0 0\n message 4294967295 m  {}\n  field 0 f  i1 1 0 - 0\n",
-              schemeText(filled));
+    EXPECT_EQ(
+        "scheme of type 0, features 0\n  message m\n"
+        "    field f (i1), number 0, size 1, offset 0, null flag 0\n",
+        schemeText(filled));
     EXPECT_EQ(OX_ERR_INVALIDARGUMENT, native(env, nullptr, handle, nullptr));
     EXPECT_EQ(OX_ERR_INVALIDARGUMENT, native(env, nullptr, 0, filled));
   }

@@ -161,10 +161,7 @@ std::string NativeTest::toText(JNIEnv* env, jobject string) {
 }
 
 std::string NativeTest::schemeText(jobject scheme) const {
-  const jclass cls = env->FindClass("org/quendel/oxli/SchemeText");
-  const jmethodID of =
-      env->GetStaticMethodID(cls, "of", "(Lorg/quendel/oxli/Scheme;)Ljava/lang/String;");
-  return toText(env, env->CallStaticObjectMethod(cls, of, scheme));
+  return getText(scheme, "toString");
 }
 
 jobject NativeTest::dataOf(JNIEnv* env, jobject zblock) {

@@ -2,10 +2,13 @@ package org.quendel.oxli;
 
 import java.util.ArrayList;
 import java.util.LinkedHashSet;
+import java.util.List;
 import java.util.Objects;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.ReentrantLock;
+import java.util.function.IntSupplier;
 import org.quendel.oxli.impl.IntRef;
 import org.quendel.oxli.impl.ObjRef;
 import org.quendel.oxli.impl.OxliImpl;
@@ -13,23 +16,44 @@ import org.quendel.oxli.impl.Results;
 
 /**
  * A connection to the gateway. Made by {@link Environment#newConnection}; owns its listeners and
- * publishers.
+ * publishers. Thread-safe.
  *
- * <p>One lock, fair, is held by every call on the connection and its listeners: one thread at a
- * time is inside, and another one waits, for a {@link #process} in progress as well. Choose
- * timeouts of {@code process} by how long others may wait. The thread inside may call again from
- * {@code onMessage}, within the limits that {@link ISubscriber} gives. Publishers have locks of their own.
+ * <p>The calls that may deliver messages ({@link #process}, and opening, shutting and closing the
+ * connection or one of its listeners) wait for each other: one thread at a time is inside, and those
+ * that wait get their turn in the order in which they came. A {@link #process} that waits for
+ * messages lets another thread in at least every {@value #SLICE_MILLIS} milliseconds. The thread
+ * inside may call again from {@code onMessage}, within the limits that {@link ISubscriber} gives. All
+ * other calls, and those on publishers, do not wait for a {@code process} in progress.
  */
 public final class Connection implements AutoCloseable {
-  private final Environment environment;
-  private final ReentrantLock lock = new ReentrantLock(true);
-  private final Set<Listener> listeners = new LinkedHashSet<>(); // guarded by lock
-  /** Grows with the lock held; a publisher leaves on any thread, when it is released. */
-  private final Set<Publisher> publishers = ConcurrentHashMap.newKeySet();
-  private long handle; // guarded by lock; 0 before the native object exists and once it is released
+  /** Milliseconds that {@link #process} at most waits in the gateway at a time. */
+  private static final int SLICE_MILLIS = 50;
 
-  Connection(Environment environment) {
+  private final Environment environment; // null if native code owns the connection
+  private final String settings;
+
+  /** The delivery lock: locked during each call that may deliver. */
+  private final ReentrantLock lock = new ReentrantLock(true);
+
+  /** Locked by what uses the handle without the delivery lock; see GatewayLock. */
+  private final Object handleLock = new Object();
+
+  private long handle; // 0 if closed; written inside both locks, read inside one of them
+  private final Set<Listener> listeners = new LinkedHashSet<>(); // guarded by handleLock
+  /** Added to inside handleLock; a publisher is removed on any thread, when it is released. */
+  private final Set<Publisher> publishers = ConcurrentHashMap.newKeySet();
+
+  private volatile boolean wakeup; // requested, and no process has returned since
+
+  // Guarded by the delivery lock.
+  private long deliveries;
+  private int shuts;
+  private Listener refusedBy; // the last listener whose subscriber returned another code than OK
+  private int refusal; // that code
+
+  Connection(Environment environment, String settings) {
     this.environment = environment;
+    this.settings = settings;
   }
 
   /**
@@ -38,18 +62,19 @@ public final class Connection implements AutoCloseable {
    * IllegalStateException}.
    */
   Connection(long handle) {
-    this.environment = null;
+    this(null, "of native code");
   }
 
-  void create(String settings) {
+  void create() {
     lock.lock();
     try {
-      // First, with the lock held: closing the environment then waits for the native object.
+      // First, inside the lock: closing the environment then waits for the native object.
       environment.register(this);
       final ObjRef ref = new ObjRef();
-      Bindings.check("Environment.newConnection",
-          () -> OxliImpl.conn_new(settings, ref, this));
-      handle = ref.getRef();
+      call("Environment.newConnection", this, () -> OxliImpl.conn_new(settings, ref, this));
+      synchronized (handleLock) {
+        handle = ref.getRef();
+      }
     } finally {
       unlock();
     }
@@ -58,143 +83,200 @@ public final class Connection implements AutoCloseable {
   /**
    * Opens the connection. May deliver messages.
    *
-   * @param settings the gateway's, in addition to those it was made with
-   * @throws OxliException when the gateway refuses
+   * @param openSettings the gateway's settings, in addition to those that the connection was made with
+   * @throws OxliException if the gateway refuses
    */
-  public void open(String settings) {
-    Objects.requireNonNull(settings, "settings");
+  public void open(String openSettings) {
+    Objects.requireNonNull(openSettings, "openSettings");
     final long conn = enter();
     try {
-      Bindings.check("Connection.open", () -> OxliImpl.conn_open(conn, settings));
+      call("Connection.open", this, () -> OxliImpl.conn_open(conn, openSettings));
     } finally {
       unlock();
     }
   }
 
   /**
-   * Closes the connection, which can be opened again. May deliver messages.
+   * Closes the connection on the gateway's side; it can be opened again. May deliver messages.
    *
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
   public void shut() {
     final long conn = enter();
     try {
-      Bindings.check("Connection.shut", () -> OxliImpl.conn_close(conn));
+      ++shuts;
+      call("Connection.shut", this, () -> OxliImpl.conn_close(conn));
     } finally {
       unlock();
     }
   }
 
   /**
-   * Delivers what is queued for the listeners, on this thread. To be called again and again.
+   * Delivers the messages that are queued for the listeners, on this thread. To be called again and
+   * again.
    *
-   * @param timeoutMillis how long to wait when nothing is queued
-   * @throws OxliException when the gateway refuses, or with a subscriber's non-zero result
+   * <p>If nothing is queued it waits until something is, at most for the timeout. It returns after a
+   * message was delivered to a listener made from this connection, when the timeout has passed, after
+   * {@link #wakeup}, or when another thread has shut or closed the connection meanwhile.
+   *
+   * <p>A virtual thread is pinned to its carrier thread during the call, as in every native: use a
+   * platform thread.
+   *
+   * @param timeoutMillis in milliseconds, 0 for no wait; what a negative one means is up to the
+   *     gateway
+   * @throws OxliException if the gateway refuses, or with a subscriber's result other than 0
    */
   public void process(int timeoutMillis) {
     final long conn = enter();
     try {
-      Results.check("Connection.process", OxliImpl.conn_process(conn, timeoutMillis));
+      final boolean isLong = timeoutMillis > SLICE_MILLIS;
+      final long start = isLong ? System.nanoTime() : 0;
+      final long deliveriesBefore = deliveries;
+      final int shutsBefore = shuts;
+      long left = timeoutMillis;
+      do {
+        final int slice = (int) Math.min(left, wakeup ? 0 : SLICE_MILLIS);
+        refusedBy = null;
+        check("Connection.process", this, OxliImpl.conn_process(conn, slice));
+        if (!isLong || wakeup || deliveries != deliveriesBefore) return;
+        letOthersIn();
+        left = timeoutMillis - TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - start);
+      } while (left > 0 && handle == conn && shuts == shutsBefore);
     } finally {
+      wakeup = false;
       unlock();
     }
   }
 
+  /** Unlocks the delivery lock for those that wait for it, unless a call is in progress around. */
+  private void letOthersIn() {
+    if (lock.getHoldCount() > 1 || !lock.hasQueuedThreads()) return;
+    unlock();
+    lock.lock(); // fair: behind them
+  }
+
   /**
-   * The gateway's number of the connection's state.
+   * Makes a {@link #process} in progress return within {@value #SLICE_MILLIS} milliseconds, or, if
+   * none is in progress, the next one without waiting for messages. Several calls count as one. Does
+   * not wait.
+   */
+  public void wakeup() {
+    synchronized (handleLock) {
+      requireOpen();
+    }
+    wakeup = true;
+  }
+
+  /**
+   * Returns the state: one of {@link State} with the stand-in gateway.
    *
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
   public int getState() {
-    final long conn = enter();
-    try {
+    synchronized (handleLock) {
       final IntRef state = new IntRef();
-      Results.check("Connection.getState", OxliImpl.conn_getstate(conn, state));
+      Results.check("Connection.getState", this, OxliImpl.conn_getstate(requireOpen(), state));
       return state.get();
-    } finally {
-      unlock();
     }
   }
 
-  /** The gateway's name of the connection; empty when it has none. */
+  /** Returns the connection's name in the gateway, empty if it has none. */
   public String getName() {
-    final long conn = enter();
-    try {
-      return OxliImpl.conn_getname(conn);
-    } finally {
-      unlock();
+    synchronized (handleLock) {
+      return OxliImpl.conn_getname(requireOpen());
     }
   }
 
   /**
-   * Makes a listener, closed at first.
+   * Makes a listener, closed at first. Waits only for calls that open, shut, close or make a
+   * connection or listener: such calls of the whole process run one at a time.
    *
-   * @param settings the gateway's
+   * @param listenerSettings the gateway's settings
    * @param subscriber receives the messages
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
-  public Listener newListener(String settings, ISubscriber subscriber) {
-    Objects.requireNonNull(settings, "settings");
+  public Listener newListener(String listenerSettings, ISubscriber subscriber) {
+    Objects.requireNonNull(listenerSettings, "listenerSettings");
     Objects.requireNonNull(subscriber, "subscriber");
-    final long conn = enter();
-    try {
-      final Listener listener = new Listener(this, subscriber);
-      listener.create(conn, settings);
-      listeners.add(listener);
-      return listener;
-    } finally {
-      unlock();
-    }
+    final Listener listener = new Listener(this, subscriber, listenerSettings);
+    GatewayLock.call(() -> {
+      synchronized (handleLock) {
+        listener.create(requireOpen());
+        listeners.add(listener);
+      }
+      return ResultCode.OK;
+    });
+    return listener;
   }
 
   /**
    * Makes a publisher, closed at first.
    *
-   * @param settings the gateway's
-   * @throws OxliException when the gateway refuses
+   * @param publisherSettings the gateway's settings
+   * @throws OxliException if the gateway refuses
    */
-  public Publisher newPublisher(String settings) {
-    Objects.requireNonNull(settings, "settings");
-    final long conn = enter();
-    try {
-      final Publisher publisher = new Publisher(this);
-      publisher.create(conn, settings);
+  public Publisher newPublisher(String publisherSettings) {
+    Objects.requireNonNull(publisherSettings, "publisherSettings");
+    final Publisher publisher = new Publisher(this, publisherSettings);
+    synchronized (handleLock) {
+      publisher.create(requireOpen());
       publishers.add(publisher);
-      return publisher;
-    } finally {
-      unlock();
     }
+    return publisher;
   }
 
   /**
-   * Releases listeners, publishers and the connection, waiting for calls in progress on other
+   * Closes listeners, publishers and the connection, waiting for the calls in progress on other
    * threads. Possible inside {@code onMessage}.
    *
-   * @throws OxliException the first error reported, with others suppressed; all is released
+   * @throws IllegalStateException if the calling thread is inside a post of one of the publishers;
+   *     nothing is closed then
+   * @throws OxliException the first error reported, with others suppressed; all is closed
    */
   @Override
   public void close() {
     lock.lock();
     try {
       if (handle == 0) return;
+      if (isPostingCaller()) {
+        throw new IllegalStateException(this + " cannot be closed inside a post of its publishers");
+      }
       final long conn = handle;
-      // First: a callback meets a released connection, to which nothing can be added.
-      handle = 0;
-      final Releases releases = new Releases();
-      for (Listener listener : new ArrayList<>(listeners)) releases.run(listener::close);
-      for (Publisher publisher : publishers) releases.run(publisher::close);
-      releases.run(() -> Bindings.check("Connection.close",
-          () -> OxliImpl.conn_destroy(conn)));
-      releases.finish();
+      final List<Listener> openListeners;
+      synchronized (handleLock) {
+        // First: callbacks find the connection closed, to which nothing can be added.
+        handle = 0;
+        openListeners = new ArrayList<>(listeners);
+      }
+      final CloseErrors errors = new CloseErrors();
+      for (Listener listener : openListeners) errors.run(listener::close);
+      for (Publisher publisher : publishers) errors.run(publisher::close);
+      errors.run(() -> call("Connection.close", this, () -> OxliImpl.conn_destroy(conn)));
+      errors.throwFirst();
     } finally {
       unlock();
     }
   }
 
-  boolean isEnteredByCaller() {
-    return lock.isHeldByCurrentThread();
+  /** Returns the beginning of the settings. */
+  @Override
+  public String toString() {
+    return Results.nameOf("connection", settings);
   }
 
+  /** Returns whether the calling thread is inside a call that may deliver or post. */
+  boolean isEnteredByCaller() {
+    return lock.isHeldByCurrentThread() || isPostingCaller();
+  }
+
+  private boolean isPostingCaller() {
+    for (Publisher publisher : publishers) {
+      if (publisher.isEnteredByCaller()) return true;
+    }
+    return false;
+  }
+
+  /** Locks the delivery lock, which {@link #unlock} unlocks. */
   void lock() {
     lock.lock();
   }
@@ -204,20 +286,60 @@ public final class Connection implements AutoCloseable {
     lock.unlock();
   }
 
-  /** Called with the lock held. */
+  /**
+   * Runs a native that has a process-wide mutex locked and may deliver messages.
+   *
+   * @param object what it is called on
+   * @throws OxliException if the result is not OK
+   */
+  void call(String operation, Object object, IntSupplier nativeCall) {
+    refusedBy = null;
+    check(operation, object, GatewayLock.call(nativeCall));
+  }
+
+  private void check(String operation, Object object, int code) {
+    if (code == ResultCode.OK) return;
+    if (refusedBy == null || refusal != code) throw Results.failure(operation, object, code);
+    throw new OxliException(operation + " (" + object + "): the subscriber of " + refusedBy
+        + " returned " + code + Results.inHex(code), code);
+  }
+
+  /** Called inside the delivery lock, by the listener that a message was delivered to. */
+  void noteDelivery() {
+    ++deliveries;
+  }
+
+  /** Called inside the delivery lock, by the listener whose subscriber refused a message. */
+  void noteResult(Listener listener, int code) {
+    refusedBy = listener;
+    refusal = code;
+  }
+
   void forget(Listener listener) {
-    listeners.remove(listener);
+    synchronized (handleLock) {
+      listeners.remove(listener);
+    }
   }
 
   void forget(Publisher publisher) {
     publishers.remove(publisher);
   }
 
-  /** Takes the lock, which {@link #unlock} gives back, and gives the handle. */
+  /** Locks the delivery lock, which {@link #unlock} unlocks, and returns the handle. */
   private long enter() {
     lock.lock();
     if (handle != 0) return handle;
     unlock();
-    throw new IllegalStateException("the connection has been released or belongs to native code");
+    throw closed();
+  }
+
+  /** Returns the handle. REQUIRES: one of the locks. */
+  private long requireOpen() {
+    if (handle == 0) throw closed();
+    return handle;
+  }
+
+  private IllegalStateException closed() {
+    return new IllegalStateException(this + (environment == null ? " cannot be used" : " is closed"));
   }
 }

@@ -11,16 +11,16 @@ import java.util.Map;
 import java.util.NoSuchElementException;
 import java.util.function.Function;
 
-/** How the description classes show what native code hands their constructors. */
+/** What the description classes make of the arguments that native code gives their constructors. */
 final class Descriptions {
   private Descriptions() {}
 
-  /** A view; native code does not touch the array any more. */
+  /** Returns an unmodifiable view. */
   static <T> List<T> list(T[] elements) {
     return Collections.unmodifiableList(Arrays.asList(elements));
   }
 
-  /** Of two elements of one name the first counts; elements that are missing do not. */
+  /** Maps names to elements: the first of a name counts, a null element does not. */
   static <T> Map<String, T> byName(T[] elements, Function<T, String> nameOf) {
     if (elements.length == 0) return Collections.emptyMap();
     final Map<String, T> byName = new HashMap<>();
@@ -30,15 +30,20 @@ final class Descriptions {
     return byName;
   }
 
-  /** The element of that name, for example the "field" that "message" "quote" has. */
-  static <T> T get(Map<String, T> byName, String name, String ownerKind, String owner,
-      String kind) {
+  /**
+   * Returns the element of that name.
+   *
+   * @param of the object that should have it
+   * @param kind what it is, such as "field"
+   * @throws NoSuchElementException if there is none
+   */
+  static <T> T get(Map<String, T> byName, String name, Object of, String kind) {
     final T element = byName.get(name);
     if (element != null) return element;
-    throw new NoSuchElementException(ownerKind + ' ' + owner + " has no " + kind + ' ' + name);
+    throw new NoSuchElementException(of + " has no " + kind + ' ' + name);
   }
 
-  /** Hints come as key, value, key, value; of two with one key the later counts. */
+  /** Maps the keys of key, value, key, value to the values: the last of a key counts. */
   static Map<String, String> hints(String[] keysAndValues) {
     final Map<String, String> hints = new LinkedHashMap<>();
     for (int i = 0; i + 1 < keysAndValues.length; i += 2) {
@@ -47,10 +52,17 @@ final class Descriptions {
     return Collections.unmodifiableMap(hints);
   }
 
-  /** A copy, because the gateway's bytes end with the scheme's owner; null stays null. */
-  static ByteBuffer bytes(ByteBuffer value) {
+  /**
+   * Returns a copy, read-only and little-endian, or null for null: the gateway's bytes live no
+   * longer than what the scheme describes.
+   */
+  static ByteBuffer copyOf(ByteBuffer value) {
     if (value == null) return null;
-    return ByteBuffer.allocate(value.capacity()).put(value).clear().asReadOnlyBuffer()
-        .order(ByteOrder.LITTLE_ENDIAN);
+    return viewOf(ByteBuffer.allocate(value.capacity()).put(value).clear());
+  }
+
+  /** Returns a read-only view for a caller, whose changes of its state reach nobody else. */
+  static ByteBuffer viewOf(ByteBuffer value) {
+    return value == null ? null : value.asReadOnlyBuffer().order(ByteOrder.LITTLE_ENDIAN);
   }
 }

@@ -3,71 +3,103 @@ package org.quendel.oxli;
 import java.nio.ByteBuffer;
 import java.util.Objects;
 import java.util.Set;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.function.Supplier;
+import org.quendel.oxli.impl.NativeLibrary;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
 
 /**
- * The gateway's library, opened for this process: one at a time. Owns the connections and z-blocks
- * made from it. May be used by any thread.
+ * The gateway's environment: at most one is open in a process. Owns the connections and z-blocks made
+ * from it. Thread-safe.
+ *
+ * <p>An application that closes the environment in a shutdown hook ({@link Runtime#addShutdownHook})
+ * first makes its own threads leave {@link Connection#process}, for example with {@link
+ * Connection#wakeup}, and waits for them: the virtual machine does not stop them, and {@link #close}
+ * waits for the calls in progress.
+ *
+ * <p>Two class loaders of one process cannot load the same file of the native library. With a copy of
+ * the file for each they share one gateway library. While one has the environment open, {@link #open}
+ * of the other is refused and changes nothing; after the close it opens the environment with its own
+ * settings, and finds none of the first one's objects, streams or exit handler.
  */
 public final class Environment implements AutoCloseable {
   /**
-   * Held while the environment of the process opens or ends, and while something needs it open. Of
-   * other locks only the instance's own is taken inside it.
+   * The system property that is set while an environment is open: all class loaders of the virtual
+   * machine share it.
    */
+  private static final String CLAIM = "org.quendel.oxli.environment";
+
+  /** Locked while the environment opens or closes, and by what needs it to stay open meanwhile. */
   private static final Object LIFECYCLE = new Object();
 
-  private static boolean isOpen; // guarded by LIFECYCLE
+  private static volatile boolean isOpen; // written inside LIFECYCLE
 
   /**
-   * Every connection in a native or about to enter one is in here: a released one stays until its
-   * outermost call has returned.
+   * Every connection in a native or about to enter one: a closed one remains until its outermost call
+   * has returned.
    */
   private final Set<Connection> connections = ConcurrentHashMap.newKeySet();
 
-  /** All that are not closed. */
+  /** Every z-block that is not closed. */
   private final Set<ZBlock> zblocks = ConcurrentHashMap.newKeySet();
 
-  private boolean closing; // guarded by this, which is held for no call into native code
-  private boolean ended; // guarded by LIFECYCLE
+  private final String settings;
+  private boolean closing; // guarded by this, which is locked for no native
+  private final AtomicBoolean ended = new AtomicBoolean();
+  private final CompletableFuture<Void> closed = new CompletableFuture<>();
 
-  private Environment() {}
+  private Environment(String settings) {
+    this.settings = settings;
+  }
 
   /**
-   * Opens the environment, loading the native library first if need be.
+   * Opens the environment. Loads the native library if that has not happened: from the directory of
+   * the system property {@code oxli.library.path} if it is set and not empty, and then from nowhere
+   * else; otherwise from {@code java.library.path}, then from the directory of {@code oxli.jar}.
    *
-   * @param settings the gateway's
-   * @throws OxliException with {@link ResultCode#INVALID_STATE} when one is open already
-   * @throws UnsatisfiedLinkError when the native library cannot be loaded; its message names every
-   *     place tried. Later attempts in the process fail with {@link NoClassDefFoundError}.
+   * @param settings the gateway's settings
+   * @throws OxliException with {@link ResultCode#INVALID_STATE} if one is open in this process, which
+   *     stays as it is; or with the gateway's code
+   * @throws UnsatisfiedLinkError if the native library cannot be loaded; its message says why and
+   *     what to do. Later attempts throw the same again.
    */
   public static Environment open(String settings) {
     Objects.requireNonNull(settings, "settings");
-    synchronized (LIFECYCLE) {
-      final int code = OxliImpl.env_open(settings);
-      if (code == ResultCode.OK) {
-        isOpen = true;
-        return new Environment();
-      }
-      final OxliException failure = Results.failure("Environment.open", code);
-      // What a failed attempt leaves would block the next one.
-      if (!isOpen) OxliImpl.env_close();
-      throw failure;
+    NativeLibrary.load();
+    if (System.getProperties().putIfAbsent(CLAIM, "open") != null) {
+      throw new OxliException("Environment.open: OX_ERR_INVALIDSTATE: an environment is open in this"
+          + " process (0x20005)", ResultCode.INVALID_STATE);
     }
+    try {
+      synchronized (LIFECYCLE) {
+        final int code = OxliImpl.env_open(settings);
+        if (code != ResultCode.OK) {
+          final OxliException failure =
+              Results.failure("Environment.open", Results.nameOf("environment", settings), code);
+          OxliImpl.env_close(); // what a failed attempt leaves would refuse the next one
+          throw failure;
+        }
+        isOpen = true;
+      }
+    } finally {
+      if (!isOpen) System.getProperties().remove(CLAIM);
+    }
+    return new Environment(settings);
   }
 
   /**
    * Makes a connection, closed at first.
    *
-   * @param settings the gateway's
-   * @throws OxliException when the gateway refuses
+   * @param settings the gateway's settings
+   * @throws OxliException if the gateway refuses
    */
   public Connection newConnection(String settings) {
     Objects.requireNonNull(settings, "settings");
-    final Connection connection = new Connection(this);
-    connection.create(settings);
+    final Connection connection = new Connection(this, settings);
+    connection.create();
     return connection;
   }
 
@@ -81,10 +113,11 @@ public final class Environment implements AutoCloseable {
   /**
    * Makes a z-block to send.
    *
-   * @param memory a direct buffer: the bytes from its position to its limit. It stays the caller's;
-   *     its later position and limit do not count. It must be of the application's own: memory that
-   *     somebody frees, such as a payload or a received block, is not kept by keeping its buffer.
-   * @throws IllegalArgumentException when the buffer is not direct
+   * @param memory a direct buffer: the bytes from its position to its limit; later changes of its
+   *     position and limit do not matter. The z-block keeps the buffer's memory alive, which has an
+   *     effect only on the application's own memory: not on payloads and received blocks, whose
+   *     memory the gateway frees.
+   * @throws IllegalArgumentException if the buffer is not direct
    */
   public ZBlock newZBlock(ByteBuffer memory) {
     final ByteBuffer slice = ZBlock.memoryOf(memory);
@@ -94,55 +127,67 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Sets who receives the gateway's exit event, until the next call or the close.
+   * Sets who receives the gateway's exit event until the next call or the close.
    *
    * @param handler null for nobody
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
   public void onExit(IExitEventHandler handler) {
+    requireOpen();
     synchronized (LIFECYCLE) {
       requireOpen();
-      ExitEvents.handleWith(handler);
+      ExitEvents.setHandler(handler);
     }
   }
 
   /**
-   * Releases all connections and z-blocks, waiting for calls in progress on them, and closes the
-   * environment. When it returns another can be opened.
+   * Closes all connections and z-blocks, waiting for the calls in progress on them, and then the
+   * environment. When it returns another can be opened; a thread inside {@link
+   * IExitEventHandler#onExitEvent} does not wait for another one that closes.
    *
-   * @throws IllegalStateException when called from inside {@code onMessage}; nothing is released
-   * @throws OxliException the first error reported, with others suppressed; all is released
+   * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a post;
+   *     nothing is closed then
+   * @throws OxliException the first error reported, with others suppressed; all is closed
    */
   @Override
   public void close() {
     for (Connection connection : connections) {
       if (connection.isEnteredByCaller()) {
-        throw new IllegalStateException("the environment cannot be closed inside onMessage");
+        throw new IllegalStateException("the environment cannot be closed inside onMessage or post");
       }
     }
     synchronized (this) {
       closing = true;
     }
-    final Releases releases = new Releases();
-    for (Connection connection : connections) releases.run(connection::close);
-    for (ZBlock zblock : zblocks) releases.run(zblock::close);
-    releases.run(this::end);
-    releases.finish();
-  }
-
-  private void end() {
-    synchronized (LIFECYCLE) {
-      if (ended) return;
-      ended = true;
-      isOpen = false;
-      final int code = OxliImpl.env_close();
-      // Afterwards: the gateway may raise the event while it closes.
-      ExitEvents.handleNoMore();
-      Results.check("Environment.close", code);
+    final CloseErrors errors = new CloseErrors();
+    for (Connection connection : connections) errors.run(connection::close);
+    for (ZBlock zblock : zblocks) errors.run(zblock::close);
+    if (ended.compareAndSet(false, true)) {
+      end(errors);
+    } else if (!ExitEvents.isCaller()) { // for which the gateway may wait while it closes
+      closed.join();
     }
+    errors.throwFirst();
   }
 
-  /** Called with the connection's lock held and before its native object is made. */
+  private void end(CloseErrors errors) {
+    synchronized (LIFECYCLE) {
+      isOpen = false;
+      errors.run(() -> Results.check("Environment.close", this, OxliImpl.env_close()));
+      // After that, because the gateway may raise the event while it closes.
+      errors.run(ExitEvents::unregister);
+      System.getProperties().remove(CLAIM);
+    }
+    closed.complete(null);
+  }
+
+  /** Returns the beginning of the settings. */
+  @Override
+  public String toString() {
+    return Results.nameOf("environment", settings);
+  }
+
+  /** Called inside the connection's delivery lock, before its native object is made. */
   void register(Connection connection) {
     synchronized (this) {
       requireOpen();
@@ -150,12 +195,12 @@ public final class Environment implements AutoCloseable {
     }
   }
 
-  /** Called when the connection is released and no call on it is in progress any more. */
+  /** Called when the connection is closed and its outermost call returns. */
   void forget(Connection connection) {
     connections.remove(connection);
   }
 
-  /** The same for a z-block. */
+  /** Called inside the z-block's lock, before its native object is made. */
   void register(ZBlock zblock) {
     synchronized (this) {
       requireOpen();
@@ -172,44 +217,50 @@ public final class Environment implements AutoCloseable {
    * Runs what needs some environment to be open and uses none of its objects; it does not close
    * meanwhile.
    *
-   * @throws IllegalStateException when there is none
+   * @throws IllegalStateException if none is open
    */
   static <T> T whileOpen(Supplier<T> call) {
+    requireAnyOpen(); // before the lock, which a thread that closes may have locked for long
     synchronized (LIFECYCLE) {
-      if (!isOpen) throw new IllegalStateException("no environment is open");
+      requireAnyOpen();
       return call.get();
     }
   }
 
+  private static void requireAnyOpen() {
+    if (!isOpen) throw new IllegalStateException("no environment is open");
+  }
+
   private synchronized void requireOpen() {
-    if (closing) throw new IllegalStateException("the environment has been closed");
+    if (closing) throw new IllegalStateException(this + " is closed");
   }
 
   /**
-   * Writes a line to the gateway's log, as the three below; possible without an open environment.
+   * Writes a line to the gateway's log at level debug; needs no open environment, as the three below.
    *
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
-  public static void logDebug(String text) {
-    Results.check("Environment.logDebug", OxliImpl.log_debugstr(line(text)));
+  public static void logDebug(String line) {
+    Results.check("Environment.logDebug", line, OxliImpl.log_debugstr(checked(line)));
   }
 
-  /** Writes a line to the gateway's log; see {@link #logDebug}. */
-  public static void logTrace(String text) {
-    Results.check("Environment.logTrace", OxliImpl.log_tracestr(line(text)));
+  /** Writes a line to the gateway's log at level trace; see {@link #logDebug}. */
+  public static void logTrace(String line) {
+    Results.check("Environment.logTrace", line, OxliImpl.log_tracestr(checked(line)));
   }
 
-  /** Writes a line to the gateway's log; see {@link #logDebug}. */
-  public static void logInfo(String text) {
-    Results.check("Environment.logInfo", OxliImpl.log_infostr(line(text)));
+  /** Writes a line to the gateway's log at level info; see {@link #logDebug}. */
+  public static void logInfo(String line) {
+    Results.check("Environment.logInfo", line, OxliImpl.log_infostr(checked(line)));
   }
 
-  /** Writes a line to the gateway's log; see {@link #logDebug}. */
-  public static void logError(String text) {
-    Results.check("Environment.logError", OxliImpl.log_errorstr(line(text)));
+  /** Writes a line to the gateway's log at level error; see {@link #logDebug}. */
+  public static void logError(String line) {
+    Results.check("Environment.logError", line, OxliImpl.log_errorstr(checked(line)));
   }
 
-  private static String line(String text) {
-    return Objects.requireNonNull(text, "text");
+  private static String checked(String line) {
+    NativeLibrary.load(); // whose failure is thrown each time; that of a class initialiser is not
+    return Objects.requireNonNull(line, "line");
   }
 }

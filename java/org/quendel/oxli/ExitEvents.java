@@ -1,45 +1,60 @@
 package org.quendel.oxli;
 
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
 
 /**
- * What native code calls on the exit event. Registered once in a process, because replacing a
- * registration is not guarded against an event that is being delivered.
+ * Receives the exit event from native code and passes it to the application's handler.
+ *
+ * <p>Native code does not guard a registration against an event that is being delivered. So it is
+ * registered once for an open environment, with the first handler, and unregistered after the
+ * gateway has closed its environment, when it raises no more events.
  */
 final class ExitEvents implements IExitEventHandler {
   private static final ExitEvents INSTANCE = new ExitEvents();
 
-  private boolean registered;
+  private final Set<Thread> delivering = ConcurrentHashMap.newKeySet();
   private volatile IExitEventHandler handler;
+  private boolean isRegistered;
 
   private ExitEvents() {}
 
-  static void handleWith(IExitEventHandler handler) {
-    INSTANCE.register();
-    INSTANCE.handler = handler;
+  /** Sets the handler, or none. Calls of this and of {@link #unregister} are serialised. */
+  static void setHandler(IExitEventHandler newHandler) {
+    INSTANCE.handler = newHandler;
+    if (INSTANCE.isRegistered) return;
+    Results.check("Environment.onExit", newHandler, OxliImpl.env_register_exithandler(INSTANCE));
+    INSTANCE.isRegistered = true;
   }
 
-  static void handleNoMore() {
+  /** Removes the handler and what native code knows. */
+  static void unregister() {
     INSTANCE.handler = null;
+    if (!INSTANCE.isRegistered) return;
+    INSTANCE.isRegistered = false;
+    Results.check("Environment.close", "exit handler", OxliImpl.env_register_exithandler(null));
   }
 
-  private synchronized void register() {
-    if (registered) return;
-    Results.check("Environment.onExit", OxliImpl.env_register_exithandler(this));
-    registered = true;
+  /** Returns whether the calling thread is inside the application's handler. */
+  static boolean isCaller() {
+    return INSTANCE.delivering.contains(Thread.currentThread());
   }
 
   @Override
   public void onExitEvent() {
     final IExitEventHandler current = handler;
     if (current == null) return;
+    delivering.add(Thread.currentThread());
     try {
       current.onExitEvent();
     } catch (Throwable e) {
-      // An exception would stay pending on a thread of the gateway's. Its class alone is named: any
+      // An exception would stay pending on a thread of the gateway. Only its class is logged: any
       // method of the exception may be the application's and throw again.
       OxliImpl.log_errorstr("exit event handler threw " + e.getClass().getName());
+    } finally {
+      delivering.remove(Thread.currentThread());
     }
   }
 }

@@ -12,27 +12,41 @@ public final class FieldValueDesc {
   FieldValueDesc(String name, String description, ByteBuffer value, long intValue) {
     this.name = name;
     this.description = description;
-    this.value = Descriptions.bytes(value);
+    this.value = Descriptions.copyOf(value);
     this.intValue = intValue;
   }
 
-  /** The value's name. */
+  /** Returns the value's name. */
   public String getName() {
     return name;
   }
 
-  /** Text for people. */
+  /** Returns the value's description for human readers. */
   public String getDescription() {
     return description;
   }
 
-  /** The value as it stands in a payload, read-only and little-endian; or null. */
+  /**
+   * Returns the bytes that the field has in a payload, or null: a new buffer, read-only and
+   * little-endian.
+   */
   public ByteBuffer getValue() {
-    return value;
+    return Descriptions.viewOf(value);
   }
 
-  /** The value of an integer field, sign-extended for unsigned types too; else -1. */
+  /** Returns the value of an integer field, sign-extended for unsigned types too; else -1. */
   public long getIntValue() {
     return intValue;
+  }
+
+  /** Returns the name and the value. */
+  @Override
+  public String toString() {
+    return "value " + name + " = " + intValue;
+  }
+
+  /** Returns the bytes themselves, whose state must not change, or null. */
+  ByteBuffer bytes() {
+    return value;
   }
 }

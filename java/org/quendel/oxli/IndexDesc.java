@@ -17,27 +17,33 @@ public final class IndexDesc {
     this.fields = Descriptions.list(fields);
   }
 
-  /** The index's name. */
+  /** Returns the index's name. */
   public String getName() {
     return name;
   }
 
-  /** Text for people. */
+  /** Returns the index's description for human readers. */
   public String getDescription() {
     return description;
   }
 
-  /** Hints by key, unmodifiable. */
+  /** Returns the hints by key, unmodifiable. */
   public Map<String, String> getHints() {
     return hints;
   }
 
-  /** The fields in index order, unmodifiable. */
+  /** Returns the fields in index order, unmodifiable. */
   public List<IndexFieldDesc> getFields() {
     return fields;
   }
 
-  /** The fields have the place in null maps that the message's of the same name have. */
+  /** Returns the name. */
+  @Override
+  public String toString() {
+    return "index " + name;
+  }
+
+  /** Gives each field the position in null maps that the message's field of the same name has. */
   void placeLike(Map<String, FieldDesc> fieldsByName) {
     for (IndexFieldDesc member : fields) {
       final FieldDesc field = member == null ? null : member.getField();

@@ -1,6 +1,6 @@
 package org.quendel.oxli;
 
-/** A field's part in an {@link IndexDesc}. Immutable; made by native code. */
+/** A field of an {@link IndexDesc}. Immutable; made by native code. */
 public final class IndexFieldDesc {
   private final FieldDesc field;
   private final int parameter;
@@ -10,13 +10,19 @@ public final class IndexFieldDesc {
     this.parameter = parameter;
   }
 
-  /** The field: an object equal in content to the message's, not the same one. */
+  /** Returns the field: another object than the message's, with the same content. */
   public FieldDesc getField() {
     return field;
   }
 
-  /** The gateway's parameter of the field in this index. */
+  /** Returns the number that the gateway's description gives the field in this index. */
   public int getParameter() {
     return parameter;
+  }
+
+  /** Returns the field and the parameter. */
+  @Override
+  public String toString() {
+    return field + ", parameter " + parameter;
   }
 }

@@ -9,73 +9,88 @@ import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.messages.Message;
 
 /**
- * Receives messages of a connection and hands them to its {@link ISubscriber}. Made by {@link
- * Connection#newListener}. Its calls hold the connection's lock.
+ * Receives messages of a connection and passes them to its {@link ISubscriber}. Made by {@link
+ * Connection#newListener}. {@link #open}, {@link #shut} and {@link #close} wait for the connection's
+ * delivery lock; see {@link Connection}.
  */
 public class Listener implements AutoCloseable {
-  private final Connection connection;
+  private final Connection connection; // null if native code owns the listener
   private final ISubscriber subscriber;
-  private long handle; // this and what follows: guarded by the connection's lock
-  private boolean releasing;
-  private Scheme scheme;
+  private final String settings;
 
-  Listener(Connection connection, ISubscriber subscriber) {
+  /** Locked by what uses the handle without the connection's delivery lock; see GatewayLock. */
+  private final Object handleLock = new Object();
+
+  // Written inside both locks, read inside one of them.
+  private long handle;
+  private boolean closing;
+
+  private volatile Scheme scheme; // written inside the delivery lock
+
+  Listener(Connection connection, ISubscriber subscriber, String settings) {
     this.connection = connection;
     this.subscriber = subscriber;
+    this.settings = settings;
   }
 
   /**
    * Called by native code for a listener that other native code owns. The object stands for it in
-   * callbacks: it owns nothing, {@link #close} does nothing and every call but {@link #getScheme}
+   * callbacks: it owns nothing, {@link #close} does nothing, and every call but {@link #getScheme}
    * throws {@link IllegalStateException}.
    */
   Listener(long handle) {
-    this(null, null);
+    this(null, null, "of native code");
     this.handle = handle;
   }
 
-  void create(long conn, String settings) {
+  void create(long conn) {
     final ObjRef ref = new ObjRef();
-    Bindings.check("Connection.newListener",
-        () -> OxliImpl.lsn_new(conn, settings, this::deliver, ref, connection, this));
-    handle = ref.getRef();
-  }
-
-  private int deliver(Connection from, Listener to, Message message) {
-    try {
-      return subscriber.onMessage(from, to, message);
-    } finally {
-      MessageAccess.get().detach(message);
+    Results.check("Connection.newListener", this,
+        OxliImpl.lsn_new(conn, settings, this::deliver, ref, connection, this));
+    synchronized (handleLock) {
+      handle = ref.getRef();
     }
   }
 
+  private int deliver(Connection from, Listener to, Message message) {
+    MessageAccess.acquire(message);
+    final int result;
+    try {
+      result = subscriber.onMessage(from, to, message);
+    } finally {
+      MessageAccess.release(message);
+      connection.noteDelivery();
+    }
+    if (result != ResultCode.OK) connection.noteResult(this, result);
+    return result;
+  }
+
   /**
-   * Opens the listener: messages come with the next {@link Connection#process}, some with this
-   * call.
+   * Opens the listener: its messages are delivered by {@link Connection#process}, some by this call.
    *
-   * @param settings the gateway's, in addition to those it was made with
-   * @throws OxliException when the gateway refuses
+   * @param openSettings the gateway's settings, in addition to those that the listener was made with
+   * @throws OxliException if the gateway refuses
    */
-  public final void open(String settings) {
-    Objects.requireNonNull(settings, "settings");
+  public final void open(String openSettings) {
+    Objects.requireNonNull(openSettings, "openSettings");
     final long lsn = enter();
     try {
       scheme = null;
-      Bindings.check("Listener.open", () -> OxliImpl.lsn_open(lsn, settings));
+      connection.call("Listener.open", this, () -> OxliImpl.lsn_open(lsn, openSettings));
     } finally {
       connection.unlock();
     }
   }
 
   /**
-   * Closes the listener, which can be opened again. May deliver messages.
+   * Closes the listener on the gateway's side; it can be opened again. May deliver messages.
    *
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
   public final void shut() {
     final long lsn = enter();
     try {
-      Bindings.check("Listener.shut", () -> OxliImpl.lsn_close(lsn));
+      connection.call("Listener.shut", this, () -> OxliImpl.lsn_close(lsn));
     } finally {
       scheme = null;
       connection.unlock();
@@ -83,43 +98,44 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * The gateway's number of the listener's state.
+   * Returns the state: one of {@link State} with the stand-in gateway. Does not wait for a {@link
+   * Connection#process} in progress.
    *
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
   public final int getState() {
-    final long lsn = enter();
-    try {
+    synchronized (handleLock) {
       final IntRef state = new IntRef();
-      Results.check("Listener.getState", OxliImpl.lsn_getstate(lsn, state));
+      Results.check("Listener.getState", this, OxliImpl.lsn_getstate(requireOpen(), state));
       return state.get();
-    } finally {
-      connection.unlock();
-    }
-  }
-
-  /** The gateway's name of the listener; empty when it has none. */
-  public final String getName() {
-    final long lsn = enter();
-    try {
-      return OxliImpl.lsn_getname(lsn);
-    } finally {
-      connection.unlock();
     }
   }
 
   /**
-   * The scheme of this opening, the same object until the listener is shut. Also called by native
-   * code, for the first data message of an opening.
+   * Returns the listener's name in the gateway, empty if it has none. Does not wait for a {@link
+   * Connection#process} in progress.
+   */
+  public final String getName() {
+    synchronized (handleLock) {
+      return OxliImpl.lsn_getname(requireOpen());
+    }
+  }
+
+  /**
+   * Returns the scheme of this opening, the same object until the listener is shut. Waits for a
+   * {@link Connection#process} in progress if no one has asked for it in this opening. Native code
+   * calls it for the first data message of an opening.
    *
-   * @throws OxliException when the gateway has none
+   * @throws OxliException if the gateway has none
    */
   public Scheme getScheme() {
-    // Called while the native code that owns the listener keeps it, and nothing here releases it.
+    final Scheme known = scheme;
+    if (known != null) return known;
+    // The native code that calls owns the listener: nothing here closes it.
     if (connection == null) return fetchScheme();
     connection.lock();
     try {
-      if (handle == 0) throw unusable();
+      if (handle == 0) throw closed();
       return fetchScheme();
     } finally {
       connection.unlock();
@@ -129,29 +145,33 @@ public class Listener implements AutoCloseable {
   private Scheme fetchScheme() {
     if (scheme == null) {
       final Scheme fetched = new Scheme();
-      Results.check("Listener.getScheme", OxliImpl.lsn_newscheme(handle, fetched));
+      Results.check("Listener.getScheme", this, OxliImpl.lsn_newscheme(handle, fetched));
       scheme = fetched;
     }
     return scheme;
   }
 
   /**
-   * Releases the listener, delivering what its closing makes. Possible inside {@code onMessage}.
+   * Releases the listener, delivering the messages that its closing makes. Possible inside {@code
+   * onMessage}.
    *
-   * @throws OxliException when the gateway reports an error; the listener is released all the same
+   * @throws OxliException if the gateway reports an error; the listener is closed all the same
    */
   @Override
   public final void close() {
     if (connection == null) return;
     connection.lock();
     try {
-      if (handle == 0 || releasing) return;
-      // Not 0 yet: what is delivered meanwhile may need the scheme.
-      releasing = true;
+      synchronized (handleLock) {
+        if (handle == 0 || closing) return;
+        closing = true; // not 0 yet: the messages delivered meanwhile may need the scheme
+      }
       try {
-        Bindings.check("Listener.close", () -> OxliImpl.lsn_destroy(handle));
+        connection.call("Listener.close", this, () -> OxliImpl.lsn_destroy(handle));
       } finally {
-        handle = 0;
+        synchronized (handleLock) {
+          handle = 0;
+        }
         scheme = null;
         connection.forget(this);
       }
@@ -160,16 +180,28 @@ public class Listener implements AutoCloseable {
     }
   }
 
-  /** Takes the connection's lock and gives the handle. */
-  private long enter() {
-    if (connection == null) throw unusable();
-    connection.lock();
-    if (handle != 0 && !releasing) return handle;
-    connection.unlock();
-    throw unusable();
+  /** Returns the beginning of the settings. */
+  @Override
+  public String toString() {
+    return Results.nameOf("listener", settings);
   }
 
-  private static IllegalStateException unusable() {
-    return new IllegalStateException("the listener has been released or belongs to native code");
+  /** Locks the connection's delivery lock and returns the handle. */
+  private long enter() {
+    if (connection == null) throw closed();
+    connection.lock();
+    if (handle != 0 && !closing) return handle;
+    connection.unlock();
+    throw closed();
+  }
+
+  /** Returns the handle. REQUIRES: one of the locks. */
+  private long requireOpen() {
+    if (connection == null || handle == 0 || closing) throw closed();
+    return handle;
+  }
+
+  private IllegalStateException closed() {
+    return new IllegalStateException(this + (connection == null ? " cannot be used" : " is closed"));
   }
 }

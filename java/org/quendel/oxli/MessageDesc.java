@@ -5,7 +5,7 @@ import java.util.Map;
 import java.util.NoSuchElementException;
 import java.util.Objects;
 
-/** One message of a {@link Scheme}. Immutable; made by native code. */
+/** One message of a {@link Scheme}. Immutable once the scheme is filled; made by native code. */
 public final class MessageDesc {
   private final long number;
   private final String name;
@@ -15,7 +15,7 @@ public final class MessageDesc {
   private final List<IndexDesc> indices;
   private final Map<String, FieldDesc> fieldsByName;
   private final Map<String, IndexDesc> indicesByName;
-  private final int[] zblocks; // where z-blocks are, those of nested messages too; ascending
+  private final FieldDesc[] zblockFields; // those of nested messages at their outer offset
 
   MessageDesc(long number, String name, String description, String[] hints, FieldDesc[] fields,
       IndexDesc[] indices) {
@@ -31,8 +31,8 @@ public final class MessageDesc {
       if (fields[i] != null) fields[i].place(i);
     }
     placeIndices();
-    zblocks = this.fields.stream().filter(Objects::nonNull).flatMapToInt(FieldDesc::zblocks)
-        .sorted().toArray();
+    zblockFields = this.fields.stream().filter(Objects::nonNull).flatMap(FieldDesc::zblockFields)
+        .toArray(FieldDesc[]::new);
   }
 
   /** Called by the field whose nested message this describes: null maps are of outer fields. */
@@ -50,56 +50,70 @@ public final class MessageDesc {
     }
   }
 
-  /** The offsets of the z-blocks, not to be written. */
-  int[] zblocks() {
-    return zblocks;
+  /** Returns the fields that contain z-blocks, those of nested messages too; not to be written. */
+  FieldDesc[] zblockFields() {
+    return zblockFields;
   }
 
-  /** The gateway's number of the message, unsigned 32-bit. */
+  boolean hasZblockAt(int offset) {
+    for (FieldDesc field : zblockFields) {
+      if (field.getOffset() == offset) return true;
+    }
+    return false;
+  }
+
+  /** Returns the message's id, unsigned 32-bit; 4294967295 if it has none. */
   public long getNumber() {
     return number;
   }
 
-  /** The name by which a publisher makes the message. */
+  /** Returns the name by which a publisher makes the message. */
   public String getName() {
     return name;
   }
 
-  /** Text for people. */
+  /** Returns the message's description for human readers. */
   public String getDescription() {
     return description;
   }
 
-  /** Hints by key, unmodifiable. */
+  /** Returns the hints by key, unmodifiable. */
   public Map<String, String> getHints() {
     return hints;
   }
 
-  /** The fields in the order of the null map, unmodifiable. */
+  /** Returns the fields in the order of the null map, unmodifiable. */
   public List<FieldDesc> getFields() {
     return fields;
   }
 
   /**
-   * A field by its name. For every message of the scheme's opening: look it up once.
+   * Returns a field by its name. It is the same for each message of the scheme's opening: look it up
+   * once.
    *
-   * @throws NoSuchElementException when there is none of that name
+   * @throws NoSuchElementException if there is none of that name
    */
   public FieldDesc getField(String fieldName) {
-    return Descriptions.get(fieldsByName, fieldName, "message", name, "field");
+    return Descriptions.get(fieldsByName, fieldName, this, "field");
   }
 
-  /** The indexes, unmodifiable. */
+  /** Returns the indexes, unmodifiable. */
   public List<IndexDesc> getIndices() {
     return indices;
   }
 
   /**
-   * An index by its name.
+   * Returns an index by its name.
    *
-   * @throws NoSuchElementException when there is none of that name
+   * @throws NoSuchElementException if there is none of that name
    */
   public IndexDesc getIndex(String indexName) {
-    return Descriptions.get(indicesByName, indexName, "message", name, "index");
+    return Descriptions.get(indicesByName, indexName, this, "index");
+  }
+
+  /** Returns the name. */
+  @Override
+  public String toString() {
+    return "message " + name;
   }
 }

@@ -1,28 +1,32 @@
 package org.quendel.oxli;
 
-/** The gateway refused an operation or failed in it. The code says why. */
+/**
+ * The gateway, native code or a subscriber refused an operation. The message says which operation, on
+ * which object, and what the code means; the gateway's log may say more: the stand-in gateway writes
+ * it to standard error if the environment is opened with {@code log=stderr}.
+ */
 public final class OxliException extends RuntimeException {
   private static final long serialVersionUID = 1L;
 
   private final int code;
 
-  /** A failure without a code of its own: {@link ResultCode#INTERNAL}. Also thrown natively. */
+  /** Makes one without a code of its own: {@link ResultCode#INTERNAL}. Native code calls it too. */
   public OxliException(String message) {
     this(message, ResultCode.INTERNAL);
   }
 
-  /** A failure with the gateway's result code. */
+  /** Makes one with a result code. */
   public OxliException(String message, int code) {
     super(message);
     this.code = code;
   }
 
-  /** The result code: one of {@link ResultCode}, another of the gateway's, or a subscriber's. */
+  /** Returns the result code: one of {@link ResultCode}, another of the gateway, or a subscriber's. */
   public int getCode() {
     return code;
   }
 
-  /** The gateway's name of the code, such as {@code OX_ERR_INVALIDSTATE}. */
+  /** Returns the gateway's name of the code, such as {@code OX_ERR_INVALIDSTATE}. */
   public String getName() {
     return ResultCode.nameOf(code);
   }

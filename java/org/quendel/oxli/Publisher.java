@@ -3,6 +3,7 @@ package org.quendel.oxli;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.IdentityHashMap;
+import java.util.List;
 import java.util.Objects;
 import java.util.Set;
 import org.quendel.oxli.impl.IntRef;
@@ -11,14 +12,12 @@ import org.quendel.oxli.impl.MessageOwner;
 import org.quendel.oxli.impl.ObjRef;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
-import org.quendel.oxli.messages.DataMessage;
+import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.Message;
 
 /**
- * Makes and posts messages. Made by {@link Connection#newPublisher}; owns the messages made from
- * it.
- *
- * <p>One lock is held by every call: a post waits for another post, not for {@link
+ * Makes and posts messages. Made by {@link Connection#newPublisher}; owns the messages made from it.
+ * Thread-safe: each call waits for another one on the publisher, but not for {@link
  * Connection#process}.
  */
 public final class Publisher implements AutoCloseable {
@@ -26,17 +25,21 @@ public final class Publisher implements AutoCloseable {
   private static final int KEY_ID = 1;
   private static final int KEY_NAME = 2;
 
-  /** Taken after the connection's lock when both are needed. What follows is guarded by it. */
+  /** Guards what follows. Locked after the connection's locks; see GatewayLock. */
   private final Object lock = new Object();
 
-  private final Connection connection;
+  private final Connection connection; // null if native code owns the publisher
+  private final String settings;
   private final MessageOwner owner = new Owner();
   private final Set<Message> outstanding = Collections.newSetFromMap(new IdentityHashMap<>());
+  private final List<Runnable> deferred = new ArrayList<>(); // releases that wait for a post to end
+  private int depth; // of the gateway's calls that read a message
   private long handle;
   private Scheme scheme;
 
-  Publisher(Connection connection) {
+  Publisher(Connection connection, String settings) {
     this.connection = connection;
+    this.settings = settings;
   }
 
   /**
@@ -45,13 +48,13 @@ public final class Publisher implements AutoCloseable {
    * IllegalStateException}.
    */
   Publisher(long handle) {
-    this((Connection) null);
+    this(null, "of native code");
   }
 
-  void create(long conn, String settings) {
+  void create(long conn) {
     synchronized (lock) {
       final ObjRef ref = new ObjRef();
-      Results.check("Connection.newPublisher", OxliImpl.pub_new(conn, settings, ref, this));
+      Results.check("Connection.newPublisher", this, OxliImpl.pub_new(conn, settings, ref, this));
       handle = ref.getRef();
     }
   }
@@ -59,60 +62,60 @@ public final class Publisher implements AutoCloseable {
   /**
    * Opens the publisher.
    *
-   * @param settings the gateway's, in addition to those it was made with
-   * @throws OxliException when the gateway refuses
+   * @param openSettings the gateway's settings, in addition to those that the publisher was made with
+   * @throws OxliException if the gateway refuses
    */
-  public void open(String settings) {
-    Objects.requireNonNull(settings, "settings");
+  public void open(String openSettings) {
+    Objects.requireNonNull(openSettings, "openSettings");
     synchronized (lock) {
       scheme = null;
-      Results.check("Publisher.open", OxliImpl.pub_open(alive(), settings));
+      Results.check("Publisher.open", this, OxliImpl.pub_open(requireOpen(), openSettings));
     }
   }
 
   /**
-   * Closes the publisher, which can be opened again. Its messages stay.
+   * Closes the publisher on the gateway's side; it can be opened again. Its messages stay.
    *
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
   public void shut() {
     synchronized (lock) {
       scheme = null;
-      Results.check("Publisher.shut", OxliImpl.pub_close(alive()));
+      Results.check("Publisher.shut", this, OxliImpl.pub_close(requireOpen()));
     }
   }
 
   /**
-   * The gateway's number of the publisher's state.
+   * Returns the state: one of {@link State} with the stand-in gateway.
    *
-   * @throws OxliException when the gateway refuses
+   * @throws OxliException if the gateway refuses
    */
   public int getState() {
     synchronized (lock) {
       final IntRef state = new IntRef();
-      Results.check("Publisher.getState", OxliImpl.pub_getstate(alive(), state));
+      Results.check("Publisher.getState", this, OxliImpl.pub_getstate(requireOpen(), state));
       return state.get();
     }
   }
 
-  /** The gateway's name of the publisher; empty when it has none. */
+  /** Returns the publisher's name in the gateway, empty if it has none. */
   public String getName() {
     synchronized (lock) {
-      return OxliImpl.pub_getname(alive());
+      return OxliImpl.pub_getname(requireOpen());
     }
   }
 
   /**
-   * The scheme of this opening, the same object until the publisher is shut.
+   * Returns the scheme of this opening, the same object until the publisher is shut.
    *
-   * @throws OxliException when the gateway has none
+   * @throws OxliException if the gateway has none
    */
   public Scheme getScheme() {
     synchronized (lock) {
-      final long pub = alive();
+      final long pub = requireOpen();
       if (scheme == null) {
         final Scheme fetched = new Scheme();
-        Results.check("Publisher.getScheme", OxliImpl.pub_newscheme(pub, fetched));
+        Results.check("Publisher.getScheme", this, OxliImpl.pub_newscheme(pub, fetched));
         scheme = fetched;
       }
       return scheme;
@@ -120,12 +123,11 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Makes a message by its name in the scheme. It lives until it is closed, with the publisher at
-   * the latest.
+   * Makes a message by its name in the scheme. It lives until it is closed, or the publisher is.
    *
-   * @param <M> the class the caller knows the message to be of; another makes the caller's
-   *     assignment throw {@link ClassCastException}
-   * @throws OxliException when the gateway refuses
+   * @param <M> the class that the caller knows the message to be of; of another class, the caller's
+   *     assignment throws {@link ClassCastException}
+   * @throws OxliException if the gateway refuses
    */
   public <M extends Message> M newMessage(String name) {
     return make(KEY_NAME, Objects.requireNonNull(name, "name"));
@@ -145,90 +147,130 @@ public final class Publisher implements AutoCloseable {
   private <M extends Message> M make(int keyType, Object key) {
     synchronized (lock) {
       final Object[] made = new Object[1];
-      Results.check("Publisher.newMessage",
-          OxliImpl.pub_msgnew(alive(), keyType, key, getScheme(), made));
+      final int code = OxliImpl.pub_msgnew(requireOpen(), keyType, key, getScheme(), made);
+      if (code != ResultCode.OK) {
+        throw Results.failure("Publisher.newMessage", "message " + key + " of " + this, code);
+      }
       final Message message = (Message) made[0];
-      MessageAccess.get().adopt(message, owner);
+      final MessageDesc desc = describe(message, keyType, key);
+      MessageAccess.adopt(message, owner, desc, desc == null ? null : desc.zblockFields());
       outstanding.add(message);
       return (M) message;
     }
   }
 
-  /** Posts with no flags; see {@link #post(Message, int)}. */
+  /** Returns the description that the message was made from; only some classes have its name. */
+  private MessageDesc describe(Message message, int keyType, Object key) {
+    if (message instanceof AbstractDataMessage) {
+      return scheme.findMessage(((AbstractDataMessage) message).getMsgName());
+    }
+    if (keyType == KEY_NAME) return scheme.findMessage((String) key);
+    final int number = (Integer) key;
+    return keyType == KEY_INDEX ? scheme.findMessageByIndex(number)
+        : scheme.findMessageById(number);
+  }
+
+  /** Posts without flags; see {@link #post(Message, int)}. */
   public void post(Message message) {
     post(message, 0);
   }
 
   /**
-   * Posts a message: one of this publisher's, as often as wanted, or a delivered one from inside
+   * Posts a message: an outgoing one of this publisher, as often as wanted, or a delivered one inside
    * {@code onMessage}.
    *
-   * @param flags the gateway's
-   * @throws OxliException when the gateway refuses
-   * @throws IllegalArgumentException when the message is another publisher's
-   * @throws IllegalStateException when the message is a copy, has ended or has been closed, refers to
-   *     one of which that is true, or has a z-block that {@link FieldDesc#setZBlock} did not set
+   * <p>Once the gateway has been called, an exception does not say that nothing was sent: if Java
+   * fails to pass the address, the reference or the null map (no memory), the exception is thrown
+   * after the message has been posted without them.
+   *
+   * @param flags the gateway's: of the stand-in gateway, {@link PostFlags}
+   * @throws OxliException if the gateway refuses
+   * @throws IllegalArgumentException if the message is another publisher's
+   * @throws IllegalStateException if the message is a copy, is closed, or was delivered and may not be
+   *     used here and now; if it refers to such a message; if it, or the message that it refers to,
+   *     has a z-block field that something else than {@link FieldDesc#setZBlock} wrote
    */
   public void post(Message message, int flags) {
     synchronized (lock) {
-      final long pub = alive();
-      final MessageOwner messageOwner = MessageAccess.get().ownerOf(message);
+      final long pub = requireOpen();
+      final MessageOwner messageOwner = MessageAccess.ownerOf(message);
       if (messageOwner != null && messageOwner != owner) {
-        throw new IllegalArgumentException("the message is another publisher's");
+        throw new IllegalArgumentException(message + " is not a message of " + this);
       }
-      if (!MessageAccess.get().isAttached(message)) {
-        throw new IllegalStateException("the message is a copy, has ended or has been closed");
+      MessageAccess.requireReadableByGateway(message);
+      ++depth;
+      final int code;
+      try {
+        code = OxliImpl.pub_post(pub, message, flags);
+      } finally {
+        leave();
       }
-      checkBlocks(message);
-      if (message instanceof DataMessage) checkReference((DataMessage) message);
-      Results.check("Publisher.post", OxliImpl.pub_post(pub, message, flags));
+      if (code != ResultCode.OK) {
+        throw Results.failure("Publisher.post", message + " on " + this, code);
+      }
     }
   }
 
-  private static void checkReference(DataMessage message) {
-    if (!MessageAccess.get().isReferenceAlive(message)) {
-      throw new IllegalStateException("the message refers to a copy or to one that has ended");
-    }
-    if (message.getRefMessage() != null) checkBlocks(message.getRefMessage());
+  /** Ends a gateway call that read a message; the outermost one runs what waited for it. */
+  private void leave() {
+    if (--depth > 0) return;
+    final CloseErrors errors = new CloseErrors();
+    while (!deferred.isEmpty()) errors.run(deferred.remove(0));
+    errors.throwFirst();
   }
 
-  /** The gateway follows what stands in a z-block field, whoever wrote it. */
-  private static void checkBlocks(Message message) {
-    final MessageDesc desc = MessageAccess.get().descOf(message);
-    if (message.isDelivered() || desc == null) return;
-    for (int offset : desc.zblocks()) {
-      if (!MessageAccess.get().isKept(message, offset)) {
-        throw new IllegalStateException("the z-block at " + offset + " has been overwritten");
-      }
+  /** Runs a release of what a gateway call in progress on this thread may still read, after it. */
+  private void release(Runnable step) {
+    if (depth > 0) {
+      deferred.add(step);
+    } else {
+      step.run();
     }
   }
 
   /**
-   * Closes the messages made from it that are not closed, and releases the publisher. Waits for
-   * calls in progress on other threads, but not for a thread that fills a message: its memory ends.
+   * Closes the messages made from it that are not closed, and releases the publisher. Waits for calls
+   * in progress on other threads, but not for a thread that writes into a message, whose memory is
+   * freed. Inside a post of this publisher the release waits for the end of that post.
    *
-   * @throws OxliException the first error reported, with others suppressed; all is released
+   * @throws OxliException the first error reported, with others suppressed; all is closed
    */
   @Override
   public void close() {
     synchronized (lock) {
       if (handle == 0) return;
       final long pub = handle;
-      final Releases releases = new Releases();
-      for (Message message : new ArrayList<>(outstanding)) releases.run(message::close);
+      final CloseErrors errors = new CloseErrors();
+      for (Message message : new ArrayList<>(outstanding)) errors.run(message::close);
       handle = 0;
       scheme = null;
-      releases.run(() -> Results.check("Publisher.close", OxliImpl.pub_destroy(pub)));
-      // Last: a connection that is released waits for the publishers it knows.
-      connection.forget(this);
-      releases.finish();
+      errors.run(() -> release(() -> {
+        try {
+          Results.check("Publisher.close", this, OxliImpl.pub_destroy(pub));
+        } finally {
+          // Last: a connection that closes waits for the publishers that it knows.
+          connection.forget(this);
+        }
+      }));
+      errors.throwFirst();
     }
   }
 
-  /** REQUIRES: the lock. */
-  private long alive() {
+  /** Returns whether the calling thread is inside a call on this publisher. */
+  boolean isEnteredByCaller() {
+    return Thread.holdsLock(lock);
+  }
+
+  /** Returns the beginning of the settings. */
+  @Override
+  public String toString() {
+    return Results.nameOf("publisher", settings);
+  }
+
+  /** Returns the handle. REQUIRES: the lock. */
+  private long requireOpen() {
     if (handle != 0) return handle;
-    throw new IllegalStateException("the publisher has been released or belongs to native code");
+    throw new IllegalStateException(this + (connection == null ? " cannot be used" : " is closed"));
   }
 
   private final class Owner implements MessageOwner {
@@ -236,18 +278,23 @@ public final class Publisher implements AutoCloseable {
     public void dispose(Message message) {
       synchronized (lock) {
         if (!outstanding.remove(message)) return;
-        final long ref = MessageAccess.get().detach(message);
-        Results.check("Message.close", OxliImpl.pub_msgdispose(handle, ref, message));
+        final long pub = handle;
+        final long ref = MessageAccess.detach(message);
+        release(() -> Results.check("Message.close", message + " of " + Publisher.this,
+            OxliImpl.pub_msgdispose(pub, ref, message)));
       }
     }
 
     @Override
     public byte[] dump(Message message, long argument) {
       synchronized (lock) {
-        if (!outstanding.contains(message)) {
-          throw new IllegalStateException("the message has been closed");
+        MessageAccess.requireReadableByGateway(message);
+        ++depth;
+        try {
+          return OxliImpl.msg_dump(message, argument);
+        } finally {
+          leave();
         }
-        return OxliImpl.msg_dump(message, argument);
       }
     }
   }

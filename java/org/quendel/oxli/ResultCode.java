@@ -1,21 +1,24 @@
 package org.quendel.oxli;
 
-/** Result codes of the gateway that this library knows by name. The gateway has others. */
+/** Result codes that this library knows by name. The gateway has others. */
 public final class ResultCode {
   /** Success. */
   public static final int OK = 0;
   /** The gateway or the native library failed. */
   public static final int INTERNAL = 0x20000;
-  /** An argument is not usable. */
+  /** An argument is invalid. */
   public static final int INVALID_ARGUMENT = 0x20001;
-  /** The operation does not fit the object's state. */
+  /** The state of the object does not allow the operation. */
   public static final int INVALID_STATE = 0x20005;
-  /** A buffer does not hold the result. */
+  /** A buffer is too small for the result. */
   public static final int BUFFER_TOO_SMALL = 0x20007;
 
   private ResultCode() {}
 
-  /** The gateway's name of the code, such as {@code OX_ERR_INVALIDSTATE}, or one by number. */
+  /**
+   * Returns the gateway's name of the code, such as {@code OX_ERR_INVALIDSTATE}, or {@code OX_ERR_}
+   * and the number.
+   */
   public static String nameOf(int code) {
     switch (code) {
       case OK:

@@ -1,63 +1,130 @@
 package org.quendel.oxli;
 
+import java.util.ArrayList;
 import java.util.Collections;
+import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.NoSuchElementException;
+import org.quendel.oxli.impl.MessageAccess;
+import org.quendel.oxli.messages.AbstractDataMessage;
 
 /**
  * The layout of a listener's or publisher's messages: {@link MessageDesc messages} of {@link
- * FieldDesc fields} and {@link IndexDesc indexes}. It belongs to one opening: reopening gives a new
- * one. Filled once, by native code; after that the whole tree does not change and any thread may
- * read it.
+ * FieldDesc fields} and {@link IndexDesc indexes}. It belongs to one opening: the next opening has a
+ * new one. Native code fills it once; after that the whole tree is immutable and thread-safe.
  *
- * <p>Names, descriptions, hints and type texts of a scheme pass through the virtual machine's
- * modified UTF-8: in them, characters beyond U+FFFF that the gateway writes in standard UTF-8 do not
- * arrive as such. Texts in payloads do not pass through it: see {@link FieldDesc#getText}.
+ * <p>The names, descriptions, hints and types of a scheme pass through the virtual machine's modified
+ * UTF-8: characters beyond U+FFFF that the gateway writes in standard UTF-8 arrive as others. Strings
+ * in payloads do not pass through it; see {@link FieldDesc#getText}.
  */
 public final class Scheme {
+  private static final int NONE = -1;
+
+  /** Offset in bytes of the message's index in the gateway's record of a data message or row. */
+  private static final int INDEX_IN_RECORD = 32;
+
   private long ref;
   private long type;
   private long features;
   private List<MessageDesc> messages = Collections.emptyList();
   private Map<String, MessageDesc> messagesByName = Collections.emptyMap();
+  private final Map<Long, List<MessageDesc>> messagesByNumber = new HashMap<>();
 
   Scheme() {}
 
-  /** Address of the gateway's description, which lives no longer than what it describes. */
+  /** Returns the address of the gateway's description, which lives no longer than the opening. */
   public long getRef() {
     return ref;
   }
 
-  /** The gateway's kind of scheme, an unsigned 32-bit number. */
+  /** Returns the gateway's type of scheme, an unsigned 32-bit number. */
   public long getType() {
     return type;
   }
 
-  /** The gateway's feature bits, an unsigned 32-bit number. */
+  /** Returns the gateway's feature bits, an unsigned 32-bit number. */
   public long getFeatures() {
     return features;
   }
 
-  /** The messages in the order of their indexes, unmodifiable. */
+  /** Returns the messages in the order of their indexes, unmodifiable. */
   public List<MessageDesc> getMessages() {
     return messages;
   }
 
   /**
-   * A message by its name.
+   * Returns a message by its name.
    *
-   * @throws NoSuchElementException when there is none of that name
+   * @throws NoSuchElementException if there is none of that name
    */
   public MessageDesc getMessage(String name) {
-    final MessageDesc message = findMessage(name);
-    if (message != null) return message;
-    throw new NoSuchElementException("the scheme has no message " + name);
+    return Descriptions.get(messagesByName, name, "the scheme", "message");
   }
 
-  /** A message by its name, or null. */
+  /** Returns a message by its name, or null. */
   public MessageDesc findMessage(String name) {
     return messagesByName.get(name);
+  }
+
+  /**
+   * Returns a description whose messages may be delivered in the same object as those of the
+   * description with that name, or null if there is none.
+   *
+   * <p>Messages of one listener share an object if they have the same key: the index, or the id of a
+   * message without an index. So two descriptions can share an object if the id of one is the index
+   * of the other, or if they have the same id. A description does not say whether its messages have
+   * an index: what is returned may in fact have an object of its own.
+   *
+   * @param msgIndex the index with which the object was made, or -1
+   * @param msgId the id with which it was made, or -1
+   * @param msgName the name with which it was made
+   */
+  public MessageDesc findAlternative(int msgIndex, int msgId, String msgName) {
+    final MessageDesc own = findMessage(msgName);
+    final int key = msgIndex != NONE ? msgIndex : msgId;
+    for (MessageDesc other : ofId(key)) {
+      if (other != own) return other;
+    }
+    final MessageDesc ofIndex = msgIndex != NONE ? own : findMessageByIndex(key);
+    return ofIndex == own ? null : ofIndex;
+  }
+
+  /**
+   * Returns the description of a delivered message that may be of the alternative too, or null if
+   * that remains open. Only the record tells.
+   */
+  public MessageDesc findMessage(AbstractDataMessage message, MessageDesc alternative) {
+    final boolean hasIndex = message.getMsgIndex() != NONE;
+    // Without an index, messages of the same id cannot be told apart.
+    if (!hasIndex && alternative.getNumber() == Integer.toUnsignedLong(message.getMsgId())) {
+      return null;
+    }
+    final long index = ZBlock.readLong(MessageAccess.refOf(message) + INDEX_IN_RECORD);
+    return (int) index == message.getMsgIndex() ? findMessage(message.getMsgName()) : null;
+  }
+
+  /** Returns all that the scheme says, as a tree: a line for each part, indented by its depth. */
+  @Override
+  public String toString() {
+    return SchemePrinter.print(this);
+  }
+
+  /** Returns the message at that position, or null. */
+  MessageDesc findMessageByIndex(int index) {
+    return index >= 0 && index < messages.size() ? messages.get(index) : null;
+  }
+
+  /** Returns the first message of that id, or null. */
+  MessageDesc findMessageById(int id) {
+    final List<MessageDesc> found = ofId(id);
+    return found.isEmpty() ? null : found.get(0);
+  }
+
+  private List<MessageDesc> ofId(int id) {
+    final List<MessageDesc> found =
+        id == NONE ? null : messagesByNumber.get(Integer.toUnsignedLong(id));
+    return found == null ? Collections.emptyList() : found;
   }
 
   void setRef(long newRef) {
@@ -75,5 +142,9 @@ public final class Scheme {
   void setMessages(MessageDesc[] newMessages) {
     messages = Descriptions.list(newMessages);
     messagesByName = Descriptions.byName(newMessages, MessageDesc::getName);
+    for (MessageDesc message : newMessages) {
+      if (message == null) continue;
+      messagesByNumber.computeIfAbsent(message.getNumber(), number -> new ArrayList<>()).add(message);
+    }
   }
 }

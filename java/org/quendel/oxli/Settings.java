@@ -1,8 +1,6 @@
 package org.quendel.oxli;
 
-import java.util.ArrayDeque;
 import java.util.Collections;
-import java.util.Deque;
 import java.util.LinkedHashMap;
 import java.util.Map;
 import java.util.Objects;
@@ -10,33 +8,33 @@ import org.quendel.oxli.ex.impl.OxliImplEx;
 import org.quendel.oxli.impl.Results;
 
 /**
- * Reads settings texts, {@code key=value;key=value}, as the gateway's own parser does. They pass
- * through modified UTF-8 and back, which changes nothing in them.
+ * Reads settings, {@code key=value;key=value}, as the gateway's own parser does. They pass through
+ * modified UTF-8 and back, which changes nothing in them.
  *
  * <ul>
- *   <li>A value in double quotes may hold {@code ;}. The quotes are not part of it.
- *   <li>A block <code>?{...}</code> may stand in a value and hold {@code ;} and more blocks. Its braces
- *       stay: parse what is between them as a settings text of its own.
- *   <li>A backslash before a double quote disappears and makes it an ordinary character; before any
- *       other character it stays. Inside quotes and blocks a {@code ;} behind a backslash is lost. In
+ *   <li>A value in double quotes may contain {@code ;}. The quotes are not part of it.
+ *   <li>A block <code>?{...}</code> may be in a value and contain {@code ;} and more blocks. Its braces
+ *       stay: parse what is between them as settings of their own.
+ *   <li>A backslash before a double quote is removed and makes it an ordinary character; before any
+ *       other character it stays. Inside quotes and blocks a {@code ;} after a backslash is lost. In
  *       keys a backslash means nothing.
- *   <li>Blanks are ordinary characters, empty pairs count for nothing, and of two pairs with one key
- *       the later counts.
+ *   <li>Blanks are ordinary characters, empty pairs are ignored, and of two pairs with one key the
+ *       later counts.
  * </ul>
  */
 public final class Settings {
   private Settings() {}
 
   /**
-   * The pairs of a settings text in ascending order of the keys' bytes, unmodifiable.
+   * Returns the pairs of the settings in ascending order of the keys' bytes, unmodifiable.
    *
-   * @throws IllegalArgumentException when the text is malformed, saying what is wrong and where
-   * @throws IllegalStateException when no environment is open: the parser is one of its services
-   * @throws OxliException when there is no memory
+   * @throws IllegalArgumentException if the settings are malformed, saying what is wrong and where
+   * @throws IllegalStateException if no environment is open: the parser is one of its services
+   * @throws OxliException if there is no memory
    */
   public static Map<String, String> parse(String settings) {
     Objects.requireNonNull(settings, "settings");
-    final String[] keysAndValues = Environment.whileOpen(() -> OxliImplEx.settings_parse(settings));
+    final String[] keysAndValues = pairsOf(settings);
     if (keysAndValues == null) {
       throw new IllegalArgumentException("malformed settings: " + faultOf(settings));
     }
@@ -47,48 +45,24 @@ public final class Settings {
     return Collections.unmodifiableMap(pairs);
   }
 
-  /** What is wrong with a text that the parser has refused. */
-  private static String faultOf(String settings) {
-    final Deque<Integer> open = new ArrayDeque<>(); // where quotes and blocks begin
-    boolean inKey = true;
-    int key = 0; // where the key begins, or the next one would
-    for (int i = 0; i < settings.length(); ++i) {
-      final char c = settings.charAt(i);
-      final char before = i == 0 ? ';' : settings.charAt(i - 1);
-      final boolean inQuotes = !open.isEmpty() && settings.charAt(open.peek()) == '"';
-      if (c == '{' && before == '?') {
-        open.push(i);
-      } else if (c == '\\' && !(inKey && open.isEmpty())) {
-        ++i; // what follows is escaped, except that it may end the value
-        if (i < settings.length() && settings.charAt(i) == ';' && open.isEmpty()) {
-          inKey = true;
-          key = i + 1;
-        }
-      } else if (!open.isEmpty()) {
-        if (c == (inQuotes ? '"' : '}')) open.pop();
-      } else if (inKey && c == '=') {
-        inKey = false;
-      } else if (!inKey && c == '"' && before == '=') {
-        open.push(i);
-      } else if (c == ';') {
-        if (inKey && key < i) return noValue(settings, key, i);
-        inKey = true;
-        key = i + 1;
-      }
-    }
-    if (open.isEmpty()) {
-      // Nothing is wrong with the text itself.
-      if (!inKey || key == settings.length()) {
-        throw Results.failure("Settings.parse", ResultCode.INTERNAL);
-      }
-      return noValue(settings, key, settings.length());
-    }
-    final int begin = open.peek();
-    return "nothing closes the " + (settings.charAt(begin) == '"' ? "quotes" : "block") + " at "
-        + begin;
+  private static String[] pairsOf(String settings) {
+    return Environment.whileOpen(() -> OxliImplEx.settings_parse(settings));
   }
 
-  private static String noValue(String settings, int begin, int end) {
-    return '"' + settings.substring(begin, end) + "\" at " + begin + " has no =";
+  private static boolean isValid(String settings) {
+    return pairsOf(settings) != null;
+  }
+
+  /** Finds the first pair that the parser refuses, by asking the parser for each. */
+  private static String faultOf(String settings) {
+    int begin = 0;
+    for (int end = settings.indexOf(';'); end >= 0; end = settings.indexOf(';', end + 1)) {
+      if (isValid(settings.substring(begin, end))) begin = end + 1;
+    }
+    final String rest = settings.substring(begin);
+    if (isValid(rest)) throw Results.failure("Settings.parse", rest, ResultCode.INTERNAL);
+    final String pair = rest.substring(0, (rest + ';').indexOf(';'));
+    return isValid(pair + '=') ? '"' + pair + "\" at " + begin + " has no ="
+        : "the quotes or a block of the pair at " + begin + " are not closed";
   }
 }

@@ -3,13 +3,15 @@ package org.quendel.oxli;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.util.Objects;
+import org.quendel.oxli.impl.MessageAccess;
 import org.quendel.oxli.impl.NativeRef;
+import org.quendel.oxli.impl.ObjRef;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.messages.Message;
 
 /**
- * A block of bytes that a message refers to instead of carrying it, read and written in place: no
+ * A block of bytes that a message refers to instead of containing it, read and written in place: no
  * block is ever copied. Made by {@link Environment#newZBlock(ByteBuffer)} over memory to send, or by
  * {@link Environment#newZBlock()} to receive; one object serves any number of messages.
  *
@@ -23,18 +25,22 @@ import org.quendel.oxli.messages.Message;
  * received.getData();
  * }</pre>
  *
- * <p>Sent memory must not change while a post is in progress; the gateway has its own copy of it
- * after that. Received bytes are the gateway's: they end with their message, as its payload does,
- * must not be written to, and cannot be sent on without a copy. A block that is not closed is kept
- * until its environment is. May be used by any thread; one at a time is inside.
+ * <p>Memory to send must not change while a post is in progress; afterwards the gateway has a copy.
+ * A mapped file is memory too: the bytes that a post reads must exist, so a file that another process
+ * truncates meanwhile ends the virtual machine with a bus error in the gateway. Received bytes are
+ * the gateway's and read-only: they may be used as long as the message that refers to them, and are
+ * sent on as a copy.
+ *
+ * <p>A block that is not closed lives until its environment is closed. Thread-safe: one thread at a
+ * time is inside.
  */
 public final class ZBlock extends NativeRef implements AutoCloseable {
   private final Environment environment;
-  // Guarded by this, as is the handle that the superclass holds.
+  // Guarded by this, as is the handle that the superclass has.
   private boolean closed;
-  private ByteBuffer memory; // of the application; null when the block was received
+  private ByteBuffer memory; // the application's, to send; null in a block to receive
   private Message source; // of a received block
-  private ByteBuffer payload; // what the source showed then
+  private ByteBuffer payload; // of the source when the block was received
   private ByteBuffer data; // the bytes, or null
 
   ZBlock(Environment environment) {
@@ -49,12 +55,12 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
 
   /** Registers the block; binds it to the memory unless that is null. */
   synchronized void create(ByteBuffer newMemory) {
-    // First, with the lock held: closing the environment then waits for the binding.
+    // First, inside the lock: closing the environment then waits for the binding.
     environment.register(this);
     if (newMemory == null) return;
     boolean made = false;
     try {
-      Results.check("Environment.newZBlock", OxliImpl.zblock_new(this, newMemory, this));
+      Results.check("Environment.newZBlock", environment, OxliImpl.zblock_new(this, newMemory, this));
       made = true;
     } finally {
       if (!made) close();
@@ -63,39 +69,38 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   }
 
   /**
-   * The bytes, little-endian: those to send, or those received; null before the first were. Every
-   * call gives the same buffer until the next ones are.
+   * Returns the bytes, little-endian: those to send, or those received; null before the first were
+   * received. Every call returns the same buffer until the bytes are others.
    *
-   * @throws IllegalStateException when the block has been closed, or its message has ended
+   * @throws IllegalStateException if the block is closed, or its message may no longer be used
    */
   public synchronized ByteBuffer getData() {
     requireOpen();
-    if (source != null && source.getData() != payload) {
-      throw new IllegalStateException("the message of the block has ended");
+    if (source != null && MessageAccess.payloadOf(source) != payload) {
+      throw new IllegalStateException("the message of " + this + " may no longer be used");
     }
     return data;
   }
 
   /**
-   * Makes the block one of other memory. Messages whose field was set before keep the old one.
+   * Binds the block to other memory to send. Messages whose field was set before keep the old one.
    *
    * @param newMemory a direct buffer: the bytes from its position to its limit
-   * @throws IllegalArgumentException when the buffer is not direct
-   * @throws IllegalStateException when the block was received or has been closed
+   * @throws IllegalArgumentException if the buffer is not direct
+   * @throws IllegalStateException if the block was made to receive or is closed
    */
   public synchronized void rebind(ByteBuffer newMemory) {
     final ByteBuffer slice = memoryOf(newMemory);
     requireOpen();
-    // The descriptor of a received block lies in a message.
-    if (memory == null) throw new IllegalStateException("the block is not one to send");
-    Results.check("ZBlock.rebind", OxliImpl.zblock_rebind(slice, getRef()));
+    requireMemory(); // the descriptor of a received block is in a message
+    Results.check("ZBlock.rebind", this, OxliImpl.zblock_rebind(slice, getRef()));
     showMemory(slice);
   }
 
   /**
-   * Lets the memory go. Messages that refer to it keep it alive.
+   * Releases the memory. Messages that refer to it keep it alive.
    *
-   * @throws OxliException when native code reports an error; the block is closed all the same
+   * @throws OxliException if native code reports an error; the block is closed all the same
    */
   @Override
   public synchronized void close() {
@@ -105,46 +110,70 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     final long handle = getRef();
     set(0);
     try {
-      Results.check("ZBlock.close", OxliImpl.zblock_destroy(handle));
+      Results.check("ZBlock.close", this, OxliImpl.zblock_destroy(handle));
     } finally {
       // Last: the environment waits for the blocks that it knows.
       environment.forget(this);
     }
   }
 
-  /** What native code may take as a block; refuses other buffers. */
+  /** Returns whether the block is to send or to receive, and the number of its bytes. */
+  @Override
+  public synchronized String toString() {
+    if (closed) return "closed z-block";
+    return (memory != null ? "z-block to send" : "z-block to receive")
+        + (data != null ? ", " + data.capacity() + " bytes" : "");
+  }
+
+  /** Returns the memory of a buffer for native code. */
   static ByteBuffer memoryOf(ByteBuffer buffer) {
     Objects.requireNonNull(buffer, "buffer");
     if (!buffer.isDirect()) throw new IllegalArgumentException("the buffer is not direct");
     return buffer.slice();
   }
 
-  /** Binds to the descriptor at the offset of a message's payload. */
-  synchronized void receive(Message from, ByteBuffer bytes, int offset) {
-    requireOpen();
-    if (!from.isDelivered()) throw new IllegalStateException("only delivered messages have blocks");
-    if (memory != null) throw new IllegalStateException("the block is one to send");
-    forget();
-    OxliImpl.zblock_wrap(bytes, this, this, offset);
-    if (data == null) {
-      throw new OxliException("FieldDesc.getZBlock: a block of "
-          + Integer.toUnsignedString(bytes.getInt(offset)) + " bytes cannot be read");
+  /** Reads 8 bytes at the address. Z-blocks are the one way in which Java reads memory by address. */
+  static long readLong(long address) {
+    final ByteBuffer descriptor = ByteBuffer.allocateDirect(MessageAccess.DESCRIPTOR_SIZE)
+        .order(ByteOrder.LITTLE_ENDIAN).putInt(Long.BYTES).putLong(address);
+    final ObjRef ref = new ObjRef();
+    final ZBlock reader = new ZBlock(0);
+    try {
+      OxliImpl.zblock_wrap(descriptor, ref, reader, 0);
+      return reader.data.getLong(0);
+    } finally {
+      OxliImpl.zblock_destroy(ref.getRef());
     }
-    source = from;
-    payload = from.getData();
   }
 
-  /** Writes the descriptor to the offset of a message's payload; gives the memory to keep. */
+  /** Binds the block to the descriptor that the field has in a message's payload. */
+  synchronized void receive(Message from, ByteBuffer bytes, FieldDesc field) {
+    requireOpen();
+    if (!from.isDelivered()) throw new IllegalStateException(from + " was not delivered");
+    if (memory != null) throw new IllegalStateException(this + " cannot receive");
+    forget();
+    OxliImpl.zblock_wrap(bytes, this, this, field.getOffset());
+    if (data == null) {
+      throw new OxliException("FieldDesc.getZBlock: the block of "
+          + Integer.toUnsignedString(bytes.getInt(field.getOffset())) + " bytes that " + field + " of "
+          + from + " refers to cannot be read");
+    }
+    data = data.asReadOnlyBuffer().order(ByteOrder.LITTLE_ENDIAN);
+    source = from;
+    payload = bytes;
+  }
+
+  /** Writes the descriptor at the offset of a message's payload; returns the memory. */
   synchronized ByteBuffer send(ByteBuffer bytes, int offset) {
     requireOpen();
-    if (memory == null) throw new IllegalStateException("the block has no bytes of its own");
+    requireMemory();
     if (OxliImpl.zblock_unwrap(bytes, getRef(), offset) != 0) {
-      throw Results.failure("FieldDesc.setZBlock", ResultCode.INTERNAL);
+      throw Results.failure("FieldDesc.setZBlock", this, ResultCode.INTERNAL);
     }
     return memory;
   }
 
-  /** Called by native code with what it found; null when that cannot be a buffer. */
+  /** Called by native code with the received bytes; null if they cannot be a buffer. */
   void setData(ByteBuffer newData) {
     data = newData == null ? null : newData.order(ByteOrder.LITTLE_ENDIAN);
   }
@@ -162,8 +191,10 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   }
 
   private void requireOpen() {
-    if (closed) {
-      throw new IllegalStateException("the block has been closed or belongs to native code");
-    }
+    if (closed) throw new IllegalStateException("the z-block is closed or belongs to native code");
+  }
+
+  private void requireMemory() {
+    if (memory == null) throw new IllegalStateException(this + " has no memory to send");
   }
 }

@@ -1,15 +1,15 @@
 package org.quendel.oxli.impl;
 
-/** Receives an {@code int} result of a native. Confined to the calling thread. */
+/** The out-parameter of a native that returns an {@code int}. Not thread-safe. */
 public final class IntRef {
   private int value;
 
-  /** Called by the library's native code. */
+  /** Called by native code. */
   public void set(int newValue) {
     value = newValue;
   }
 
-  /** What the native stored; 0 before. */
+  /** Returns what the native stored, or 0 if it stored nothing. */
   public int get() {
     return value;
   }

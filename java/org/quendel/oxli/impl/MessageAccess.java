@@ -1,54 +1,80 @@
 package org.quendel.oxli.impl;
 
 import java.nio.ByteBuffer;
+import org.quendel.oxli.FieldDesc;
 import org.quendel.oxli.MessageDesc;
-import org.quendel.oxli.messages.DataMessage;
-import org.quendel.oxli.messages.Message;
 
 /**
- * What listeners and publishers do with messages and applications must not. {@link Message}
- * installs the only instance when it is initialised, hence before any message exists.
+ * What listeners, publishers and fields do with the {@link MessageRecord} of a message. A class of
+ * its own, because messages would inherit public methods of that one.
  */
-public abstract class MessageAccess {
-  /** Bytes of a z-block's descriptor: its size, then its address. */
+public final class MessageAccess {
+  /** Bytes of a z-block's descriptor: its size in 4, then its address in 8. */
   public static final int DESCRIPTOR_SIZE = Integer.BYTES + Long.BYTES;
 
-  private static volatile MessageAccess installed;
+  private MessageAccess() {}
 
-  /** For the message class. */
-  protected MessageAccess() {}
-
-  /** Called once, by the message class. */
-  public static void install(MessageAccess access) {
-    installed = access;
+  /** Called on the thread that is about to enter {@code onMessage} with the message. */
+  public static void acquire(MessageRecord message) {
+    message.acquire();
   }
 
-  /** REQUIRES: a message exists. */
-  public static MessageAccess get() {
-    return installed;
+  /** Called on the same thread when {@code onMessage} has returned. */
+  public static void release(MessageRecord message) {
+    message.release();
   }
 
-  /** Takes the record away from the message; later uses of its payload fail. Gives the address. */
-  public abstract long detach(Message message);
+  /**
+   * Makes it an outgoing message.
+   *
+   * @param desc null if unknown
+   * @param zblockFields the fields of {@code desc} that contain z-blocks, at their offsets in the
+   *     payload; null if unknown
+   */
+  public static void adopt(MessageRecord message, MessageOwner owner, MessageDesc desc,
+      FieldDesc[] zblockFields) {
+    message.adopt(owner, desc, zblockFields);
+  }
 
-  /** Whether the message has a record now. */
-  public abstract boolean isAttached(Message message);
+  /** Ends an outgoing message's use of its record, and returns the record's address. */
+  public static long detach(MessageRecord message) {
+    final long ref = message.getRef();
+    message.forgetRecord();
+    return ref;
+  }
 
-  /** Makes the owner the one through which the message is closed and rendered. */
-  public abstract void adopt(Message message, MessageOwner owner);
+  /** Returns the publisher's side of an outgoing message, else null. */
+  public static MessageOwner ownerOf(MessageRecord message) {
+    return message.owner();
+  }
 
-  /** Null for delivered messages and copies. */
-  public abstract MessageOwner ownerOf(Message message);
+  /** Returns the address of the record, or 0. */
+  public static long refOf(MessageRecord message) {
+    return message.getRef();
+  }
 
-  /** The description of the message; null when none is known. */
-  public abstract MessageDesc descOf(Message message);
+  /** Returns {@link MessageRecord#payload}. */
+  public static ByteBuffer payloadOf(MessageRecord message) {
+    return message.payload();
+  }
 
-  /** Keeps memory that the payload points to at the offset, until the next one or the end. */
-  public abstract void keep(Message message, int offset, ByteBuffer memory);
+  /** Returns {@link MessageRecord#findDesc}. */
+  public static MessageDesc descOf(MessageRecord message) {
+    return message.findDesc();
+  }
 
-  /** Whether the descriptor at the offset is empty or that of memory which the message keeps. */
-  public abstract boolean isKept(Message message, int offset);
+  /** Calls {@link MessageRecord#requireWritable}. */
+  public static void requireWritable(MessageRecord message) {
+    message.requireWritable();
+  }
 
-  /** Whether the message refers to none, or to one that has not ended since. */
-  public abstract boolean isReferenceAlive(DataMessage message);
+  /** Calls {@link MessageRecord#requireReadableByGateway}. */
+  public static void requireReadableByGateway(MessageRecord message) {
+    message.requireReadableByGateway();
+  }
+
+  /** Calls {@link MessageRecord#noteBlock}. */
+  public static void noteBlock(MessageRecord message, int offset, ByteBuffer memory) {
+    message.noteBlock(offset, memory);
+  }
 }

@@ -2,15 +2,16 @@ package org.quendel.oxli.impl;
 
 import org.quendel.oxli.messages.Message;
 
-/** The publisher of an outgoing message: it serialises what touches the message's record. */
+/** The publisher of an outgoing message: serialises what uses the message's record. */
 public interface MessageOwner {
-  /** Gives the record back; harmless when that has happened. */
+  /** Releases the record; does nothing if that has happened. */
   void dispose(Message message);
 
   /**
-   * Renders the record, null when the gateway gave nothing.
+   * Returns the gateway's dump of the message, or null if the gateway gives none.
    *
-   * @throws IllegalStateException when the message has been closed
+   * @param argument the gateway's: the address of the scheme description
+   * @throws IllegalStateException if the message is closed or the gateway must not read it
    */
   byte[] dump(Message message, long argument);
 }

@@ -4,27 +4,54 @@ import java.io.File;
 import java.net.URISyntaxException;
 import java.security.CodeSource;
 
-/** Finds and loads the native library. For the classes that declare natives. */
+/** Finds and loads the native library. */
 public final class NativeLibrary {
   private static final String NAME = "oxli_jni";
   private static final String DIRECTORY_PROPERTY = "oxli.library.path";
+  private static final String REMEDY = "\nset -D" + DIRECTORY_PROPERTY
+      + "=DIRECTORY to the directory that contains " + System.mapLibraryName(NAME)
+      + " and liboxli.so";
+
+  private static boolean isLoaded; // guarded by the class, as is what follows
+  private static UnsatisfiedLinkError failure; // of the first attempt
 
   private NativeLibrary() {}
 
   /**
-   * Loads from the directory of the property {@code oxli.library.path} when it is set, and then
-   * from nowhere else; otherwise from {@code java.library.path}, and after that from the directory
-   * of this library's jar. Harmless when it has been loaded.
+   * Loads the library, if that has not happened: from the directory of the system property {@code
+   * oxli.library.path} if it is set and not empty, and then from nowhere else; otherwise from
+   * {@code java.library.path}, then from the directory of this library's jar.
    *
-   * @throws UnsatisfiedLinkError naming every place tried and what was wrong with it
+   * @throws UnsatisfiedLinkError if it cannot be loaded; names each place tried, the reason and the
+   *     remedy. Later calls throw the same again without another attempt.
    */
-  public static void load() {
-    final String directory = System.getProperty(DIRECTORY_PROPERTY);
+  public static synchronized void load() {
+    if (isLoaded) return;
+    if (failure != null) {
+      throw (UnsatisfiedLinkError) new UnsatisfiedLinkError(failure.getMessage()).initCause(failure);
+    }
+    try {
+      findAndLoad();
+      isLoaded = true;
+    } catch (UnsatisfiedLinkError e) {
+      failure = e;
+      throw e;
+    }
+  }
+
+  private static void findAndLoad() {
+    final String directory = System.getProperty(DIRECTORY_PROPERTY, "");
     final StringBuilder tried = new StringBuilder("cannot load the native library " + NAME + ':');
-    final boolean loaded = directory != null
-        ? loadFrom(new File(directory), tried)
-        : loadFromLibraryPath(tried) || loadBesideJar(tried);
-    if (!loaded) throw new UnsatisfiedLinkError(tried.toString());
+    try {
+      final boolean loaded = directory.isEmpty() ? loadFromLibraryPath(tried) || loadBesideJar(tried)
+          : loadFrom(new File(directory), tried);
+      if (!loaded) throw new UnsatisfiedLinkError(tried + REMEDY);
+    } catch (IllegalCallerException e) {
+      final Module module = NativeLibrary.class.getModule();
+      throw (UnsatisfiedLinkError) new UnsatisfiedLinkError("cannot load the native library " + NAME
+          + ": the virtual machine denies native access; start it with --enable-native-access="
+          + (module.isNamed() ? module.getName() : "ALL-UNNAMED")).initCause(e);
+    }
   }
 
   private static boolean loadFromLibraryPath(StringBuilder tried) {
@@ -42,7 +69,7 @@ public final class NativeLibrary {
     try {
       return loadFrom(new File(source.getLocation().toURI()).getParentFile(), tried);
     } catch (URISyntaxException | IllegalArgumentException e) {
-      // Classes that do not come from the file system have nothing beside them.
+      // Classes that do not come from the file system have no directory.
       return failed(source.getLocation().toString(), e, tried);
     }
   }

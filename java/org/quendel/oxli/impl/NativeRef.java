@@ -1,21 +1,21 @@
 package org.quendel.oxli.impl;
 
 /**
- * Holds an address of native memory. Messages and out-parameters share this class because native
- * code asks a holder for its address and gives it a new one without telling the two apart.
+ * Holds an address of native memory. Messages, z-blocks and out-parameters share this superclass,
+ * because native code reads and sets the address of all three through the same two methods.
  */
 public abstract class NativeRef {
   private long ref;
 
-  /** For the holders of this library. */
+  /** For the classes of this library. */
   protected NativeRef() {}
 
-  /** The address held, 0 when there is none. Also called by native code, whatever the access. */
+  /** Returns the address, or 0 if there is none. Native code calls it too, whatever its access. */
   protected long getRef() {
     return ref;
   }
 
-  /** Called by native code, whatever the access; does not touch what the address points to. */
+  /** Sets the address. Native code calls it too, whatever its access. */
   protected void set(long newRef) {
     ref = newRef;
   }

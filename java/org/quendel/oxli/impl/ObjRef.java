@@ -1,8 +1,8 @@
 package org.quendel.oxli.impl;
 
-/** Receives a handle or an address from a native. Confined to the calling thread. */
+/** The out-parameter of a native that returns a handle or an address. Not thread-safe. */
 public final class ObjRef extends NativeRef {
-  /** What the native stored, 0 when it stored nothing. */
+  /** Returns what the native stored, or 0 if it stored nothing. */
   @Override
   public long getRef() {
     return super.getRef();

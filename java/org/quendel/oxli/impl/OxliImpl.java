@@ -12,43 +12,42 @@ import org.quendel.oxli.ZBlock;
 import org.quendel.oxli.messages.Message;
 
 /**
- * The natives. They trust their caller: a handle must be alive, a buffer direct, a text not null,
- * and {@link #env_open} and {@link #env_close} must not overlap any other native but the first
- * eight below. An {@code int} result is a {@link org.quendel.oxli.ResultCode}, unless an exception
- * of Java code that the native called comes out instead.
+ * The natives. They trust their caller: a handle must be valid, a buffer direct, a string not null,
+ * and {@link #env_open} and {@link #env_close} must not overlap any other native but the first eight
+ * below. An {@code int} result is a {@link org.quendel.oxli.ResultCode}, unless an exception of Java
+ * code that the native called is thrown instead.
  *
- * <p>Handles: the address of a binding record; for publishers the gateway's own. A native that
- * makes an object stores its handle in {@code ref} and keeps the Java objects it was given until
- * the object is destroyed. Delivery calls the subscriber on the thread that is inside a native of
- * the listener or of its connection.
+ * <p>A handle is the address of a binding record; for publishers it is the gateway's own. A native
+ * that makes an object stores its handle in {@code ref} and references the Java objects that it was
+ * given until the object is released. Delivery calls the subscriber on the thread that is inside a
+ * native of the listener or of its connection.
  */
 public final class OxliImpl {
   static {
-    // An Error passes through an initialiser as it is: the first caller sees what was tried.
     NativeLibrary.load();
   }
 
   private OxliImpl() {}
 
-  /** Renders the value at the buffer's start, whose type text is {@code name}; null on failure. */
+  /** Returns the value at the buffer's start as a string; {@code name} is its type. Null on failure. */
   public static native String getstr(String name, ByteBuffer data);
 
-  /** The gateway's text for a result code. */
+  /** Returns the gateway's string for a result code. */
   public static native String err_getstr(int code);
 
   /** Writes a line to the gateway's log. */
-  public static native int log_debugstr(String text);
+  public static native int log_debugstr(String line);
 
   /** Writes a line to the gateway's log. */
-  public static native int log_tracestr(String text);
+  public static native int log_tracestr(String line);
 
   /** Writes a line to the gateway's log. */
-  public static native int log_infostr(String text);
+  public static native int log_infostr(String line);
 
   /** Writes a line to the gateway's log. */
-  public static native int log_errorstr(String text);
+  public static native int log_errorstr(String line);
 
-  /** Decodes the decimal at the buffer's start, whatever its position; null when it is none. */
+  /** Returns the decimal at the buffer's start, whatever its position; null if there is none. */
   public static native BigDecimal bcd_get(ByteBuffer value);
 
   /** Not implemented: always throws. */
@@ -72,23 +71,23 @@ public final class OxliImpl {
   /** Closes a connection, which can be opened again; may deliver. */
   public static native int conn_close(long conn);
 
-  /** Delivers what is queued, waiting at most {@code timeout} milliseconds for it. */
+  /** Delivers what is queued; waits for that at most {@code timeout} milliseconds. */
   public static native int conn_process(long conn, int timeout);
 
   /** Stores the gateway's state of the connection. */
   public static native int conn_getstate(long conn, IntRef state);
 
-  /** The connection's name. */
+  /** Returns the connection's name. */
   public static native String conn_getname(long conn);
 
-  /** Releases a connection; the handle is dead whatever the result. */
+  /** Releases a connection; the handle is stale afterwards, whatever the result. */
   public static native int conn_destroy(long conn);
 
   /** Makes a listener. */
   public static native int lsn_new(long conn, String settings, ISubscriber subscriber, ObjRef ref,
       Connection connection, Listener listener);
 
-  /** Opens a listener, forgetting the message objects of the last opening; may deliver. */
+  /** Opens a listener; message objects of an earlier opening are not used again. May deliver. */
   public static native int lsn_open(long lsn, String settings);
 
   /** Closes a listener, which can be opened again; may deliver. */
@@ -103,16 +102,16 @@ public final class OxliImpl {
   /** Fills the scheme from the listener's description. */
   public static native int lsn_newscheme(long lsn, Scheme scheme);
 
-  /** The listener's name. */
+  /** Returns the listener's name. */
   public static native String lsn_getname(long lsn);
 
-  /** Releases a listener, delivering what closing it makes; dead afterwards whatever the result. */
+  /** Releases a listener and delivers what that makes; the handle is stale afterwards. */
   public static native int lsn_destroy(long lsn);
 
   /** Makes a publisher. */
   public static native int pub_new(long conn, String settings, ObjRef ref, Publisher publisher);
 
-  /** Releases a publisher; the handle is dead whatever the result. */
+  /** Releases a publisher; the handle is stale afterwards, whatever the result. */
   public static native int pub_destroy(long pub);
 
   /** Opens a publisher. */
@@ -130,7 +129,7 @@ public final class OxliImpl {
   /** Fills the scheme from the publisher's description. */
   public static native int pub_newscheme(long pub, Scheme scheme);
 
-  /** The publisher's name. */
+  /** Returns the publisher's name. */
   public static native String pub_getname(long pub);
 
   /**
@@ -142,22 +141,23 @@ public final class OxliImpl {
   public static native int pub_msgnew(long pub, int keyType, Object key, Scheme scheme,
       Object[] out);
 
-  /** Posts a message whose record is alive. */
+  /** Posts a message that has a record. */
   public static native int pub_post(long pub, Message message, int flags);
 
   /** Frees the record at {@code ref}, which {@link #pub_msgnew} made for the message. */
   public static native int pub_msgdispose(long pub, long ref, Message message);
 
-  /** Renders a message's record as UTF-8 text; null when the gateway gave none. */
+  /** Returns the gateway's dump of a message in UTF-8; null if it gives none. */
   public static native byte[] msg_dump(Message message, long argument);
 
   /** Makes a descriptor of the buffer's memory, from its first byte to its capacity. */
   public static native int zblock_new(NativeRef ref, ByteBuffer buffer, ZBlock zblock);
 
   /**
-   * Binds to the descriptor at the offset of a payload and gives the z-block its bytes, or null when
-   * no descriptor fits there or none of it can be a buffer; {@code ref} is then left alone. A
-   * binding that {@code ref} holds is released and used again.
+   * Binds to the descriptor at the offset of a payload and passes the block's bytes to {@code
+   * setData} of the z-block; null if no descriptor fits there or the block cannot be a buffer. The
+   * binding whose handle {@code ref} has is released and used again; without one, {@code ref}
+   * receives the handle of a new binding.
    */
   public static native void zblock_wrap(ByteBuffer payload, NativeRef ref, ZBlock zblock,
       long offset);
@@ -168,6 +168,6 @@ public final class OxliImpl {
   /** Makes the descriptor, wherever it is, that of the buffer's memory. */
   public static native int zblock_rebind(ByteBuffer buffer, long handle);
 
-  /** Ends a binding; 0 is ignored. */
+  /** Releases a binding; does nothing for 0. */
   public static native int zblock_destroy(long handle);
 }

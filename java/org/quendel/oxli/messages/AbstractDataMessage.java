@@ -12,6 +12,8 @@ public abstract class AbstractDataMessage extends Message {
   private int msgIndex;
   private int msgId;
   private String msgName;
+  private MessageDesc alternative; // what Scheme.findAlternative returned
+  private boolean isAlternativeKnown;
 
   AbstractDataMessage(int type, int msgId, int msgIndex, String msgName, Scheme scheme) {
     super(type);
@@ -21,52 +23,96 @@ public abstract class AbstractDataMessage extends Message {
     this.scheme = scheme;
   }
 
-  /** Position of the message's description in the scheme, -1 when it has none. */
+  /**
+   * Returns the position of the message's description in the scheme, or -1 if it has none.
+   *
+   * <p>A delivered object is used again for each message of the same index, or, without an index, of
+   * the same id, or, without both, of any other without both; an index and an id that are the same
+   * number count as the same. Index, id and name are those of the first message in the object.
+   */
   public final int getMsgIndex() {
+    requireUsable();
     return msgIndex;
   }
 
-  /** The message's id in the scheme, unsigned; -1 when it has none. */
+  /** Returns the message's id in the scheme, unsigned, or -1; see {@link #getMsgIndex}. */
   public final int getMsgId() {
+    requireUsable();
     return msgId;
   }
 
-  /**
-   * The message's name in the scheme. Delivered messages of one index share an object, those without
-   * an index one for each id, those with neither one for all; an index and an id of the same number
-   * count as one. Index, id and name are those of the first message that the object showed.
-   */
+  /** Returns the message's name in the scheme; see {@link #getMsgIndex}. */
   public final String getMsgName() {
+    requireUsable();
     return msgName;
   }
 
-  /** The scheme of the opening that the message came with, or null. */
+  /** Returns the scheme of the opening that the message came with, or null. Possible any time. */
   public final Scheme getScheme() {
     return scheme;
   }
 
   /**
-   * The description of {@link #getMsgName} in the message's scheme. Of a delivered message it is to be
-   * trusted as far as that name is: not in a scheme that has messages without an index whose id is
-   * another one's index.
+   * Returns the description of the message.
    *
-   * @throws NoSuchElementException when there is no scheme, no such message in it, or the message was
-   *     delivered, or copied, with neither index nor id: nothing says then which description it is of
+   * @throws IllegalStateException if the message was delivered and may be of one of two
+   *     descriptions, because messages of both are delivered in the same object; see {@link
+   *     Scheme#findAlternative}. Also if the message may not be used here and now.
+   * @throws NoSuchElementException if there is no scheme, no such message in it, or the message was
+   *     delivered with neither index nor id. Also for a copy of a message whose description was
+   *     refused.
    */
   public final MessageDesc getDesc() {
+    requireUsable();
     final MessageDesc desc = findDesc();
     if (desc != null) return desc;
-    throw new NoSuchElementException("no scheme describes " + msgName);
+    if (!isDelivered() || alternative() == null) {
+      throw new NoSuchElementException("no description of " + this + " is known");
+    }
+    throw new IllegalStateException("the message is of " + msgName + " or of "
+        + alternative.getName() + ": both are delivered in the same object, because the id of one is"
+        + " the index or the id of the other");
   }
 
-  final MessageDesc findDesc() {
-    final boolean known = scheme != null && (isOutgoing() || !isUnkeyed());
-    return known ? scheme.findMessage(msgName) : null;
+  @Override
+  protected final MessageDesc findDesc() {
+    final MessageDesc known = super.findDesc();
+    if (known != null || scheme == null || !isDelivered() || isUnkeyed()) return known;
+    if (alternative() != null) return scheme.findMessage(this, alternative);
+    final MessageDesc desc = scheme.findMessage(msgName);
+    setDesc(desc);
+    return desc;
   }
 
-  /** Whether the object may show messages of different descriptions one after the other. */
-  final boolean isUnkeyed() {
+  @Override
+  public AbstractDataMessage copy() {
+    requireUsable();
+    final MessageDesc desc = findDesc(); // of the original, because it may have to read the record
+    final AbstractDataMessage copy = (AbstractDataMessage) super.copy();
+    copy.setDesc(desc);
+    return copy;
+  }
+
+  /** Whether native code may use the object for messages of different descriptions. */
+  final boolean isAmbiguous() {
+    return isUnkeyed() || alternative() != null;
+  }
+
+  private boolean isUnkeyed() {
     return msgIndex == NONE && msgId == NONE;
+  }
+
+  private MessageDesc alternative() {
+    if (!isAlternativeKnown) {
+      alternative = scheme == null ? null : scheme.findAlternative(msgIndex, msgId, msgName);
+      isAlternativeKnown = true;
+    }
+    return alternative;
+  }
+
+  @Override
+  String label() {
+    return ' ' + msgName;
   }
 
   void setMsgIndex(int index) {
@@ -77,7 +123,10 @@ public abstract class AbstractDataMessage extends Message {
     msgId = id;
   }
 
+  /** Called by native code last of the three. */
   void setMsgName(String name) {
     msgName = name;
+    setDesc(null);
+    isAlternativeKnown = false;
   }
 }

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The listener has been closed: no message follows until it is opened again. */
+/** The listener has closed: no message follows until it is opened again. */
 public final class CloseMessage extends Message {
   private int reason;
 
@@ -8,12 +8,18 @@ public final class CloseMessage extends Message {
     super(MessageType.CLOSE);
   }
 
-  /** The gateway's reason code, 0 when it gave none. */
+  /** Returns the gateway's reason code, such as one of {@link CloseReason}; 0 if it gave none. */
   public int getReason() {
+    requireUsable();
     return reason;
   }
 
   void setReason(int newReason) {
     reason = newReason;
+  }
+
+  @Override
+  String contents() {
+    return ", reason " + CloseReason.nameOf(reason);
   }
 }

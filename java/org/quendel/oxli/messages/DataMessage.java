@@ -7,7 +7,7 @@ public class DataMessage extends AbstractDataMessage {
   private int userId;
   private String address;
   private DataMessage refMessage;
-  private int refLife; // of the message that it referred to when it was set
+  private int refLife; // of refMessage when it was set
 
   DataMessage(int msgId, int msgIndex, String msgName, Scheme scheme) {
     this(MessageType.DATA, msgId, msgIndex, msgName, scheme);
@@ -17,47 +17,58 @@ public class DataMessage extends AbstractDataMessage {
     super(type, msgId, msgIndex, msgName, scheme);
   }
 
-  /** The application's number by which an answer or timeout is recognised. */
+  /** Returns the application's number, by which it recognises a reply or a timeout. */
   public final int getUserId() {
+    requireUsable();
     return userId;
   }
 
   /** Sets the application's number. */
   public final void setUserId(int newUserId) {
+    requireUsableOrFilling();
     userId = newUserId;
   }
 
   /**
-   * The address the message came from, or goes to, in modified UTF-8; null stands for the record's
-   * own.
+   * Returns the address that the message came from or goes to, or null for the record's own. It
+   * passes through modified UTF-8.
    */
   public final String getAddress() {
+    requireUsable();
     return address;
   }
 
-  /** Sets where the message goes; null leaves it to the record. */
+  /** Sets the address that the message goes to; null leaves the record's own. */
   public final void setAddress(String newAddress) {
+    requireUsableOrFilling();
     address = newAddress;
   }
 
-  /** The message that an outgoing one refers to, or null; always null in a delivered one. */
+  /** Returns the message that an outgoing one refers to, or null; null in a delivered message. */
   public final DataMessage getRefMessage() {
+    requireUsable();
     return refMessage;
   }
 
   /**
-   * Makes the message refer to another, such as the one it answers. A post refuses one that refers to
-   * a copy, or to a message that has ended or been closed since. It must not be closed on another
-   * thread meanwhile.
+   * Makes the message refer to another one, such as the one that it replies to, or to none. A post
+   * refuses a reference to a copy, and to a message that may no longer be used.
    */
   public final void setRefMessage(DataMessage message) {
+    requireUsableOrFilling();
     refMessage = message;
-    if (message != null) refLife = message.getLife();
+    if (message != null) refLife = message.life();
   }
 
-  /** Whether the message refers to none, or to one that is still what it was. */
-  final boolean isReferenceAlive() {
-    return refMessage == null || refMessage.getRef() != 0 && refMessage.getLife() == refLife;
+  @Override
+  protected final void requireReference() {
+    if (refMessage == null) return;
+    // The object may have been used again for another message since.
+    if (refMessage.getRef() == 0 || !refMessage.isUsable() || refMessage.life() != refLife) {
+      throw new IllegalStateException(this + " refers to " + refMessage
+          + ", which is a copy, is closed or was delivered before");
+    }
+    refMessage.requireOwnBlocks();
   }
 
   @Override
@@ -66,9 +77,14 @@ public class DataMessage extends AbstractDataMessage {
   }
 
   @Override
-  void forgetRecord() {
+  String contents() {
+    return ", user id " + userId + (address == null ? "" : ", address " + address);
+  }
+
+  @Override
+  protected final void forgetRecord() {
     super.forgetRecord();
-    // Native code does not reset it when it uses the object again.
+    // Native code does not reset it when it fills the object again.
     refMessage = null;
   }
 }

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The gateway's message type codes, as {@link Message#getType} gives them. */
+/** Type codes of messages, as {@link Message#getType} returns them. */
 public final class MessageType {
   /** {@link OpenMessage}. */
   public static final int OPEN = 0x100;

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The listener has been opened: messages follow. */
+/** The listener has opened: other messages follow. */
 public final class OpenMessage extends Message {
   OpenMessage() {
     super(MessageType.OPEN);

@@ -2,7 +2,7 @@ package org.quendel.oxli.messages;
 
 import org.quendel.oxli.Scheme;
 
-/** A data message that the gateway could not read. */
+/** A message that the gateway could not read. */
 public final class ParseErrorMessage extends DataMessage {
   private int error;
 
@@ -10,8 +10,9 @@ public final class ParseErrorMessage extends DataMessage {
     super(MessageType.PARSE_ERROR, msgId, msgIndex, msgName, scheme);
   }
 
-  /** The gateway's error code, 0 when it gave none. */
+  /** Returns the gateway's error code, or 0 if it gave none. */
   public int getError() {
+    requireUsable();
     return error;
   }
 
@@ -22,5 +23,10 @@ public final class ParseErrorMessage extends DataMessage {
   @Override
   public ParseErrorMessage copy() {
     return (ParseErrorMessage) super.copy();
+  }
+
+  @Override
+  String contents() {
+    return super.contents() + ", error 0x" + Integer.toHexString(error);
   }
 }

@@ -1,5 +1,6 @@
 package org.quendel.oxli.messages;
 
+import java.nio.ByteBuffer;
 import java.util.Arrays;
 import org.quendel.oxli.Scheme;
 
@@ -13,32 +14,37 @@ public final class StreamDataMessage extends AbstractDataMessage {
     super(MessageType.STREAM_DATA, msgId, msgIndex, msgName, scheme);
   }
 
-  /** The row's revision. */
+  /** Returns the row's revision. */
   public long getRev() {
+    requireUsable();
     return rev;
   }
 
   /** Sets the row's revision. */
   public void setRev(long newRev) {
+    requireUsableOrFilling();
     rev = newRev;
   }
 
-  /** The application's number. */
+  /** Returns the application's number. */
   public long getUserId() {
+    requireUsable();
     return userId;
   }
 
   /** Sets the application's number. */
   public void setUserId(long newUserId) {
+    requireUsableOrFilling();
     userId = newUserId;
   }
 
   /**
-   * Whether a field is null; false for every field of a row without a null map.
+   * Returns whether a field is null; false for every field of a row without a null map.
    *
    * @param field position of the field in the message's description
    */
   public boolean isNull(int field) {
+    requireUsable();
     return nulls != null && nulls[field];
   }
 
@@ -46,23 +52,34 @@ public final class StreamDataMessage extends AbstractDataMessage {
    * Marks a field of an outgoing row as null or not.
    *
    * @param field position of the field in the message's description
-   * @throws IllegalStateException when the row has no null map
+   * @throws IllegalStateException if the row has no null map or was delivered
    */
   public void setNull(int field, boolean isNull) {
-    if (nulls == null) throw new IllegalStateException("the row has no null map");
+    requireUsable();
+    requireWritable();
+    if (nulls == null) throw new IllegalStateException(this + " has no null map");
     nulls[field] = isNull;
   }
 
-  /** The null map itself, a flag for each field, or null; it ends with the message. */
+  /**
+   * Returns the null map itself, a flag for each field, or null. The one of a delivered row is used
+   * again for the next row: take a {@link #copy} to keep it.
+   */
   public boolean[] getNulls() {
+    requireUsableOrFilling();
     return nulls;
   }
 
   /**
-   * Makes the array, not a copy of it, the null map of an outgoing row; a post refuses one that is
-   * too short. An array given to a delivered row would be written by the next one.
+   * Makes the array, not a copy of it, the null map of an outgoing row. A post refuses an array that
+   * has fewer flags than the row has fields.
+   *
+   * @throws IllegalStateException if the row was delivered
    */
   public void setNulls(boolean[] newNulls) {
+    requireUsableOrFilling();
+    // Native code fills the array that it finds here for the next row.
+    if (isReused() && isUsable()) requireWritable();
     nulls = newNulls;
   }
 
@@ -74,13 +91,24 @@ public final class StreamDataMessage extends AbstractDataMessage {
   }
 
   @Override
-  void forgetRecord() {
+  String contents() {
+    return ", revision " + rev + ", user id " + userId;
+  }
+
+  @Override
+  protected void forgetRecord() {
     super.forgetRecord();
-    // Native code fills the array it finds, and leaves it alone when a row has no null map. What it
-    // finds must fit: an object for rows of any description starts without one.
-    if (isOutgoing() || isUnkeyed()) {
-      nulls = null;
-    } else if (nulls != null) {
+    if (!isReused()) nulls = null;
+  }
+
+  @Override
+  protected void setData(ByteBuffer payload) {
+    super.setData(payload);
+    if (!isReused() || nulls == null) return;
+    // Native code fills the array that it finds, and leaves it alone for a row without null map.
+    if (isAmbiguous()) {
+      nulls = null; // the next row may have another number of fields
+    } else {
       Arrays.fill(nulls, false);
     }
   }

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** Ends what a {@link TnBeginMessage} began. */
+/** The messages since the last {@link TnBeginMessage} are complete. */
 public final class TnCommitMessage extends Message {
   TnCommitMessage() {
     super(MessageType.TN_COMMIT);

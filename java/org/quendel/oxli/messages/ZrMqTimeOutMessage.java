@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** No answer to a posted message came in time. */
+/** A message that was posted with the wish for a reply got none in time. */
 public final class ZrMqTimeOutMessage extends Message {
   private int userId;
 
@@ -8,12 +8,18 @@ public final class ZrMqTimeOutMessage extends Message {
     super(MessageType.ZRMQ_TIMEOUT);
   }
 
-  /** The user id of the message that was posted. */
+  /** Returns the user id of the message that was posted. */
   public int getUserId() {
+    requireUsable();
     return userId;
   }
 
   void setUserId(int newUserId) {
     userId = newUserId;
+  }
+
+  @Override
+  String contents() {
+    return ", user id " + userId;
   }
 }

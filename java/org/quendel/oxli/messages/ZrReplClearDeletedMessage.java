@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** Rows of a table older than a revision are gone. */
+/** The rows of a table that are older than a revision are deleted. */
 public final class ZrReplClearDeletedMessage extends Message {
   private int tableIdx;
   private long tableRev;
@@ -9,13 +9,15 @@ public final class ZrReplClearDeletedMessage extends Message {
     super(MessageType.ZRREPL_CLEAR_DELETED);
   }
 
-  /** Index of the table's message in the scheme. */
+  /** Returns the position in the scheme of the message whose rows are the table. */
   public int getTableIdx() {
+    requireUsable();
     return tableIdx;
   }
 
-  /** Rows with a smaller revision are gone. */
+  /** Returns the revision: the rows with a smaller one are deleted. */
   public long getTableRev() {
+    requireUsable();
     return tableRev;
   }
 
@@ -25,5 +27,10 @@ public final class ZrReplClearDeletedMessage extends Message {
 
   void setTableRev(long newTableRev) {
     tableRev = newTableRev;
+  }
+
+  @Override
+  String contents() {
+    return ", table " + tableIdx + ", revision " + tableRev;
   }
 }

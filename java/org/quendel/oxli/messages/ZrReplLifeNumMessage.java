@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The replicated stream has begun anew: rows received before are void. */
+/** The life number of the replicated stream. Rows received under another life number are invalid. */
 public final class ZrReplLifeNumMessage extends Message {
   private long lifenum;
   private long flags;
@@ -9,13 +9,15 @@ public final class ZrReplLifeNumMessage extends Message {
     super(MessageType.ZRREPL_LIFENUM);
   }
 
-  /** The stream's life number, unsigned 32-bit. */
+  /** Returns the stream's life number, unsigned 32-bit. */
   public long getLifenum() {
+    requireUsable();
     return lifenum;
   }
 
-  /** The gateway's flags, unsigned 32-bit. */
+  /** Returns the gateway's flags, unsigned 32-bit. */
   public long getFlags() {
+    requireUsable();
     return flags;
   }
 
@@ -25,5 +27,10 @@ public final class ZrReplLifeNumMessage extends Message {
 
   void setFlags(long newFlags) {
     flags = newFlags;
+  }
+
+  @Override
+  String contents() {
+    return ", life number " + lifenum;
   }
 }

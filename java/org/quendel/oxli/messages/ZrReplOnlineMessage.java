@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The replicated rows have reached the present: what follows are changes. */
+/** The snapshot of the replicated stream is complete: the rows that follow are changes. */
 public final class ZrReplOnlineMessage extends Message {
   ZrReplOnlineMessage() {
     super(MessageType.ZRREPL_ONLINE);

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The state from which a replication can be resumed. */
+/** The state from which a later opening of the listener can resume the replication. */
 public final class ZrReplStateMessage extends Message {
   private String replState;
 
@@ -8,12 +8,18 @@ public final class ZrReplStateMessage extends Message {
     super(MessageType.ZRREPL_STATE);
   }
 
-  /** The gateway's text of the state, to be handed back in the settings of a later opening. */
+  /** Returns the state, to be passed in the settings of a later opening. */
   public String getReplState() {
+    requireUsable();
     return replState;
   }
 
   void setReplState(String newReplState) {
     replState = newReplState;
+  }
+
+  @Override
+  String contents() {
+    return ", state " + replState;
   }
 }

@@ -4,8 +4,8 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.file.*;
 import java.util.List;
-import java.util.concurrent.CopyOnWriteArrayList;
-import org.junit.jupiter.api.BeforeAll;
+import java.util.concurrent.*;
+import java.util.concurrent.atomic.AtomicReference;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -14,14 +14,6 @@ class ExitEventTest {
 
   private final List<Thread> called = new CopyOnWriteArrayList<>();
   private final IExitEventHandler recorder = () -> called.add(Thread.currentThread());
-
-  /** From then on the gateway has someone to call, whenever it raises the event. */
-  @BeforeAll
-  static void register() {
-    try (Environment environment = Environment.open("")) {
-      environment.onExit(null);
-    }
-  }
 
   @Test
   void onlyTheLastHandlerIsCalledOnTheGatewaysThreadAndMayThrow() throws Exception {
@@ -35,7 +27,7 @@ class ExitEventTest {
     try (Environment environment = Environment.open("")) {
       environment.onExit(recorder);
     }
-    raise();
+    raise((IExitEventHandler) null);
     assertEquals(List.of(), called);
     raise(() -> called.add(null), recorder);
     assertEquals(1, called.size());
@@ -43,7 +35,25 @@ class ExitEventTest {
     called.get(0).join();
   }
 
-  /** Sets the handlers one after the other, waits for the event, and gives the gateway's log. */
+  @Test
+  void handlerMayCloseTheEnvironmentAlsoAtTheSameTimeAsAnotherThread() throws Exception {
+    final AtomicReference<Environment> opened = new AtomicReference<>();
+    final CountDownLatch inHandler = new CountDownLatch(1);
+    final CountDownLatch closed = new CountDownLatch(1);
+    final Environment environment = Environment.open("exit_after=200");
+    opened.set(environment);
+    environment.onExit(() -> {
+      inHandler.countDown();
+      opened.get().close();
+      closed.countDown();
+    });
+    inHandler.await();
+    environment.close();
+    closed.await();
+    Environment.open("").close();
+  }
+
+  /** Sets the handlers one after the other, waits for the event, and returns the gateway's log. */
   private String raise(IExitEventHandler... handlers) throws Exception {
     for (int delay = 50;; delay *= 4) {
       final Path log = Files.createTempFile(directory, "gateway", ".log");
@@ -51,9 +61,15 @@ class ExitEventTest {
       try (Environment environment =
           Environment.open("exit_after=" + delay + ";log=file:" + log)) {
         for (IExitEventHandler handler : handlers) environment.onExit(handler);
-        final boolean late = Files.readString(log).contains("[ExitEvent]");
-        while (!Files.readString(log).contains("After Invoke java onExitEvent")) Thread.yield();
-        if (!late) return Files.readString(log);
+        final boolean isLate = Files.readString(log).contains("[ExitEvent]");
+        // An event before the first handler is lost.
+        final long end = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(delay + 5000);
+        String lines;
+        do {
+          lines = Files.readString(log);
+          Thread.sleep(1);
+        } while (!lines.contains("After Invoke java onExitEvent") && System.nanoTime() < end);
+        if (!isLate && lines.contains("After Invoke java onExitEvent")) return lines;
       }
     }
   }

@@ -15,24 +15,6 @@ class LifecycleTest extends GatewayTest {
   private Runnable onFirstData = () -> {};
   private Consumer<Listener> onClose = listener -> {};
 
-  @Test
-  void tryWithResourcesReleasesAll() {
-    environment.close();
-    for (int i = 0; i < 2; ++i) {
-      try (Environment env = Environment.open("");
-          Connection conn = env.newConnection("");
-          Listener listener = conn.newListener("", recorder("A"));
-          Publisher publisher = conn.newPublisher(SCHEME)) {
-        conn.open("");
-        listener.open("");
-        publisher.open("");
-        post(publisher, i);
-        conn.process(0);
-      }
-    }
-    assertReceived("A open, A data 0, A close 0, A open, A data 1, A close 0");
-  }
-
   /** Releases one of the objects, with which some others go. */
   @ParameterizedTest
   @CsvSource({"0, 0, 1", "1, 0, 2", "2, 2, 3", "3, 0, 4", "4, 0, 5"})
@@ -117,22 +99,84 @@ class LifecycleTest extends GatewayTest {
   }
 
   @Test
-  void closingWaitsForTheThreadInsideAndPostingDoesNot() throws Exception {
+  void closingWaitsForTheThreadInside() throws Exception {
     final Publisher publisher = publish(SCHEME);
     listen("", recorder("A"));
     final FutureTask<Void> closing = new FutureTask<>(connection::close, null);
-    final Thread closer = new Thread(closing);
-    onFirstData = () -> {
-      CompletableFuture.runAsync(() -> post(publisher, 3)).orTimeout(30, TimeUnit.SECONDS).join();
-      closer.start();
-      while (closer.isAlive() && closer.getState() != Thread.State.WAITING) Thread.onSpinWait();
-      assertEquals(Thread.State.WAITING, closer.getState());
-    };
+    onFirstData = () -> startAndAwaitBlocked(closing);
     post(publisher, 1, 2);
     connection.process(0);
     assertThrows(IllegalStateException.class, () -> connection.process(0));
     closing.get();
     assertReceived("A open, A data 1, A data 2, A close 0");
+  }
+
+  /** The thread inside stays there until another one has made all these calls. */
+  @Test
+  void otherCallsDoNotWaitForTheThreadInside() throws Exception {
+    final Publisher publisher = publish(SCHEME);
+    final Listener listener = listen("", recorder("A"));
+    connection.process(0);
+    final Scheme scheme = listener.getScheme();
+    final List<Object> results = new ArrayList<>();
+    onFirstData = () -> CompletableFuture.runAsync(() -> {
+      post(publisher, 2);
+      connection.newPublisher("").getName();
+      connection.newListener("", recorder("B")).getName();
+      Collections.addAll(results, connection.getState(), listener.getState(), listener.getName(),
+          connection.getName(), listener.getScheme());
+      connection.wakeup();
+    }).orTimeout(60, TimeUnit.SECONDS).join();
+    post(publisher, 1);
+    connection.process(0);
+    assertEquals(List.of(State.ACTIVE, State.ACTIVE, "", "", scheme), results);
+  }
+
+  @Test
+  void longProcessEndsWithWakeupDeliveryShutAndClose() throws Exception {
+    connection.wakeup();
+    connection.process(Integer.MAX_VALUE);
+    final Listener listener = connection.newListener("", recorder("A"));
+    final List<Runnable> ends = List.of(connection::wakeup, () -> listener.open(""),
+        connection::shut, connection::close);
+    for (Runnable end : ends) {
+      final Thread processing = new Thread(() -> connection.process(Integer.MAX_VALUE));
+      processing.start();
+      while (!isIn(processing, "conn_process")) Thread.onSpinWait();
+      end.run();
+      processing.join();
+      if (end == ends.get(2)) connection.open("");
+    }
+    assertReceived("A open, A close 2");
+  }
+
+  private static boolean isIn(Thread thread, String method) {
+    final StackTraceElement[] frames = thread.getStackTrace();
+    return frames.length > 0 && frames[0].getMethodName().equals(method);
+  }
+
+  /** The thread inside has locked out all that open, shut or close, in the whole process. */
+  @Test
+  void closingInsideOnMessageDoesNotWaitForAThreadThatMakesAListener() throws Exception {
+    final Listener listener = listen("", recorder("A"));
+    connection.process(0);
+    final FutureTask<Listener> making = new FutureTask<>(() -> connection.newListener("", recorder("B")));
+    onClose = closing -> {
+      onClose = ignored -> {};
+      startAndAwaitBlocked(making);
+      connection.close();
+    };
+    listener.shut();
+    assertEquals(IllegalStateException.class,
+        assertThrows(ExecutionException.class, making::get).getCause().getClass());
+    assertUnusable(connection);
+  }
+
+  private static void startAndAwaitBlocked(Runnable task) {
+    final Thread thread = new Thread(task);
+    thread.start();
+    while (thread.isAlive() && thread.getState() != Thread.State.WAITING) Thread.onSpinWait();
+    assertEquals(Thread.State.WAITING, thread.getState());
   }
 
   private ISubscriber recorder(String name) {

@@ -38,10 +38,10 @@ class MessageTest extends GatewayTest {
   @Test
   void copySurvivesTheDelivery() {
     final Publisher publisher = publish("mode=replica;" + SCHEME);
-    final List<StreamDataMessage> lent = new ArrayList<>();
+    final List<StreamDataMessage> delivered = new ArrayList<>();
     final List<StreamDataMessage> copies = new ArrayList<>();
     listen("mode=replica", onData(message -> {
-      lent.add((StreamDataMessage) message);
+      delivered.add((StreamDataMessage) message);
       message.getData().position(QUOTE_SIZE);
       copies.add(((StreamDataMessage) message).copy());
     }));
@@ -56,8 +56,8 @@ class MessageTest extends GatewayTest {
     row.close();
     connection.process(0);
 
-    assertUnusable(lent.get(0));
-    assertThrows(IllegalStateException.class, () -> publisher.post(lent.get(0)));
+    assertUnusable(delivered.get(0));
+    assertThrows(IllegalStateException.class, () -> publisher.post(delivered.get(0)));
     copies.get(1).close();
     final List<String> contents = new ArrayList<>();
     for (StreamDataMessage copy : copies) {
@@ -72,28 +72,52 @@ class MessageTest extends GatewayTest {
         "quote 1 7 1 DE0[true, false, false]", "quote 1 7 2 DE1[true, true, false]"), contents);
   }
 
-  /** Rows that share an object although their fields differ, or have no null map at all. */
+  /** Of messages that share an object only those are described that the object was made for. */
   @Test
-  void rowsDoNotKeepTheNullsOfOthers() {
+  void rowsOfOneObjectMayDifferInDescriptionAndNullMap() {
     final Publisher publisher = publish("mode=replica;" + SCHEME);
-    final List<String> nulls = new ArrayList<>();
+    final List<String> seen = new ArrayList<>();
     listen("mode=replica", onData(message -> {
-      nulls.add(Arrays.toString(((StreamDataMessage) message).getNulls()));
-      if (message.getMsgIndex() != -1 || message.getMsgId() != -1) {
-        assertEquals(message.getMsgName(), message.getDesc().getName());
-      } else {
-        assertThrows(NoSuchElementException.class, message::getDesc);
+      final StreamDataMessage row = (StreamDataMessage) message;
+      String desc;
+      try {
+        desc = row.getDesc().getName();
+        assertSame(row.getDesc(), row.copy().getDesc());
+      } catch (IllegalStateException | NoSuchElementException e) {
+        desc = e.getClass().getSimpleName();
+        assertThrows(NoSuchElementException.class, row.copy()::getDesc);
       }
+      seen.add(desc + Arrays.toString(row.getNulls()));
+      assertThrows(IllegalStateException.class, () -> row.setNulls(new boolean[9]));
+      assertThrows(IllegalStateException.class, () -> row.setNull(0, true));
     }));
     final StreamDataMessage row = publisher.newMessage("quote");
     row.setNull(1, true);
     publisher.post(row);
-    for (String name : List.of("empty", "narrow", "wide", "narrow")) {
+    for (String name : List.of("empty", "large", "quote", "narrow", "wide", "narrow")) {
       publisher.post(publisher.newMessage(name));
     }
     connection.process(0);
-    assertEquals(List.of("[false, true, false]", "[false, false, false]", "[false]",
-        "[false, false, false]", "[false]"), nulls);
+    assertEquals(List.of("quote[false, true, false]", "IllegalStateExceptionnull",
+        "IllegalStateException[false, false, false, false]", "quote[false, false, false]",
+        "NoSuchElementException[false]", "NoSuchElementException[false, false, false]",
+        "NoSuchElementException[false]"), seen);
+  }
+
+  @Test
+  void nestedDeliveryEndsTheOuterMessage() {
+    final Publisher publisher = publish(SCHEME);
+    final List<Long> volumes = new ArrayList<>();
+    listen("", onData(message -> {
+      volumes.add(message.getData().getLong(VOLUME));
+      if (volumes.size() == 1) {
+        connection.process(0);
+        assertUnusable(message);
+      }
+    }));
+    post(publisher, 1, 2);
+    connection.process(0);
+    assertEquals(List.of(1L, 2L), volumes);
   }
 
   @Test
@@ -120,9 +144,9 @@ class MessageTest extends GatewayTest {
     assertEquals(List.of("8next42", "8next42", "8next43", "8next43"), received);
   }
 
-  /** The object of an ended message may show the next one, which was not meant. */
+  /** The object of a delivered message is the next one's afterwards. */
   @Test
-  void onlyLivingMessagesAreReferredTo() {
+  void onlyUsableMessagesAreReferredTo() {
     final Publisher publisher = publish(SCHEME);
     final DataMessage reply = publisher.newMessage("quote");
     listen("", onData(message -> {
@@ -143,7 +167,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void onlyLivingMessagesOfItsOwnArePosted() {
+  void onlyUsableMessagesOfItsOwnArePosted() {
     final Publisher publisher = publish(SCHEME);
     final Publisher other = publish(SCHEME);
     final DataMessage quote = publisher.newMessage("quote");
@@ -179,8 +203,13 @@ class MessageTest extends GatewayTest {
       assertThrows(IllegalArgumentException.class, () -> quote.setText(ISIN, 3, "éé"));
       assertEquals(text, quote.getText(ISIN, 12));
     }
-    assertEquals(0, quote.getData().getLong(ISIN), "filled up with zeros");
+    assertEquals(0, quote.getData().getLong(ISIN), "padded with zeros");
     assertEquals(-1, quote.getData().getLong(VOLUME));
+    for (String text : List.of("a\0", "\ud800", "\udc00b", "\ud83dx")) {
+      assertThrows(IllegalArgumentException.class, () -> quote.setText(ISIN, 12, text));
+    }
+    quote.setText(ISIN, 12, "\ud83d\ude00");
+    assertEquals("\ud83d\ude00", quote.getText(ISIN, 12));
     quote.setText(QUOTE_SIZE - 1, 1, "Z");
     assertEquals("Z", quote.getText(QUOTE_SIZE - 1, 1));
   }

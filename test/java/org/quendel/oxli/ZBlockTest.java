@@ -27,7 +27,7 @@ class ZBlockTest extends GatewayTest {
     return new String(text);
   }
 
-  private static WeakReference<ByteBuffer> lend(ZBlock block, String text) {
+  private static WeakReference<ByteBuffer> rebind(ZBlock block, String text) {
     final ByteBuffer memory = direct(text);
     block.rebind(memory);
     return new WeakReference<>(memory);
@@ -58,15 +58,15 @@ class ZBlockTest extends GatewayTest {
     block.rebind(direct("second"));
     assertEquals("second", text(block.getData()));
     publisher.post(message);
-    final WeakReference<ByteBuffer> lent = lend(block, "third");
+    final WeakReference<ByteBuffer> memoryOfThird = rebind(block, "third");
     a.setZBlock(message, block);
     block.close();
     System.gc();
-    assertNotNull(lent.get());
+    assertNotNull(memoryOfThird.get());
     publisher.post(message);
     message.close();
-    for (int tries = 0; tries < 1000 && lent.get() != null; ++tries) System.gc();
-    assertNull(lent.get());
+    for (int tries = 0; tries < 1000 && memoryOfThird.get() != null; ++tries) System.gc();
+    assertNull(memoryOfThird.get());
     connection.process(0);
     assertEquals(List.of("first", "", "Xirst", "Xirst", "third", "Xirst"), received);
   }
@@ -149,6 +149,8 @@ class ZBlockTest extends GatewayTest {
       message.getData().put(overwritten.getOffset(), (byte) 5);
       assertThrows(IllegalStateException.class, () -> publisher.post(message));
       assertThrows(IllegalStateException.class, () -> publisher.post(reply));
+      assertThrows(IllegalStateException.class, message::dump);
+      assertThrows(IllegalStateException.class, reply::dump);
       message.getData().putInt(overwritten.getOffset(), 0);
       publisher.post(message);
     }

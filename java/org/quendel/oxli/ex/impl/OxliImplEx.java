@@ -2,7 +2,7 @@ package org.quendel.oxli.ex.impl;
 
 import org.quendel.oxli.impl.NativeLibrary;
 
-/** A native beside those of {@link org.quendel.oxli.impl.OxliImpl}, under the same rules. */
+/** A native with the same rules as those of {@link org.quendel.oxli.impl.OxliImpl}. */
 public final class OxliImplEx {
   static {
     NativeLibrary.load();
@@ -11,8 +11,8 @@ public final class OxliImplEx {
   private OxliImplEx() {}
 
   /**
-   * The pairs of a settings text as key, value, key, value, in byte order of the keys; null for a
-   * malformed text, for null, and while the environment is closed.
+   * Returns the pairs of settings as key, value, key, value, in byte order of the keys; null for
+   * malformed settings, for null, and while the environment is closed.
    */
   public static native String[] settings_parse(String settings);
 }

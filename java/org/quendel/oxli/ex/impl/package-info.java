@@ -1,2 +1,2 @@
-/** Internal: the binding to native code that needs no gateway. Not an API. */
+/** Internal: the boundary to native code that needs no gateway. Applications do not use it. */
 package org.quendel.oxli.ex.impl;

@@ -1,0 +1,39 @@
+package org.quendel.oxli;
+
+import java.util.concurrent.locks.ReentrantLock;
+import java.util.function.IntSupplier;
+
+/**
+ * Serialises, in the whole process, the natives that make, open, close and release connections and
+ * listeners. Each of them has a process-wide native mutex locked during its gateway call, and what
+ * {@code onMessage} calls meanwhile locks others: two threads that locked them in different orders
+ * would wait for each other for ever.
+ *
+ * <p>Lock order of the package; a thread that has locked one locks only those after it:
+ *
+ * <ol>
+ *   <li>the delivery lock of a connection ({@link Connection}),
+ *   <li>this lock,
+ *   <li>the handle lock of a connection or listener, which no call that delivers messages locks while
+ *       the gateway runs,
+ *   <li>the lock of a publisher, z-block or environment.
+ * </ol>
+ *
+ * <p>Inside {@code onMessage} a thread starts again with the locks that it already has: see {@link
+ * ISubscriber} for what it must not wait for.
+ */
+final class GatewayLock {
+  private static final ReentrantLock LOCK = new ReentrantLock();
+
+  private GatewayLock() {}
+
+  /** Returns the result of the native. */
+  static int call(IntSupplier nativeCall) {
+    LOCK.lock();
+    try {
+      return nativeCall.getAsInt();
+    } finally {
+      LOCK.unlock();
+    }
+  }
+}

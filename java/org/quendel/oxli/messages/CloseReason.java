@@ -1,0 +1,30 @@
+package org.quendel.oxli.messages;
+
+/**
+ * Reasons of a {@link CloseMessage}, as the stand-in gateway gives them. Another gateway may have
+ * its own.
+ */
+public final class CloseReason {
+  /** The listener was shut or closed. */
+  public static final int CLOSED_BY_OWNER = 0;
+  /** The last publisher of the stream was shut or closed. */
+  public static final int STREAM_CLOSED = 1;
+  /** The connection was shut. */
+  public static final int CONNECTION_CLOSED = 2;
+
+  private CloseReason() {}
+
+  /** Returns the name of the constant above, or the number. */
+  public static String nameOf(int reason) {
+    switch (reason) {
+      case CLOSED_BY_OWNER:
+        return "CLOSED_BY_OWNER";
+      case STREAM_CLOSED:
+        return "STREAM_CLOSED";
+      case CONNECTION_CLOSED:
+        return "CONNECTION_CLOSED";
+      default:
+        return Integer.toString(reason);
+    }
+  }
+}
