@@ -9,8 +9,8 @@ import org.quendel.oxli.messages.DataMessage;
 import org.quendel.oxli.messages.Message;
 
 /**
- * Sends a picture of 1 MiB beside its message. Neither side copies it: the sender lends the buffer
- * that it painted, the receiver sums up the gateway's bytes where they are.
+ * Sends a picture of 1 MiB as a z-block of its message. Neither program copies it: the post reads
+ * the sender's buffer, and the receiver adds up the bytes in the gateway's memory.
  */
 public final class Picture {
   private static final String SCHEME =
@@ -42,13 +42,13 @@ public final class Picture {
   }
 
   public static void main(String[] args) {
-    final ByteBuffer painted = ByteBuffer.allocateDirect(SIZE);
-    for (int i = 0; i < SIZE; ++i) painted.put(i, (byte) (i * 31 >> 5));
+    final ByteBuffer picture = ByteBuffer.allocateDirect(SIZE);
+    for (int i = 0; i < SIZE; ++i) picture.put(i, (byte) (i * 31 >> 5));
 
     try (Environment environment = Environment.open("");
         Connection connection = environment.newConnection("");
         ZBlock received = environment.newZBlock();
-        ZBlock sent = environment.newZBlock(painted)) {
+        ZBlock sent = environment.newZBlock(picture)) {
       connection.open("");
       connection.newListener("stream=pictures", new Picture(received)::onMessage).open("");
       final Publisher publisher = connection.newPublisher("stream=pictures;" + SCHEME);
@@ -57,7 +57,7 @@ public final class Picture {
         final FieldDesc pixels = message.getDesc().getField("pixels");
         message.getDesc().getField("title").setText(message, "dunes");
         pixels.setZBlock(message, sent);
-        System.out.printf("sending  dunes: %d bytes, sum %d%n", SIZE, sum(painted));
+        System.out.printf("sending  dunes: %d bytes, sum %d%n", SIZE, sum(picture));
         publisher.post(message);
       }
       connection.process(1000);

@@ -15,8 +15,8 @@ final class Quote {
   final String instrument;
   final BigDecimal bid;
   final BigDecimal ask;
-  final Long volume; // null: not known
-  final String tick; // from the instrument's bid before
+  final Long volume; // null if unknown
+  final String tick; // how the bid differs from the instrument's bid before
 
   Quote(String instrument, BigDecimal bid, BigDecimal ask, Long volume, String tick) {
     this.instrument = instrument;

@@ -3,7 +3,7 @@ import org.quendel.oxli.MessageDesc;
 import org.quendel.oxli.messages.Message;
 import org.quendel.oxli.messages.StreamDataMessage;
 
-/** The fields of a quote, looked up by name once for all messages of an opening. */
+/** The fields of a quote, looked up once for all messages of an opening. */
 final class QuoteFields {
   static final String SCHEME = "scheme=?{messages=prices,quote;"
       + "message.prices=?{desc=Best prices;fields=bid:d,ask:d};"
@@ -14,7 +14,7 @@ final class QuoteFields {
       + "field.volume=?{desc=Shares on offer};"
       + "field.tick=?{desc=Where the bid went;values=?{down=-1:lower;same=0;up=1:higher}}}}";
 
-  private static final long NO_VOLUME = -1; // where a stream has no null map
+  private static final long NO_VOLUME = -1; // in a stream without null maps
 
   private final FieldDesc instrument;
   private final FieldDesc bid;

@@ -10,11 +10,11 @@ import org.quendel.oxli.Publisher;
 import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.Message;
 
-/** Publishes a file of quotes on a stream, receives every one of them, and shows the last ones. */
+/** Publishes a file of quotes on a stream, receives each of them, and prints the last ones. */
 public final class QuotesDemo {
   private final List<Quote> quotes;
   private final Map<String, Quote> last = new TreeMap<>();
-  private QuoteFields fields; // as the listener's scheme describes them
+  private QuoteFields fields; // of the listener's scheme; null before the first quote
   private int received;
 
   private QuotesDemo(List<Quote> quotes) {
@@ -39,7 +39,8 @@ public final class QuotesDemo {
           publisher.post(message);
           if (rate > 0) {
             connection.process(0);
-            Thread.sleep(Math.max(0, (i + 1) * 1000L / rate - (System.nanoTime() - start) / 1000000));
+            final long elapsedMillis = (System.nanoTime() - start) / 1_000_000;
+            Thread.sleep(Math.max(0, (i + 1) * 1000L / rate - elapsedMillis));
           } else if (i % 100 == 0) {
             connection.process(0);
           }

@@ -1,5 +1,5 @@
-// Preloaded into virtual machines of tests: a gateway that calls the application back, through
-// Misuse.insidePost, from inside each ox_pub_post.
+// Preloaded into virtual machines of tests: a gateway that calls the application back from inside
+// ox_pub_post, and tells it of each ox_pub_msgfree; see Misuse.
 #include <dlfcn.h>
 #include <jni.h>
 
@@ -7,7 +7,8 @@
 
 namespace {
 
-void callJava() {
+// Calls the static method of Misuse.
+void callJava(const char* method) {
   JavaVM* vm = nullptr;
   jsize count = 0;
   void* attached = nullptr;
@@ -19,17 +20,27 @@ void callJava() {
   auto* const env = static_cast<JNIEnv*>(attached);
   const jclass misuse = env->FindClass("org/quendel/oxli/Misuse");
   if (!misuse) return;
-  const jmethodID insidePost = env->GetStaticMethodID(misuse, "insidePost", "()V");
-  if (insidePost) env->CallStaticVoidMethod(misuse, insidePost);
+  const jmethodID called = env->GetStaticMethodID(misuse, method, "()V");
+  if (called) env->CallStaticVoidMethod(misuse, called);
+}
+
+// The gateway's own function of that name and type.
+template <class Function>
+Function gateway(const char* name, Function) {
+  void* const library = dlopen("liboxli.so", RTLD_NOW | RTLD_NOLOAD);
+  const auto found = reinterpret_cast<Function>(dlsym(library, name));
+  dlclose(library);
+  return found;
 }
 
 }  // namespace
 
 int ox_pub_post(ox_publisher_t* pub, ox_msg_t* msg, int flags) {
-  callJava();
-  void* const gateway = dlopen("liboxli.so", RTLD_NOW | RTLD_NOLOAD);
-  const auto post = reinterpret_cast<decltype(&ox_pub_post)>(dlsym(gateway, "ox_pub_post"));
-  const int result = post(pub, msg, flags);
-  dlclose(gateway);
-  return result;
+  callJava("insidePost");
+  return gateway(__func__, &ox_pub_post)(pub, msg, flags);
+}
+
+int ox_pub_msgfree(ox_publisher_t* pub, ox_msg_t* msg) {
+  callJava("released");
+  return gateway(__func__, &ox_pub_msgfree)(pub, msg);
 }

@@ -19,11 +19,11 @@ import org.quendel.oxli.impl.Results;
  * publishers. Thread-safe.
  *
  * <p>The calls that may deliver messages ({@link #process}, and opening, shutting and closing the
- * connection or one of its listeners) wait for each other: one thread at a time is inside, and those
- * that wait get their turn in the order in which they came. A {@link #process} that waits for
+ * connection or one of its listeners) wait for each other: one thread at a time is inside, and
+ * those that wait get their turn in the order in which they came. A {@link #process} that waits for
  * messages lets another thread in at least every {@value #SLICE_MILLIS} milliseconds. The thread
- * inside may call again from {@code onMessage}, within the limits that {@link ISubscriber} gives. All
- * other calls, and those on publishers, do not wait for a {@code process} in progress.
+ * inside may call again from {@code onMessage}, within the limits that {@link ISubscriber} gives.
+ * All other calls, and those on publishers, do not wait for a {@code process} in progress.
  */
 public final class Connection implements AutoCloseable {
   /** Milliseconds that {@link #process} at most waits in the gateway at a time. */
@@ -35,15 +35,17 @@ public final class Connection implements AutoCloseable {
   /** The delivery lock: locked during each call that may deliver. */
   private final ReentrantLock lock = new ReentrantLock(true);
 
-  /** Locked by what uses the handle without the delivery lock; see GatewayLock. */
+  /** Locked during each native that uses the handle without the delivery lock; see GatewayLock. */
   private final Object handleLock = new Object();
 
-  private long handle; // 0 if closed; written inside both locks, read inside one of them
+  /** 0 if closed. Written inside both locks; it stays valid inside one of them. */
+  private volatile long handle;
+
   private final Set<Listener> listeners = new LinkedHashSet<>(); // guarded by handleLock
-  /** Added to inside handleLock; a publisher is removed on any thread, when it is released. */
+  /** Added to inside handleLock; the thread that releases a publisher removes it. */
   private final Set<Publisher> publishers = ConcurrentHashMap.newKeySet();
 
-  private volatile boolean wakeup; // requested, and no process has returned since
+  private volatile boolean wakeup; // called, and no process has returned since
 
   // Guarded by the delivery lock.
   private long deliveries;
@@ -83,7 +85,8 @@ public final class Connection implements AutoCloseable {
   /**
    * Opens the connection. May deliver messages.
    *
-   * @param openSettings the gateway's settings, in addition to those that the connection was made with
+   * @param openSettings the gateway's settings, in addition to those that the connection was made
+   *     with
    * @throws OxliException if the gateway refuses
    */
   public void open(String openSettings) {
@@ -115,9 +118,9 @@ public final class Connection implements AutoCloseable {
    * Delivers the messages that are queued for the listeners, on this thread. To be called again and
    * again.
    *
-   * <p>If nothing is queued it waits until something is, at most for the timeout. It returns after a
-   * message was delivered to a listener made from this connection, when the timeout has passed, after
-   * {@link #wakeup}, or when another thread has shut or closed the connection meanwhile.
+   * <p>If nothing is queued it waits until something is, at most for the timeout. It returns after
+   * a message was delivered to a listener made from this connection, when the timeout has passed,
+   * after {@link #wakeup}, or when another thread has shut or closed the connection meanwhile.
    *
    * <p>A virtual thread is pinned to its carrier thread during the call, as in every native: use a
    * platform thread.
@@ -152,18 +155,16 @@ public final class Connection implements AutoCloseable {
   private void letOthersIn() {
     if (lock.getHoldCount() > 1 || !lock.hasQueuedThreads()) return;
     unlock();
-    lock.lock(); // fair: behind them
+    lock.lock(); // fair: after them
   }
 
   /**
    * Makes a {@link #process} in progress return within {@value #SLICE_MILLIS} milliseconds, or, if
-   * none is in progress, the next one without waiting for messages. Several calls count as one. Does
-   * not wait.
+   * none is in progress, the next one without waiting for messages. Several calls count as one.
+   * Does not wait.
    */
   public void wakeup() {
-    synchronized (handleLock) {
-      requireOpen();
-    }
+    requireOpen();
     wakeup = true;
   }
 
@@ -281,6 +282,7 @@ public final class Connection implements AutoCloseable {
     lock.lock();
   }
 
+  /** A closed connection leaves the environment when its outermost call returns. */
   void unlock() {
     if (handle == 0 && environment != null && lock.getHoldCount() == 1) environment.forget(this);
     lock.unlock();
@@ -333,13 +335,14 @@ public final class Connection implements AutoCloseable {
     throw closed();
   }
 
-  /** Returns the handle. REQUIRES: one of the locks. */
+  /** Returns the handle, which stays valid inside one of the locks. */
   private long requireOpen() {
     if (handle == 0) throw closed();
     return handle;
   }
 
   private IllegalStateException closed() {
-    return new IllegalStateException(this + (environment == null ? " cannot be used" : " is closed"));
+    final String reason = environment == null ? " cannot be used" : " is closed";
+    return new IllegalStateException(this + reason);
   }
 }

@@ -11,7 +11,7 @@ import java.util.Map;
 import java.util.NoSuchElementException;
 import java.util.function.Function;
 
-/** What the description classes make of the arguments that native code gives their constructors. */
+/** Converts what native code passes to the constructors of the description classes. */
 final class Descriptions {
   private Descriptions() {}
 

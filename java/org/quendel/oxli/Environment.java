@@ -12,18 +12,18 @@ import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
 
 /**
- * The gateway's environment: at most one is open in a process. Owns the connections and z-blocks made
- * from it. Thread-safe.
+ * The gateway's environment: at most one is open in a process. Owns the connections and z-blocks
+ * made from it. Thread-safe.
  *
- * <p>An application that closes the environment in a shutdown hook ({@link Runtime#addShutdownHook})
- * first makes its own threads leave {@link Connection#process}, for example with {@link
- * Connection#wakeup}, and waits for them: the virtual machine does not stop them, and {@link #close}
- * waits for the calls in progress.
+ * <p>An application that closes the environment in a shutdown hook ({@link
+ * Runtime#addShutdownHook}) first makes its own threads leave {@link Connection#process}, for
+ * example with {@link Connection#wakeup}, and waits for them: the virtual machine does not stop
+ * them, and {@link #close} waits for the calls in progress.
  *
- * <p>Two class loaders of one process cannot load the same file of the native library. With a copy of
- * the file for each they share one gateway library. While one has the environment open, {@link #open}
- * of the other is refused and changes nothing; after the close it opens the environment with its own
- * settings, and finds none of the first one's objects, streams or exit handler.
+ * <p>Two class loaders of one process cannot load the same file of the native library. With a copy
+ * of the file for each they share one gateway library. While one has the environment open, {@link
+ * #open} of the other is refused and changes nothing; after the close it opens the environment with
+ * its own settings, and finds none of the first one's objects, streams or exit handler.
  */
 public final class Environment implements AutoCloseable {
   /**
@@ -38,8 +38,8 @@ public final class Environment implements AutoCloseable {
   private static volatile boolean isOpen; // written inside LIFECYCLE
 
   /**
-   * Every connection in a native or about to enter one: a closed one remains until its outermost call
-   * has returned.
+   * Every connection in a native or about to enter one: a closed one remains until its outermost
+   * call has returned.
    */
   private final Set<Connection> connections = ConcurrentHashMap.newKeySet();
 
@@ -61,8 +61,8 @@ public final class Environment implements AutoCloseable {
    * else; otherwise from {@code java.library.path}, then from the directory of {@code oxli.jar}.
    *
    * @param settings the gateway's settings
-   * @throws OxliException with {@link ResultCode#INVALID_STATE} if one is open in this process, which
-   *     stays as it is; or with the gateway's code
+   * @throws OxliException with {@link ResultCode#INVALID_STATE} if one is open in this process,
+   *     which stays as it is; or with the gateway's code
    * @throws UnsatisfiedLinkError if the native library cannot be loaded; its message says why and
    *     what to do. Later attempts throw the same again.
    */
@@ -70,8 +70,8 @@ public final class Environment implements AutoCloseable {
     Objects.requireNonNull(settings, "settings");
     NativeLibrary.load();
     if (System.getProperties().putIfAbsent(CLAIM, "open") != null) {
-      throw new OxliException("Environment.open: OX_ERR_INVALIDSTATE: an environment is open in this"
-          + " process (0x20005)", ResultCode.INVALID_STATE);
+      throw new OxliException("Environment.open: OX_ERR_INVALIDSTATE: an environment is open in"
+          + " this process (0x20005)", ResultCode.INVALID_STATE);
     }
     try {
       synchronized (LIFECYCLE) {
@@ -145,15 +145,15 @@ public final class Environment implements AutoCloseable {
    * environment. When it returns another can be opened; a thread inside {@link
    * IExitEventHandler#onExitEvent} does not wait for another one that closes.
    *
-   * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a post;
-   *     nothing is closed then
+   * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a
+   *     post; nothing is closed then
    * @throws OxliException the first error reported, with others suppressed; all is closed
    */
   @Override
   public void close() {
     for (Connection connection : connections) {
       if (connection.isEnteredByCaller()) {
-        throw new IllegalStateException("the environment cannot be closed inside onMessage or post");
+        throw new IllegalStateException(this + " cannot be closed inside onMessage or a post");
       }
     }
     synchronized (this) {
@@ -236,7 +236,8 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Writes a line to the gateway's log at level debug; needs no open environment, as the three below.
+   * Writes a line to the gateway's log at level debug; needs no open environment, as the three
+   * below.
    *
    * @throws OxliException if the gateway refuses
    */

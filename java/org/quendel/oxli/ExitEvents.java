@@ -25,8 +25,12 @@ final class ExitEvents implements IExitEventHandler {
   static void setHandler(IExitEventHandler newHandler) {
     INSTANCE.handler = newHandler;
     if (INSTANCE.isRegistered) return;
-    Results.check("Environment.onExit", newHandler, OxliImpl.env_register_exithandler(INSTANCE));
-    INSTANCE.isRegistered = true;
+    final int code = OxliImpl.env_register_exithandler(INSTANCE);
+    INSTANCE.isRegistered = code == ResultCode.OK;
+    if (!INSTANCE.isRegistered) {
+      INSTANCE.handler = null;
+      throw Results.failure("Environment.onExit", "exit handler", code);
+    }
   }
 
   /** Removes the handler and what native code knows. */

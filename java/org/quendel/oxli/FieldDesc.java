@@ -270,7 +270,7 @@ public final class FieldDesc {
    *     half of a surrogate pair
    */
   public void setText(Message to, String text) {
-    Utf8String.write(writable(to, Kind.STRING), offset, size, text, this);
+    Utf8String.write(writable(to, Kind.STRING), offset, size, text, this::toString);
   }
 
   /**
@@ -289,8 +289,8 @@ public final class FieldDesc {
    * Writes a decimal: the unscaled value as 8 bytes, then the scale as one. The gateway only reads
    * decimals, so it is asked to read this one back.
    *
-   * @throws IllegalArgumentException also if the gateway does not read the same value and scale; the
-   *     field is unchanged then
+   * @throws IllegalArgumentException also if the gateway does not read the same value and scale;
+   *     the field is unchanged then
    */
   public void setDecimal(Message to, BigDecimal decimal) {
     if (!NumberCodec.writeDecimal(writable(to, Kind.DECIMAL), offset, size, decimal)) {
@@ -300,8 +300,8 @@ public final class FieldDesc {
 
   /**
    * Returns the nested message's bytes, little-endian: a view of the payload, read-only if the
-   * message was delivered, and not to be used after the message's life. To read and write its fields
-   * by name see {@link #getField}.
+   * message was delivered, and not to be used after the message's life. To read and write its
+   * fields by name see {@link #getField}.
    */
   public ByteBuffer getNested(Message in) {
     return bytes(in, Kind.NESTED);
@@ -319,12 +319,12 @@ public final class FieldDesc {
   }
 
   /**
-   * Points a z-block made to receive at the block of bytes that the field refers to, without copying
-   * them. They may be read as long as the message may be used; see {@link ZBlock}.
+   * Points a z-block made to receive at the block of bytes that the field refers to, without
+   * copying them. They may be read as long as the message may be used; see {@link ZBlock}.
    *
    * @throws IllegalArgumentException also if the message's own description has no z-block there
-   * @throws IllegalStateException also if the message was not delivered, the z-block was made to send
-   *     or is closed, or the description of the message is ambiguous; see {@link
+   * @throws IllegalStateException also if the message was not delivered, the z-block was made to
+   *     send or is closed, or the description of the message is ambiguous; see {@link
    *     AbstractDataMessage#getDesc}
    * @throws NoSuchElementException if the description of the message is not known
    * @throws OxliException if the block is larger than a buffer can be, or the field is damaged
@@ -334,10 +334,10 @@ public final class FieldDesc {
   }
 
   /**
-   * Makes the field of an outgoing message refer to the z-block's bytes. A post sends the bytes that
-   * are there then. The message keeps their memory alive until the field is set again or the message
-   * is closed, whatever happens to the z-block; a later {@link ZBlock#rebind} does not change the
-   * message. A post refuses a field that something else was written into.
+   * Makes the field of an outgoing message refer to the z-block's bytes. A post sends the bytes
+   * that are there then. The message keeps their memory alive until the field is set again or the
+   * message is closed, whatever happens to the z-block; a later {@link ZBlock#rebind} does not
+   * change the message. A post refuses a field that something else was written into.
    *
    * @throws IllegalArgumentException also if the message's own description has no z-block there
    * @throws IllegalStateException also if the message is not outgoing, or the z-block was made to

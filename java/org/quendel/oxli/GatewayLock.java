@@ -14,8 +14,8 @@ import java.util.function.IntSupplier;
  * <ol>
  *   <li>the delivery lock of a connection ({@link Connection}),
  *   <li>this lock,
- *   <li>the handle lock of a connection or listener, which no call that delivers messages locks while
- *       the gateway runs,
+ *   <li>the handle lock of a connection or listener, which no call that delivers messages locks
+ *       while the gateway runs,
  *   <li>the lock of a publisher, z-block or environment.
  * </ol>
  *

@@ -5,9 +5,9 @@ package org.quendel.oxli;
 public interface IExitEventHandler {
   /**
    * Called on a thread of the gateway. What is thrown is written to the gateway's log and goes no
-   * further. May close the environment. Opening one, setting an exit handler or parsing settings is a
-   * task for a thread of the application: these wait for a thread that closes the environment, and
-   * the gateway may make that thread wait for this method.
+   * further. May close the environment. Must not open one, set an exit handler or parse settings:
+   * these calls wait for a thread that closes the environment, which may wait for this method. Pass
+   * such work to a thread of the application.
    */
   void onExitEvent();
 }

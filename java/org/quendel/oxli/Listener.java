@@ -10,15 +10,15 @@ import org.quendel.oxli.messages.Message;
 
 /**
  * Receives messages of a connection and passes them to its {@link ISubscriber}. Made by {@link
- * Connection#newListener}. {@link #open}, {@link #shut} and {@link #close} wait for the connection's
- * delivery lock; see {@link Connection}.
+ * Connection#newListener}. {@link #open}, {@link #shut} and {@link #close} wait for the
+ * connection's delivery lock; see {@link Connection}.
  */
 public class Listener implements AutoCloseable {
   private final Connection connection; // null if native code owns the listener
   private final ISubscriber subscriber;
   private final String settings;
 
-  /** Locked by what uses the handle without the connection's delivery lock; see GatewayLock. */
+  /** Locked during each native that uses the handle without the delivery lock; see GatewayLock. */
   private final Object handleLock = new Object();
 
   // Written inside both locks, read inside one of them.
@@ -66,9 +66,11 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Opens the listener: its messages are delivered by {@link Connection#process}, some by this call.
+   * Opens the listener: its messages are delivered by {@link Connection#process}, some by this
+   * call.
    *
-   * @param openSettings the gateway's settings, in addition to those that the listener was made with
+   * @param openSettings the gateway's settings, in addition to those that the listener was made
+   *     with
    * @throws OxliException if the gateway refuses
    */
   public final void open(String openSettings) {
@@ -202,6 +204,7 @@ public class Listener implements AutoCloseable {
   }
 
   private IllegalStateException closed() {
-    return new IllegalStateException(this + (connection == null ? " cannot be used" : " is closed"));
+    final String reason = connection == null ? " cannot be used" : " is closed";
+    return new IllegalStateException(this + reason);
   }
 }

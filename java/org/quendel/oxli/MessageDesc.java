@@ -88,8 +88,8 @@ public final class MessageDesc {
   }
 
   /**
-   * Returns a field by its name. It is the same for each message of the scheme's opening: look it up
-   * once.
+   * Returns a field by its name. It is the same for each message of the scheme's opening: look it
+   * up once.
    *
    * @throws NoSuchElementException if there is none of that name
    */

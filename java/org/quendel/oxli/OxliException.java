@@ -1,9 +1,9 @@
 package org.quendel.oxli;
 
 /**
- * The gateway, native code or a subscriber refused an operation. The message says which operation, on
- * which object, and what the code means; the gateway's log may say more: the stand-in gateway writes
- * it to standard error if the environment is opened with {@code log=stderr}.
+ * The gateway, native code or a subscriber refused an operation. The message says which operation,
+ * on which object, and what the code means; the gateway's log may say more: the stand-in gateway
+ * writes it to standard error if the environment is opened with {@code log=stderr}.
  */
 public final class OxliException extends RuntimeException {
   private static final long serialVersionUID = 1L;
@@ -21,7 +21,9 @@ public final class OxliException extends RuntimeException {
     this.code = code;
   }
 
-  /** Returns the result code: one of {@link ResultCode}, another of the gateway, or a subscriber's. */
+  /**
+   * Returns the result code: one of {@link ResultCode}, another of the gateway, or a subscriber's.
+   */
   public int getCode() {
     return code;
   }

@@ -16,8 +16,8 @@ import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.Message;
 
 /**
- * Makes and posts messages. Made by {@link Connection#newPublisher}; owns the messages made from it.
- * Thread-safe: each call waits for another one on the publisher, but not for {@link
+ * Makes and posts messages. Made by {@link Connection#newPublisher}; owns the messages made from
+ * it. Thread-safe: each call waits for another one on the publisher, but not for {@link
  * Connection#process}.
  */
 public final class Publisher implements AutoCloseable {
@@ -62,7 +62,8 @@ public final class Publisher implements AutoCloseable {
   /**
    * Opens the publisher.
    *
-   * @param openSettings the gateway's settings, in addition to those that the publisher was made with
+   * @param openSettings the gateway's settings, in addition to those that the publisher was made
+   *     with
    * @throws OxliException if the gateway refuses
    */
   public void open(String openSettings) {
@@ -176,19 +177,19 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Posts a message: an outgoing one of this publisher, as often as wanted, or a delivered one inside
-   * {@code onMessage}.
+   * Posts a message: an outgoing one of this publisher, as often as wanted, or a delivered one
+   * inside {@code onMessage}.
    *
-   * <p>Once the gateway has been called, an exception does not say that nothing was sent: if Java
-   * fails to pass the address, the reference or the null map (no memory), the exception is thrown
-   * after the message has been posted without them.
+   * <p>An exception does not always mean that nothing was sent: if there is no memory for passing
+   * the address, the reference or the null map to the gateway, the message is posted without it,
+   * and then the exception is thrown.
    *
-   * @param flags the gateway's: of the stand-in gateway, {@link PostFlags}
+   * @param flags the gateway's: of the stand-in gateway, {@link PostFlag}
    * @throws OxliException if the gateway refuses
    * @throws IllegalArgumentException if the message is another publisher's
-   * @throws IllegalStateException if the message is a copy, is closed, or was delivered and may not be
-   *     used here and now; if it refers to such a message; if it, or the message that it refers to,
-   *     has a z-block field that something else than {@link FieldDesc#setZBlock} wrote
+   * @throws IllegalStateException if the message is a copy, is closed, or was delivered and may not
+   *     be used here and now; if it refers to such a message; if it, or the message that it refers
+   *     to, has a z-block field that something else than {@link FieldDesc#setZBlock} wrote
    */
   public void post(Message message, int flags) {
     synchronized (lock) {
@@ -229,9 +230,9 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Closes the messages made from it that are not closed, and releases the publisher. Waits for calls
-   * in progress on other threads, but not for a thread that writes into a message, whose memory is
-   * freed. Inside a post of this publisher the release waits for the end of that post.
+   * Closes the messages made from it that are not closed, and releases the publisher. Waits for
+   * calls in progress on other threads, but not for a thread that writes into a message, whose
+   * memory is freed. Inside a post of this publisher the release waits for the end of that post.
    *
    * @throws OxliException the first error reported, with others suppressed; all is closed
    */

@@ -11,12 +11,12 @@ import org.quendel.oxli.messages.AbstractDataMessage;
 
 /**
  * The layout of a listener's or publisher's messages: {@link MessageDesc messages} of {@link
- * FieldDesc fields} and {@link IndexDesc indexes}. It belongs to one opening: the next opening has a
- * new one. Native code fills it once; after that the whole tree is immutable and thread-safe.
+ * FieldDesc fields} and {@link IndexDesc indexes}. It belongs to one opening: the next opening has
+ * a new one. Native code fills it once; after that the whole tree is immutable and thread-safe.
  *
- * <p>The names, descriptions, hints and types of a scheme pass through the virtual machine's modified
- * UTF-8: characters beyond U+FFFF that the gateway writes in standard UTF-8 arrive as others. Strings
- * in payloads do not pass through it; see {@link FieldDesc#getText}.
+ * <p>The names, descriptions, hints and types of a scheme pass through the virtual machine's
+ * modified UTF-8: characters beyond U+FFFF that the gateway writes in standard UTF-8 arrive as
+ * others. Strings in payloads do not pass through it; see {@link FieldDesc#getText}.
  */
 public final class Scheme {
   private static final int NONE = -1;
@@ -68,13 +68,33 @@ public final class Scheme {
   }
 
   /**
+   * Returns the description of a delivered message, or null if it is unknown: the scheme has none
+   * of its name, or the message may be of {@link #findAlternative another one}, and its record does
+   * not tell of which.
+   */
+  public MessageDesc findMessage(AbstractDataMessage message) {
+    final int msgIndex = message.getMsgIndex();
+    final int msgId = message.getMsgId();
+    final String msgName = message.getMsgName();
+    final MessageDesc alternative = findAlternative(msgIndex, msgId, msgName);
+    if (alternative != null) {
+      // Native code says with which key an object was made; the record, which key this message has.
+      final boolean haveSameId = msgIndex == NONE
+          && alternative.getNumber() == Integer.toUnsignedLong(msgId);
+      final long record = MessageAccess.refOf(message);
+      if (haveSameId || (int) ZBlock.readLong(record + INDEX_IN_RECORD) != msgIndex) return null;
+    }
+    return findMessage(msgName);
+  }
+
+  /**
    * Returns a description whose messages may be delivered in the same object as those of the
    * description with that name, or null if there is none.
    *
-   * <p>Messages of one listener share an object if they have the same key: the index, or the id of a
-   * message without an index. So two descriptions can share an object if the id of one is the index
-   * of the other, or if they have the same id. A description does not say whether its messages have
-   * an index: what is returned may in fact have an object of its own.
+   * <p>The messages that a listener delivers share an object if they have the same key: the index,
+   * or the id of a message without an index. So two descriptions can share an object if the id of
+   * one is the index of the other, or if they have the same id. A description does not say whether
+   * its messages have an index: the one returned may in fact have an object of its own.
    *
    * @param msgIndex the index with which the object was made, or -1
    * @param msgId the id with which it was made, or -1
@@ -88,20 +108,6 @@ public final class Scheme {
     }
     final MessageDesc ofIndex = msgIndex != NONE ? own : findMessageByIndex(key);
     return ofIndex == own ? null : ofIndex;
-  }
-
-  /**
-   * Returns the description of a delivered message that may be of the alternative too, or null if
-   * that remains open. Only the record tells.
-   */
-  public MessageDesc findMessage(AbstractDataMessage message, MessageDesc alternative) {
-    final boolean hasIndex = message.getMsgIndex() != NONE;
-    // Without an index, messages of the same id cannot be told apart.
-    if (!hasIndex && alternative.getNumber() == Integer.toUnsignedLong(message.getMsgId())) {
-      return null;
-    }
-    final long index = ZBlock.readLong(MessageAccess.refOf(message) + INDEX_IN_RECORD);
-    return (int) index == message.getMsgIndex() ? findMessage(message.getMsgName()) : null;
   }
 
   /** Returns all that the scheme says, as a tree: a line for each part, indented by its depth. */
@@ -144,7 +150,8 @@ public final class Scheme {
     messagesByName = Descriptions.byName(newMessages, MessageDesc::getName);
     for (MessageDesc message : newMessages) {
       if (message == null) continue;
-      messagesByNumber.computeIfAbsent(message.getNumber(), number -> new ArrayList<>()).add(message);
+      messagesByNumber.computeIfAbsent(message.getNumber(), number -> new ArrayList<>())
+          .add(message);
     }
   }
 }

@@ -13,7 +13,8 @@ final class SchemePrinter {
 
   static String print(Scheme scheme) {
     final SchemePrinter printer = new SchemePrinter();
-    printer.line(0, "scheme of type " + scheme.getType() + ", features " + scheme.getFeatures(), "");
+    printer.line(
+        0, "scheme of type " + scheme.getType() + ", features " + scheme.getFeatures(), "");
     for (MessageDesc message : scheme.getMessages()) printer.message(1, message);
     return printer.lines.toString();
   }

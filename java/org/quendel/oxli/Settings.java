@@ -13,11 +13,11 @@ import org.quendel.oxli.impl.Results;
  *
  * <ul>
  *   <li>A value in double quotes may contain {@code ;}. The quotes are not part of it.
- *   <li>A block <code>?{...}</code> may be in a value and contain {@code ;} and more blocks. Its braces
- *       stay: parse what is between them as settings of their own.
+ *   <li>A block <code>?{...}</code> may be in a value and contain {@code ;} and more blocks. Its
+ *       braces stay: parse what is between them as settings of their own.
  *   <li>A backslash before a double quote is removed and makes it an ordinary character; before any
- *       other character it stays. Inside quotes and blocks a {@code ;} after a backslash is lost. In
- *       keys a backslash means nothing.
+ *       other character it stays. Inside quotes and blocks a {@code ;} after a backslash is lost.
+ *       In keys a backslash means nothing.
  *   <li>Blanks are ordinary characters, empty pairs are ignored, and of two pairs with one key the
  *       later counts.
  * </ul>

@@ -12,8 +12,8 @@ import org.quendel.oxli.messages.Message;
 
 /**
  * A block of bytes that a message refers to instead of containing it, read and written in place: no
- * block is ever copied. Made by {@link Environment#newZBlock(ByteBuffer)} over memory to send, or by
- * {@link Environment#newZBlock()} to receive; one object serves any number of messages.
+ * block is ever copied. Made by {@link Environment#newZBlock(ByteBuffer)} over memory to send, or
+ * by {@link Environment#newZBlock()} to receive; one object serves any number of messages.
  *
  * <pre>{@code
  * try (ZBlock picture = environment.newZBlock(buffer)) {
@@ -26,10 +26,10 @@ import org.quendel.oxli.messages.Message;
  * }</pre>
  *
  * <p>Memory to send must not change while a post is in progress; afterwards the gateway has a copy.
- * A mapped file is memory too: the bytes that a post reads must exist, so a file that another process
- * truncates meanwhile ends the virtual machine with a bus error in the gateway. Received bytes are
- * the gateway's and read-only: they may be used as long as the message that refers to them, and are
- * sent on as a copy.
+ * A mapped file is memory too: the bytes that a post reads must exist, so a file that another
+ * process truncates meanwhile ends the virtual machine with a bus error in the gateway. Received
+ * bytes are the gateway's and read-only: they may be used as long as the message that refers to
+ * them, and are sent on as a copy.
  *
  * <p>A block that is not closed lives until its environment is closed. Thread-safe: one thread at a
  * time is inside.
@@ -60,7 +60,8 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     if (newMemory == null) return;
     boolean made = false;
     try {
-      Results.check("Environment.newZBlock", environment, OxliImpl.zblock_new(this, newMemory, this));
+      Results.check(
+          "Environment.newZBlock", environment, OxliImpl.zblock_new(this, newMemory, this));
       made = true;
     } finally {
       if (!made) close();
@@ -128,11 +129,13 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   /** Returns the memory of a buffer for native code. */
   static ByteBuffer memoryOf(ByteBuffer buffer) {
     Objects.requireNonNull(buffer, "buffer");
-    if (!buffer.isDirect()) throw new IllegalArgumentException("the buffer is not direct");
+    if (!buffer.isDirect()) throw new IllegalArgumentException(buffer + " is not direct");
     return buffer.slice();
   }
 
-  /** Reads 8 bytes at the address. Z-blocks are the one way in which Java reads memory by address. */
+  /**
+   * Reads 8 bytes at the address. Z-blocks are the one way in which Java reads memory by address.
+   */
   static long readLong(long address) {
     final ByteBuffer descriptor = ByteBuffer.allocateDirect(MessageAccess.DESCRIPTOR_SIZE)
         .order(ByteOrder.LITTLE_ENDIAN).putInt(Long.BYTES).putLong(address);
@@ -154,9 +157,9 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     forget();
     OxliImpl.zblock_wrap(bytes, this, this, field.getOffset());
     if (data == null) {
-      throw new OxliException("FieldDesc.getZBlock: the block of "
-          + Integer.toUnsignedString(bytes.getInt(field.getOffset())) + " bytes that " + field + " of "
-          + from + " refers to cannot be read");
+      final int size = bytes.getInt(field.getOffset());
+      throw new OxliException("FieldDesc.getZBlock: cannot read the block of "
+          + Integer.toUnsignedString(size) + " bytes of " + field + " of " + from);
     }
     data = data.asReadOnlyBuffer().order(ByteOrder.LITTLE_ENDIAN);
     source = from;

@@ -231,7 +231,9 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     zblockFields = newZblockFields;
   }
 
-  /** Gives the calling thread, which is about to enter {@code onMessage}, the use of the message. */
+  /**
+   * Gives the calling thread, which is about to enter {@code onMessage}, the use of the message.
+   */
   final void acquire() {
     final boolean isFirst = user == null;
     user = Thread.currentThread();

@@ -28,7 +28,7 @@ public final class NativeLibrary {
   public static synchronized void load() {
     if (isLoaded) return;
     if (failure != null) {
-      throw (UnsatisfiedLinkError) new UnsatisfiedLinkError(failure.getMessage()).initCause(failure);
+      throw error(failure.getMessage(), failure);
     }
     try {
       findAndLoad();
@@ -43,15 +43,20 @@ public final class NativeLibrary {
     final String directory = System.getProperty(DIRECTORY_PROPERTY, "");
     final StringBuilder tried = new StringBuilder("cannot load the native library " + NAME + ':');
     try {
-      final boolean loaded = directory.isEmpty() ? loadFromLibraryPath(tried) || loadBesideJar(tried)
+      final boolean loaded = directory.isEmpty()
+          ? loadFromLibraryPath(tried) || loadBesideJar(tried)
           : loadFrom(new File(directory), tried);
       if (!loaded) throw new UnsatisfiedLinkError(tried + REMEDY);
     } catch (IllegalCallerException e) {
       final Module module = NativeLibrary.class.getModule();
-      throw (UnsatisfiedLinkError) new UnsatisfiedLinkError("cannot load the native library " + NAME
+      throw error("cannot load the native library " + NAME
           + ": the virtual machine denies native access; start it with --enable-native-access="
-          + (module.isNamed() ? module.getName() : "ALL-UNNAMED")).initCause(e);
+          + (module.isNamed() ? module.getName() : "ALL-UNNAMED"), e);
     }
+  }
+
+  private static UnsatisfiedLinkError error(String message, Throwable cause) {
+    return (UnsatisfiedLinkError) new UnsatisfiedLinkError(message).initCause(cause);
   }
 
   private static boolean loadFromLibraryPath(StringBuilder tried) {

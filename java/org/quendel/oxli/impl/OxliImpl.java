@@ -13,9 +13,9 @@ import org.quendel.oxli.messages.Message;
 
 /**
  * The natives. They trust their caller: a handle must be valid, a buffer direct, a string not null,
- * and {@link #env_open} and {@link #env_close} must not overlap any other native but the first eight
- * below. An {@code int} result is a {@link org.quendel.oxli.ResultCode}, unless an exception of Java
- * code that the native called is thrown instead.
+ * and {@link #env_open} and {@link #env_close} must not overlap any other native but the first
+ * eight below. An {@code int} result is a {@link org.quendel.oxli.ResultCode}, unless an exception
+ * of Java code that the native called is thrown instead.
  *
  * <p>A handle is the address of a binding record; for publishers it is the gateway's own. A native
  * that makes an object stores its handle in {@code ref} and references the Java objects that it was
@@ -29,7 +29,9 @@ public final class OxliImpl {
 
   private OxliImpl() {}
 
-  /** Returns the value at the buffer's start as a string; {@code name} is its type. Null on failure. */
+  /**
+   * Returns the value at the buffer's start as a string; {@code name} is its type. Null on failure.
+   */
   public static native String getstr(String name, ByteBuffer data);
 
   /** Returns the gateway's string for a result code. */

@@ -3,6 +3,7 @@ package org.quendel.oxli.impl;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
+import java.util.function.Supplier;
 
 /** Strings of fixed size in payloads: standard UTF-8, padded with zero bytes. */
 public final class Utf8String {
@@ -24,16 +25,17 @@ public final class Utf8String {
    * @throws IllegalArgumentException if the string does not fit, or reading it would not give the
    *     same string back: it has a U+0000 or half of a surrogate pair
    */
-  public static void write(ByteBuffer payload, int offset, int size, String string, Object place) {
+  public static void write(ByteBuffer payload, int offset, int size, String string,
+      Supplier<String> place) {
     requireReadBack(string, place);
     final byte[] bytes = string.getBytes(StandardCharsets.UTF_8);
     if (bytes.length > size) {
-      throw new IllegalArgumentException(bytes.length + " bytes do not fit into " + place);
+      throw new IllegalArgumentException(bytes.length + " bytes do not fit into " + place.get());
     }
     payload.duplicate().position(offset).put(Arrays.copyOf(bytes, size));
   }
 
-  private static void requireReadBack(String string, Object place) {
+  private static void requireReadBack(String string, Supplier<String> place) {
     for (int i = 0; i < string.length(); ++i) {
       final char c = string.charAt(i);
       final boolean isPair = Character.isHighSurrogate(c) && i + 1 < string.length()
@@ -41,8 +43,8 @@ public final class Utf8String {
       if (isPair) {
         ++i;
       } else if (c == 0 || Character.isSurrogate(c)) {
-        throw new IllegalArgumentException(
-            String.format("%s cannot contain U+%04X, character %d of the string", place, (int) c, i));
+        throw new IllegalArgumentException(String.format(
+            "%s cannot contain U+%04X, which the string has at %d", place.get(), (int) c, i));
       }
     }
   }

@@ -26,9 +26,9 @@ public abstract class AbstractDataMessage extends Message {
   /**
    * Returns the position of the message's description in the scheme, or -1 if it has none.
    *
-   * <p>A delivered object is used again for each message of the same index, or, without an index, of
-   * the same id, or, without both, of any other without both; an index and an id that are the same
-   * number count as the same. Index, id and name are those of the first message in the object.
+   * <p>A delivered object is used again for each message of the same index, or, without an index,
+   * of the same id, or, without both, of any other without both; an index and an id that are the
+   * same number count as the same. Index, id and name are those of the first message in the object.
    */
   public final int getMsgIndex() {
     requireUsable();
@@ -47,7 +47,7 @@ public abstract class AbstractDataMessage extends Message {
     return msgName;
   }
 
-  /** Returns the scheme of the opening that the message came with, or null. Possible any time. */
+  /** Returns the scheme of the opening that the message came with, or null. Always possible. */
   public final Scheme getScheme() {
     return scheme;
   }
@@ -70,17 +70,16 @@ public abstract class AbstractDataMessage extends Message {
       throw new NoSuchElementException("no description of " + this + " is known");
     }
     throw new IllegalStateException("the message is of " + msgName + " or of "
-        + alternative.getName() + ": both are delivered in the same object, because the id of one is"
-        + " the index or the id of the other");
+        + alternative.getName() + ": both are delivered in the same object, because the id of one"
+        + " is the index or the id of the other");
   }
 
   @Override
   protected final MessageDesc findDesc() {
     final MessageDesc known = super.findDesc();
     if (known != null || scheme == null || !isDelivered() || isUnkeyed()) return known;
-    if (alternative() != null) return scheme.findMessage(this, alternative);
-    final MessageDesc desc = scheme.findMessage(msgName);
-    setDesc(desc);
+    final MessageDesc desc = scheme.findMessage(this);
+    if (alternative() == null) setDesc(desc); // of every message in this object
     return desc;
   }
 

@@ -14,23 +14,23 @@ import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.impl.Utf8String;
 
 /**
- * A message. Its class tells its type; it is of this very class if its type has no class of its own.
- * There are three kinds:
+ * A message. Most types of messages have a class; a message of another type is of this one. There
+ * are three kinds:
  *
  * <ul>
  *   <li>A <b>delivered</b> message may be used by the thread inside {@code onMessage} until {@code
- *       onMessage} returns. On any other thread and at any later time its methods throw {@link
- *       IllegalStateException}, except {@link #copy copies'} ones and those that say otherwise. Its
- *       payload is memory of the gateway and read-only. The object is used again for the next
- *       message of its kind.
+ *       onMessage} returns. On other threads and later its methods throw {@link
+ *       IllegalStateException}, except those that say that they are always possible. Its payload
+ *       is memory of the gateway and read-only. The object is used again for the next message of
+ *       its kind.
  *   <li>An <b>outgoing</b> message is made by a publisher, filled in place, and lives until {@link
  *       #close} or until its publisher is closed. Its payload is memory of the gateway.
  *   <li>A <b>copy</b> made by {@link #copy} lives on the heap as long as it is referenced.
  * </ul>
  *
- * <p>The buffers of a delivered or outgoing message must not be used after the message's life: their
- * memory may be freed, which a buffer cannot know. Messages are not thread-safe. Offsets and lengths
- * are in bytes.
+ * <p>The buffers of a delivered or outgoing message must not be used after the message's life:
+ * their memory may be freed, which a buffer cannot know. Messages are not thread-safe. Offsets and
+ * lengths are in bytes.
  */
 public class Message extends MessageRecord implements AutoCloseable {
   private final int type;
@@ -39,7 +39,7 @@ public class Message extends MessageRecord implements AutoCloseable {
     this.type = type;
   }
 
-  /** Returns the type code, mostly one of {@link MessageType}. Possible on any thread, any time. */
+  /** Returns the type code, mostly one of {@link MessageType}. Always possible. */
   public final int getType() {
     return type;
   }
@@ -78,7 +78,7 @@ public class Message extends MessageRecord implements AutoCloseable {
     final ByteBuffer payload = payloadAt(offset, length);
     requireWritable();
     Utf8String.write(payload, offset, length, text,
-        length + " bytes at offset " + offset + " of " + this);
+        () -> length + " bytes at offset " + offset + " of " + this);
   }
 
   /**
@@ -126,8 +126,9 @@ public class Message extends MessageRecord implements AutoCloseable {
   }
 
   /**
-   * Releases an outgoing message; does nothing the second time, and nothing to other messages. Inside
-   * a post of this message the release waits for the end of that post.
+   * Releases an outgoing message; does nothing the second time, and nothing to other messages.
+   * Always possible. Inside a post on the same publisher the release waits for the end of that
+   * post.
    *
    * @throws OxliException if the gateway reports an error; the message is closed all the same
    */
@@ -138,7 +139,7 @@ public class Message extends MessageRecord implements AutoCloseable {
 
   /**
    * Returns the class and, if the message may be used here and now, what its methods return besides
-   * the payload. Never throws.
+   * the payload. Always possible.
    */
   @Override
   public final String toString() {

@@ -71,8 +71,8 @@ public final class StreamDataMessage extends AbstractDataMessage {
   }
 
   /**
-   * Makes the array, not a copy of it, the null map of an outgoing row. A post refuses an array that
-   * has fewer flags than the row has fields.
+   * Makes the array, not a copy of it, the null map of an outgoing row. A post refuses an array
+   * that has fewer flags than the row has fields.
    *
    * @throws IllegalStateException if the row was delivered
    */

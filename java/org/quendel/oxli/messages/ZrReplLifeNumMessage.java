@@ -1,6 +1,8 @@
 package org.quendel.oxli.messages;
 
-/** The life number of the replicated stream. Rows received under another life number are invalid. */
+/**
+ * The life number of the replicated stream. Rows received under another life number are invalid.
+ */
 public final class ZrReplLifeNumMessage extends Message {
   private long lifenum;
   private long flags;

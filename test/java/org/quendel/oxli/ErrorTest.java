@@ -10,7 +10,7 @@ import org.quendel.oxli.messages.*;
 
 class ErrorTest extends GatewayTest {
   @Test
-  void whatASubscriberThrowsComesOutAndTheRestIsDeliveredLater() {
+  void exceptionOfASubscriberIsThrownAndTheRestIsDeliveredLater() {
     final List<Long> received = new ArrayList<>();
     listen("", onData(message -> {
       received.add(message.getData().getLong(VOLUME));
@@ -43,7 +43,7 @@ class ErrorTest extends GatewayTest {
   }
 
   @Test
-  void gatewaysRefusalNamesOperationObjectAndCode() {
+  void refusalNamesOperationObjectAndCode() {
     final Listener open = listen("stream=a", onData(message -> {}));
     final Exception refused = assertThrows(OxliException.class, () -> open.open(""));
     assertEquals("Listener.open (listener stream=a): OX_ERR_INVALIDSTATE: it does not fit the"
@@ -52,7 +52,7 @@ class ErrorTest extends GatewayTest {
   }
 
   @Test
-  void releaseGoesOnAfterAFailure() {
+  void closeGoesOnAfterAnException() {
     final List<RuntimeException> thrown = new ArrayList<>();
     final ISubscriber subscriber = (conn, lsn, message) -> {
       if (!(message instanceof CloseMessage)) return 0;

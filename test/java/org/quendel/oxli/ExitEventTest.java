@@ -2,6 +2,7 @@ package org.quendel.oxli;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.lang.ref.WeakReference;
 import java.nio.file.*;
 import java.util.List;
 import java.util.concurrent.*;
@@ -51,6 +52,20 @@ class ExitEventTest {
     environment.close();
     closed.await();
     Environment.open("").close();
+  }
+
+  @Test
+  void closedEnvironmentDoesNotKeepTheHandler() throws Exception {
+    final WeakReference<IExitEventHandler> handler = closeWithHandler();
+    while (handler.get() != null) System.gc();
+  }
+
+  private WeakReference<IExitEventHandler> closeWithHandler() {
+    try (Environment environment = Environment.open("")) {
+      final IExitEventHandler handler = () -> called.add(null);
+      environment.onExit(handler);
+      return new WeakReference<>(handler);
+    }
   }
 
   /** Sets the handlers one after the other, waits for the event, and returns the gateway's log. */

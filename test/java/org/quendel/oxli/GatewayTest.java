@@ -12,13 +12,12 @@ import org.quendel.oxli.messages.*;
 
 /** Every test has an environment with an open connection. */
 abstract class GatewayTest {
-  static final String SCHEME = "scheme=?{messages=odd,quote,narrow,wide,empty,large;"
-      + "message.odd=?{fields=n:i4;code=768};"
+  static final String SCHEME = "scheme=?{messages=odd,quote,narrow,wide,large;"
+      + "message.odd=?{id=9;fields=n:i4;code=768};"
       + "message.quote=?{id=7;indices=pk;fields=isin:c12,volume:i8,price:d;"
       + "index.pk=?{fields=isin}};"
       + "message.narrow=?{noindex=1;fields=a:i4};"
       + "message.wide=?{noindex=1;fields=a:i4,b:i4,c:i4};"
-      + "message.empty=?{noindex=1;id=1};"
       + "message.large=?{noindex=1;id=1;fields=a:i4,b:i4,c:i4,d:i4}};";
   static final int ISIN = 0;
   static final int VOLUME = 12;
@@ -52,7 +51,7 @@ abstract class GatewayTest {
     return publisher;
   }
 
-  /** A quote for each volume. */
+  /** Posts a quote for each volume. */
   static void post(Publisher publisher, long... volumes) {
     try (DataMessage message = publisher.newMessage("quote")) {
       for (long volume : volumes) {
@@ -62,7 +61,7 @@ abstract class GatewayTest {
     }
   }
 
-  /** Takes data messages and rows only. */
+  /** Passes data messages and rows on, and ignores others. */
   static ISubscriber onData(Consumer<AbstractDataMessage> consumer) {
     return (connection, listener, message) -> {
       if (message instanceof AbstractDataMessage) consumer.accept((AbstractDataMessage) message);

@@ -15,10 +15,10 @@ class LifecycleTest extends GatewayTest {
   private Runnable onFirstData = () -> {};
   private Consumer<Listener> onClose = listener -> {};
 
-  /** Releases one of the objects, with which some others go. */
+  /** Closes one of the objects, and with it those it owns. */
   @ParameterizedTest
   @CsvSource({"0, 0, 1", "1, 0, 2", "2, 2, 3", "3, 0, 4", "4, 0, 5"})
-  void releasedObjectsRefuseEveryUse(int released, int from, int to) throws Exception {
+  void closedObjectsRefuseEveryCall(int released, int from, int to) throws Exception {
     final Publisher publisher = publish(SCHEME);
     final List<AutoCloseable> all = List.of(publisher.newMessage("quote"), publisher,
         listen("", recorder("A")), connection, environment);
@@ -31,7 +31,7 @@ class LifecycleTest extends GatewayTest {
   }
 
   @Test
-  void shutObjectsOpenAgainAndChangesOfStateAreMadeOnce() {
+  void shutObjectsCanBeOpenedAgain() {
     final Listener listener = listen("", recorder("A"));
     final Publisher publisher = publish(SCHEME);
     final int code = ResultCode.INVALID_STATE;
@@ -57,7 +57,7 @@ class LifecycleTest extends GatewayTest {
   }
 
   @Test
-  void whatFailedLeavesTheWayFree() {
+  void failedCallsLeaveNothingBehind() {
     final int code = ResultCode.INVALID_ARGUMENT;
     assertRefused(ResultCode.INVALID_STATE, "Environment.open", () -> Environment.open("bad"));
     assertEquals(2, connection.getState(), "the open one is left alone");
@@ -70,14 +70,14 @@ class LifecycleTest extends GatewayTest {
     Environment.open("").close();
   }
 
-  /** What follows the first data message of A when its subscriber releases something. */
+  /** {@code rest}: what is delivered after A's first message, whose subscriber closes an object. */
   @ParameterizedTest
   @CsvSource({
       "A,          'A close 0, B data 1, B data 2'",
       "B,          'B close 0, A data 2'",
       "connection, 'A close 0, B close 0'",
       "publisher,  'B data 1, A data 2, B data 2, A close 1, B close 1'"})
-  void anythingButTheEnvironmentCanBeReleasedInsideOnMessage(String released, String rest) {
+  void allButTheEnvironmentCanBeClosedInsideOnMessage(String released, String rest) {
     final Publisher publisher = publish(SCHEME);
     final AutoCloseable target = Map.of("A", listen("", recorder("A")),
         "B", listen("", recorder("B")), "connection", connection, "publisher", publisher)
@@ -111,7 +111,7 @@ class LifecycleTest extends GatewayTest {
     assertReceived("A open, A data 1, A data 2, A close 0");
   }
 
-  /** The thread inside stays there until another one has made all these calls. */
+  /** The thread inside onMessage waits there for another thread that makes all these calls. */
   @Test
   void otherCallsDoNotWaitForTheThreadInside() throws Exception {
     final Publisher publisher = publish(SCHEME);
@@ -155,12 +155,13 @@ class LifecycleTest extends GatewayTest {
     return frames.length > 0 && frames[0].getMethodName().equals(method);
   }
 
-  /** The thread inside has locked out all that open, shut or close, in the whole process. */
+  /** The thread that closes is inside a call that such calls of the whole process wait for. */
   @Test
   void closingInsideOnMessageDoesNotWaitForAThreadThatMakesAListener() throws Exception {
     final Listener listener = listen("", recorder("A"));
     connection.process(0);
-    final FutureTask<Listener> making = new FutureTask<>(() -> connection.newListener("", recorder("B")));
+    final FutureTask<Listener> making =
+        new FutureTask<>(() -> connection.newListener("", recorder("B")));
     onClose = closing -> {
       onClose = ignored -> {};
       startAndAwaitBlocked(making);

@@ -23,7 +23,7 @@ class LoadingTest {
       } catch (UnsatisfiedLinkError e) {
         System.out.println(e.getMessage());
         for (Runnable later : new Runnable[] {
-            () -> Environment.open(""), () -> Environment.logInfo("line")}) {
+            () -> Environment.logInfo(""), () -> Environment.logInfo(""), () -> Environment.open("")}) {
           final Error again = assertThrows(UnsatisfiedLinkError.class, later::run);
           assertEquals(e.getMessage(), again.getMessage());
           assertSame(e, again.getCause());

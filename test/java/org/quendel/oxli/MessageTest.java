@@ -72,36 +72,36 @@ class MessageTest extends GatewayTest {
         "quote 1 7 1 DE0[true, false, false]", "quote 1 7 2 DE1[true, true, false]"), contents);
   }
 
-  /** Of messages that share an object only those are described that the object was made for. */
-  @Test
-  void rowsOfOneObjectMayDifferInDescriptionAndNullMap() {
+  /** Messages that share an object: only those are described that the object was made for. */
+  @ParameterizedTest
+  @CsvSource({"'quote,large,quote', quote 010 ? 0000 quote 000",
+      "'large,quote,large', large 0010 ? 000 large 0000", "'narrow,wide,narrow', ? 1 ? 000 ? 0"})
+  void rowsOfOneObjectMayDifferInDescriptionAndNullMap(String names, String expected) {
     final Publisher publisher = publish("mode=replica;" + SCHEME);
-    final List<String> seen = new ArrayList<>();
+    final StringBuilder seen = new StringBuilder();
     listen("mode=replica", onData(message -> {
       final StreamDataMessage row = (StreamDataMessage) message;
-      String desc;
+      String desc = "?";
       try {
         desc = row.getDesc().getName();
         assertSame(row.getDesc(), row.copy().getDesc());
       } catch (IllegalStateException | NoSuchElementException e) {
-        desc = e.getClass().getSimpleName();
         assertThrows(NoSuchElementException.class, row.copy()::getDesc);
       }
-      seen.add(desc + Arrays.toString(row.getNulls()));
+      seen.append(' ').append(desc).append(' ');
+      for (boolean isNull : row.getNulls()) seen.append(isNull ? '1' : '0');
       assertThrows(IllegalStateException.class, () -> row.setNulls(new boolean[9]));
       assertThrows(IllegalStateException.class, () -> row.setNull(0, true));
     }));
-    final StreamDataMessage row = publisher.newMessage("quote");
-    row.setNull(1, true);
-    publisher.post(row);
-    for (String name : List.of("empty", "large", "quote", "narrow", "wide", "narrow")) {
-      publisher.post(publisher.newMessage(name));
+    boolean isFirst = true;
+    for (String name : names.split(",")) {
+      final StreamDataMessage row = publisher.newMessage(name);
+      row.setNull(row.getNulls().length / 2, isFirst);
+      isFirst = false;
+      publisher.post(row);
     }
     connection.process(0);
-    assertEquals(List.of("quote[false, true, false]", "IllegalStateExceptionnull",
-        "IllegalStateException[false, false, false, false]", "quote[false, false, false]",
-        "NoSuchElementException[false]", "NoSuchElementException[false, false, false]",
-        "NoSuchElementException[false]"), seen);
+    assertEquals(expected, seen.substring(1));
   }
 
   @Test
@@ -118,6 +118,39 @@ class MessageTest extends GatewayTest {
     post(publisher, 1, 2);
     connection.process(0);
     assertEquals(List.of(1L, 2L), volumes);
+  }
+
+  @Test
+  void messageOfOwnTypeCode() {
+    final Publisher publisher = publish("stream=s;" + SCHEME);
+    final List<Integer> received = new ArrayList<>();
+    listen("stream=s", (conn, lsn, message) -> {
+      if (message.getClass() == Message.class) {
+        Collections.addAll(received, message.getType(), message.getData().getInt(0));
+      } else if (message instanceof OpenMessage) {
+        assertThrows(IllegalStateException.class, () -> message.getText(0, 0), "no payload");
+      }
+      return 0;
+    });
+    final Message odd = publisher.newMessage("odd");
+    odd.getData().putInt(0, 9);
+    publisher.post(odd);
+    connection.process(0);
+    assertEquals(List.of(768, 9), received);
+    final List<Message> all =
+        List.of(odd, publisher.newMessageById(9), publisher.newMessageByIndex(0));
+    assertEquals("[Message odd, Message odd, Message odd]", all.toString());
+  }
+
+  @Test
+  void clock() {
+    final List<Long> times = new ArrayList<>();
+    listen("time=1", (conn, lsn, message) -> {
+      if (message instanceof TimeMessage) times.add(((TimeMessage) message).getTime());
+      return 0;
+    });
+    while (times.isEmpty()) connection.process(1000);
+    assertEquals(System.currentTimeMillis() / 1e3, times.get(0) / 1e6, 60, "seconds");
   }
 
   @Test
@@ -195,7 +228,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void textsStayInTheirField() {
+  void stringsStayInTheirField() {
     final DataMessage quote = publish(SCHEME).newMessage("quote");
     quote.getData().putLong(VOLUME, -1);
     for (String text : List.of("ABCDEFGHIJKL", "éé", "")) {
@@ -216,7 +249,7 @@ class MessageTest extends GatewayTest {
 
   @ParameterizedTest
   @CsvSource({"1, -1", "-1, 1", "29, 1", "0, 30", "0, 2147483647"})
-  void lengthsAreNotNegativeAndFieldsInsideThePayload(int offset, int length) {
+  void offsetsAndLengthsAreChecked(int offset, int length) {
     final DataMessage quote = publish(SCHEME).newMessage("quote");
     assertThrows(IndexOutOfBoundsException.class, () -> quote.setText(offset, length, ""));
     assertThrows(IndexOutOfBoundsException.class, () -> quote.getText(offset, length));

@@ -26,7 +26,8 @@ final class Misuse {
   private static Environment environment;
   private static Connection connection;
   private static Publisher publisher;
-  private static Runnable insidePost = () -> {};
+  private static Runnable insidePost; // called once
+  private static boolean printsReleases;
 
   private Misuse() {}
 
@@ -108,7 +109,9 @@ final class Misuse {
 
   static void throwCheckedExceptionWhileClosing(String[] args) {
     connection.newListener("", (conn, lsn, message) -> {
-      if (message instanceof CloseMessage) Misuse.<RuntimeException>throwAny(new IOException("own"));
+      if (message instanceof CloseMessage) {
+        Misuse.<RuntimeException>throwAny(new IOException("own"));
+      }
       return 0;
     }).open("");
     try {
@@ -172,21 +175,23 @@ final class Misuse {
         .getMethod("open", String.class).invoke(null, "");
   }
 
-  /** Runs with a gateway that calls {@link #insidePost} from each post. */
+  /** Runs with a gateway that calls {@link #insidePost} and {@link #released}. */
   static void closeMessageInsideItsPost(String[] args) {
     final List<Integer> received = new ArrayList<>();
     listen(message -> received.add(((DataMessage) message).getUserId()));
     final DataMessage message = publisher.newMessage("quote");
     message.setUserId(1);
+    printsReleases = true;
     insidePost = message::close;
     publisher.post(message);
     connection.process(0);
-    System.out.println("received " + received);
+    System.out.println(received);
     publisher.post(message);
   }
 
   static void closePublisherInsideItsPost(String[] args) {
     final DataMessage message = publisher.newMessage("quote");
+    printsReleases = true;
     insidePost = () -> {
       publisher.close();
       System.out.println(thrownBy(connection::close));
@@ -198,8 +203,12 @@ final class Misuse {
 
   static void insidePost() {
     final Runnable action = insidePost;
-    insidePost = () -> {};
-    action.run();
+    insidePost = null;
+    if (action != null) action.run();
+  }
+
+  static void released() {
+    if (printsReleases) System.out.println("released");
   }
 
   private static Exception thrownBy(Runnable call) {

@@ -37,10 +37,10 @@ class MisuseTest {
         arguments("reloadAfterExitHandler",
             "java.util.NoSuchElementException: no class loader is left"),
         arguments("closeMessageInsideItsPost",
-            "received [1]\n" + ILLEGAL_STATE + "DataMessage quote is closed"),
+            "released\n[1]\n" + ILLEGAL_STATE + "DataMessage quote is closed"),
         arguments("closePublisherInsideItsPost", ILLEGAL_STATE
             + "connection cannot be closed inside a post of its publishers\n" + ILLEGAL_STATE
-            + "the environment cannot be closed inside onMessage or post\n" + ILLEGAL_STATE
+            + "environment cannot be closed inside onMessage or a post\nreleased\n" + ILLEGAL_STATE
             + "publisher is closed"));
   }
 

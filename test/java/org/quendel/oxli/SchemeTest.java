@@ -116,7 +116,8 @@ class SchemeTest extends GatewayTest {
       if (field.getOffset() > 0) {
         final Exception refused =
             assertThrows(IndexOutOfBoundsException.class, () -> field.getBytes(small));
-        assertTrue(refused.getMessage().startsWith("field " + field.getName()), refused::getMessage);
+        assertTrue(
+            refused.getMessage().startsWith("field " + field.getName()), refused::getMessage);
       }
     }
     final StreamDataMessage row =

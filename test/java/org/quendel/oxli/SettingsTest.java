@@ -15,7 +15,7 @@ class SettingsTest extends GatewayTest {
       "a=1;;a=2;|{a=2}",
       "a=\"x;y\";B=?{c=1;d=2}|{B=?{c=1;d=2}, a=x;y}",
       "d=c:\\logs\\;ü=€|{d=c:\\logs\\, ü=€}"})
-  void pairsComeInOrderOfTheirKeys(String settings, String pairs) {
+  void pairsAreOrderedByKey(String settings, String pairs) {
     assertEquals(pairs, Settings.parse(settings).toString());
   }
 
@@ -25,7 +25,7 @@ class SettingsTest extends GatewayTest {
       "a=\\;bc;d=1|\"bc\" at 4 has no =",
       "a=1;b=\"c;d|the quotes or a block of the pair at 4 are not closed",
       "a=\"x;y\";?{b;c=1|the quotes or a block of the pair at 8 are not closed"})
-  void whatIsWrongIsSaid(String settings, String fault) {
+  void faultIsDescribed(String settings, String fault) {
     final Exception refused =
         assertThrows(IllegalArgumentException.class, () -> Settings.parse(settings));
     assertEquals("malformed settings: " + fault, refused.getMessage());

@@ -33,9 +33,9 @@ class ZBlockTest extends GatewayTest {
     return new WeakReference<>(memory);
   }
 
-  /** What the sender does with its memory once a message refers to it changes nothing. */
+  /** A rebind or a close of the z-block does not change a message that refers to it. */
   @Test
-  void messageKeepsWhatItRefersTo() {
+  void messageKeepsReferencedMemoryAlive() {
     final ZBlock incoming = environment.newZBlock();
     listen("stream=blocks", onData(message -> {
       for (String name : List.of("a", "b")) {
@@ -72,7 +72,7 @@ class ZBlockTest extends GatewayTest {
   }
 
   @Test
-  void receivedBlockEndsWithItsMessage() {
+  void receivedBlockCannotBeUsedAfterItsMessage() {
     final ZBlock incoming = environment.newZBlock();
     final List<DataMessage> copies = new ArrayList<>();
     final Publisher publisher = publish(BLOCKS);
@@ -111,9 +111,9 @@ class ZBlockTest extends GatewayTest {
     assertUnusable(incoming);
   }
 
-  /** Whoever comes first, the environment waits for what is being closed. */
+  /** In either order: the environment waits for a block that is being closed. */
   @Test
-  void blocksAndTheirEnvironmentMayBeClosedAtOnce() throws Exception {
+  void blocksAndTheirEnvironmentCanBeClosedAtTheSameTime() throws Exception {
     for (int round = 0; round < 500; ++round) {
       final ZBlock block = environment.newZBlock(direct("x"));
       final AtomicBoolean started = new AtomicBoolean();

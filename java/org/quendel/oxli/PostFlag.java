@@ -4,7 +4,7 @@ package org.quendel.oxli;
  * Flags of {@link Publisher#post(org.quendel.oxli.messages.Message, int)}, as the stand-in gateway
  * takes them; combine them with {@code |}. Another gateway may have its own.
  */
-public final class PostFlags {
+public final class PostFlag {
   /**
    * A reply is wanted: if none comes within the publisher's {@code reply_timeout}, the listeners of
    * its connection receive a {@link org.quendel.oxli.messages.ZrMqTimeOutMessage}.
@@ -13,5 +13,5 @@ public final class PostFlags {
   /** Deletes the rows of the message's table that are older than the message's revision. */
   public static final int CLEAR_DELETED = 2;
 
-  private PostFlags() {}
+  private PostFlag() {}
 }
