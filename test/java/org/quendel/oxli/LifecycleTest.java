@@ -57,6 +57,23 @@ class LifecycleTest extends GatewayTest {
   }
 
   @Test
+  void eachOpeningHasItsOwnScheme() {
+    final String other = "scheme=?{messages=other;message.other=?{fields=n:i4}}";
+    final List<Publisher> owners =
+        List.of(publish("stream=a;" + SCHEME), publish("stream=b;" + other));
+    final Publisher publisher = publish("stream=a");
+    final Listener listener = listen("stream=a", recorder("A"));
+    assertEquals(publisher.getScheme().toString(), listener.getScheme().toString());
+    connection.shut();
+    connection.open("");
+    for (Publisher owner : owners) owner.open("");
+    publisher.open("stream=b");
+    listener.open("stream=b");
+    assertNotNull(publisher.getScheme().getMessage("other"));
+    assertNotNull(listener.getScheme().getMessage("other"));
+  }
+
+  @Test
   void failedCallsLeaveNothingBehind() {
     final int code = ResultCode.INVALID_ARGUMENT;
     assertRefused(ResultCode.INVALID_STATE, "Environment.open", () -> Environment.open("bad"));
@@ -140,11 +157,13 @@ class LifecycleTest extends GatewayTest {
     final List<Runnable> ends = List.of(connection::wakeup, () -> listener.open(""),
         connection::shut, connection::close);
     for (Runnable end : ends) {
-      final Thread processing = new Thread(() -> connection.process(Integer.MAX_VALUE));
-      processing.start();
-      while (!isIn(processing, "conn_process")) Thread.onSpinWait();
+      final FutureTask<Void> processing =
+          new FutureTask<>(() -> connection.process(Integer.MAX_VALUE), null);
+      final Thread thread = new Thread(processing);
+      thread.start();
+      while (!isIn(thread, "conn_process")) Thread.onSpinWait();
       end.run();
-      processing.join();
+      processing.get();
       if (end == ends.get(2)) connection.open("");
     }
     assertReceived("A open, A close 2");

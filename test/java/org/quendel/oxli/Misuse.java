@@ -146,7 +146,7 @@ final class Misuse {
     for (int i = 0; i < 2; ++i) {
       final WeakReference<ClassLoader> loader = openAndClose(args);
       for (int tries = 0; loader.get() != null; ++tries) {
-        if (tries == 100) throw new IllegalStateException("the class loader is still reachable");
+        if (tries == 2000) throw new IllegalStateException("the class loader is still reachable");
         System.gc();
         Thread.sleep(10);
       }
