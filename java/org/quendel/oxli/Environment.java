@@ -47,7 +47,7 @@ public final class Environment implements AutoCloseable {
   private final Set<ZBlock> zblocks = ConcurrentHashMap.newKeySet();
 
   private final String settings;
-  private boolean closing; // guarded by this, which is locked for no native
+  private boolean closing; // guarded by this, which is not locked during natives
   private final AtomicBoolean ended = new AtomicBoolean();
   private final CompletableFuture<Void> closed = new CompletableFuture<>();
 

@@ -36,9 +36,9 @@ import org.quendel.oxli.messages.StreamDataMessage;
  *       {@link Message}) or has no payload, and if it was delivered and would be written.
  * </ul>
  *
- * <p>Only z-blocks require that the message is of the field's description, because their bytes are
- * an address. A field belongs to the opening that its scheme came with: the next opening may have
- * another layout.
+ * <p>Only the methods for z-blocks check that the message is of the field's description, because
+ * their bytes contain an address. A field belongs to the opening that its scheme came with: the
+ * next opening may have another layout.
  *
  * <p>Made by native code, and immutable once its scheme is filled; until then the scheme sets the
  * position in the null map.

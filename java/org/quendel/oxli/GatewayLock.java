@@ -14,13 +14,13 @@ import java.util.function.IntSupplier;
  * <ol>
  *   <li>the delivery lock of a connection ({@link Connection}),
  *   <li>this lock,
- *   <li>the handle lock of a connection or listener, which no call that delivers messages locks
- *       while the gateway runs,
+ *   <li>the handle lock of a connection or listener, which is never locked during a native that
+ *       delivers messages,
  *   <li>the lock of a publisher, z-block or environment.
  * </ol>
  *
- * <p>Inside {@code onMessage} a thread starts again with the locks that it already has: see {@link
- * ISubscriber} for what it must not wait for.
+ * <p>Inside {@code onMessage} a thread has locked some of these and may lock each again: {@link
+ * ISubscriber} says what can deadlock.
  */
 final class GatewayLock {
   private static final ReentrantLock LOCK = new ReentrantLock();

@@ -32,8 +32,8 @@ public final class Publisher implements AutoCloseable {
   private final String settings;
   private final MessageOwner owner = new Owner();
   private final Set<Message> outstanding = Collections.newSetFromMap(new IdentityHashMap<>());
-  private final List<Runnable> deferred = new ArrayList<>(); // releases that wait for a post to end
-  private int depth; // of the gateway's calls that read a message
+  private final List<Runnable> deferred = new ArrayList<>(); // releases after the call in progress
+  private int depth; // number of gateway calls in progress that read a message
   private long handle;
   private Scheme scheme;
 

@@ -20,8 +20,8 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
   private static final int MADE_BY_GATEWAY = 0;
   private static final int MADE_ON_HEAP = 1;
 
-  // Users of a delivered message that are no thread. No Thread objects, which would keep the
-  // creating thread's context class loader alive.
+  // Values of `user` that are not threads. Not Thread objects, because those would keep the context
+  // class loader of the creating thread alive.
   private static final Object NOBODY = new Object();
   private static final Object NATIVE_CODE = new Object();
 
@@ -39,10 +39,10 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
   private ByteBuffer payload; // little-endian; position 0, limit at the capacity
   private ByteBuffer view; // what the application sees of it; null until it asks
   private MessageOwner owner;
-  private MessageDesc desc; // of outgoing messages and copies; null if unknown
+  private MessageDesc desc; // null if unknown, or not asked for yet
   private FieldDesc[] zblockFields; // of outgoing messages; null if unknown
   private Map<Integer, Descriptor> setBlocks; // by offset; null if none is set
-  private int life; // counts the records that the object has had
+  private int life; // number of records that the object has lost
 
   /** For messages. */
   protected MessageRecord() {}
@@ -69,7 +69,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     if (user != Thread.currentThread()) requireUnconfined();
   }
 
-  /** The same for what native code calls while it fills the object. */
+  /** The same, for methods that native code calls while it fills the object. */
   protected final void requireUsableOrFilling() {
     if (user != NATIVE_CODE) requireUsable();
   }
@@ -82,12 +82,12 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     if (isClosed()) throw new IllegalStateException(this + " is closed");
   }
 
-  /** Whether the calling thread may use the message now. */
+  /** Returns whether the calling thread may use the message now. */
   protected final boolean isUsable() {
     return user == Thread.currentThread() || user == null && !isClosed();
   }
 
-  /** Whether a listener handed the object out before: native code may fill it again. */
+  /** Returns whether a listener has passed the object to a subscriber: it may be filled again. */
   protected final boolean isReused() {
     return user != null;
   }
@@ -96,7 +96,9 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     return getRef() == 0 && createType == MADE_BY_GATEWAY;
   }
 
-  /** Returns whether a listener delivered the message: it is neither outgoing nor a copy. */
+  /**
+   * Returns whether the message was delivered: it is neither outgoing nor a copy. Always possible.
+   */
   public final boolean isDelivered() {
     return owner == null && createType == MADE_BY_GATEWAY;
   }
@@ -115,7 +117,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     return owner;
   }
 
-  /** Returns the number of records that the object has had: tells whether it has another one. */
+  /** Returns a number that changes when the object loses its record. */
   protected final int life() {
     return life;
   }
@@ -217,7 +219,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
         && set.address == payload.getLong(offset + Integer.BYTES);
   }
 
-  /** Notes that the payload refers to the memory, which lives until the next call or the end. */
+  /** Notes the descriptor at the offset; keeps its memory alive until the next call or the end. */
   final void noteBlock(int offset, ByteBuffer memory) {
     if (setBlocks == null) setBlocks = new HashMap<>();
     setBlocks.put(offset, new Descriptor(
@@ -231,9 +233,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     zblockFields = newZblockFields;
   }
 
-  /**
-   * Gives the calling thread, which is about to enter {@code onMessage}, the use of the message.
-   */
+  /** Lets the calling thread, which is about to enter {@code onMessage}, use the message. */
   final void acquire() {
     final boolean isFirst = user == null;
     user = Thread.currentThread();
@@ -247,7 +247,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     forgetRecord();
   }
 
-  /** Called when the record is no longer the message's. */
+  /** Called when the message loses its record. */
   protected void forgetRecord() {
     set(0);
     ++life;

@@ -3,6 +3,7 @@ package org.quendel.oxli;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.file.*;
+import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -22,9 +23,11 @@ class LoadingTest {
         System.out.println("opened");
       } catch (UnsatisfiedLinkError e) {
         System.out.println(e.getMessage());
-        for (Runnable later : new Runnable[] {
-            () -> Environment.logInfo(""), () -> Environment.logInfo(""), () -> Environment.open("")}) {
-          final Error again = assertThrows(UnsatisfiedLinkError.class, later::run);
+        final List<Runnable> calls = List.of(
+            () -> Environment.logInfo(""), () -> Environment.logInfo(""),
+            () -> Environment.open(""));
+        for (Runnable call : calls) {
+          final Error again = assertThrows(UnsatisfiedLinkError.class, call::run);
           assertEquals(e.getMessage(), again.getMessage());
           assertSame(e, again.getCause());
         }

@@ -11,8 +11,6 @@ import org.quendel.oxli.ex.impl.OxliImplEx;
 class SettingsTest extends GatewayTest {
   @ParameterizedTest
   @CsvSource(delimiter = '|', quoteCharacter = '\0', value = {
-      "b=2;a=1|{a=1, b=2}",
-      "a=1;;a=2;|{a=2}",
       "a=\"x;y\";B=?{c=1;d=2}|{B=?{c=1;d=2}, a=x;y}",
       "d=c:\\logs\\;ü=€|{d=c:\\logs\\, ü=€}"})
   void pairsAreOrderedByKey(String settings, String pairs) {
