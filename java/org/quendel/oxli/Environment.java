@@ -62,14 +62,16 @@ public final class Environment implements AutoCloseable {
    *
    * @param settings the gateway's settings
    * @throws OxliException with {@link ResultCode#INVALID_STATE} if one is open in this process,
-   *     which stays as it is; or with the gateway's code
+   *     which stays as it is; or with the gateway's code. One that native code opened itself is not
+   *     noticed, and closed by the failed attempt.
    * @throws UnsatisfiedLinkError if the native library cannot be loaded; its message says why and
    *     what to do. Later attempts throw the same again.
    */
   public static Environment open(String settings) {
     Objects.requireNonNull(settings, "settings");
     NativeLibrary.load();
-    if (System.getProperties().putIfAbsent(CLAIM, "open") != null) {
+    // The second test is enough unless the application has replaced the system properties.
+    if (isOpen || System.getProperties().putIfAbsent(CLAIM, "open") != null) {
       throw new OxliException("Environment.open: OX_ERR_INVALIDSTATE: an environment is open in"
           + " this process (0x20005)", ResultCode.INVALID_STATE);
     }
@@ -236,8 +238,7 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Writes a line to the gateway's log at level debug; needs no open environment, as the three
-   * below.
+   * Writes a line to the gateway's log at level debug. Needs no open environment.
    *
    * @throws OxliException if the gateway refuses
    */
