@@ -2,8 +2,8 @@ package org.quendel.oxli;
 
 /**
  * The gateway, native code or a subscriber refused an operation. The message says which operation,
- * on which object, and what the code means; the gateway's log may say more: the stand-in gateway
- * writes it to standard error if the environment is opened with {@code log=stderr}.
+ * on which object, and what the code means; the gateway's log says why. The stand-in gateway writes
+ * its log to standard error if the environment's settings contain {@code log=stderr}.
  */
 public final class OxliException extends RuntimeException {
   private static final long serialVersionUID = 1L;

@@ -7,7 +7,7 @@ import org.quendel.oxli.ResultCode;
 public final class Results {
   private static final int MAX_SETTINGS = 60;
   private static final String LOG_HINT =
-      "; the stand-in gateway says more if the environment is opened with log=stderr";
+      "; the stand-in gateway writes its log if the environment's settings contain log=stderr";
 
   private Results() {}
 

@@ -46,9 +46,8 @@ class ErrorTest extends GatewayTest {
   void refusalNamesOperationObjectAndCode() {
     final Listener open = listen("stream=a", onData(message -> {}));
     final Exception refused = assertThrows(OxliException.class, () -> open.open(""));
-    assertEquals("Listener.open (listener stream=a): OX_ERR_INVALIDSTATE: it does not fit the"
-        + " object's state (0x20005); the stand-in gateway says more if the environment is opened"
-        + " with log=stderr", refused.getMessage());
+    assertTrue(refused.getMessage().matches("Listener.open .listener stream=a.:"
+        + " OX_ERR_INVALIDSTATE: .* .0x20005.; .* log=stderr"), refused::getMessage);
   }
 
   @Test
