@@ -6,9 +6,11 @@ import java.lang.ref.WeakReference;
 import java.nio.file.*;
 import java.util.List;
 import java.util.concurrent.*;
-import java.util.concurrent.atomic.AtomicReference;
+import java.util.concurrent.atomic.AtomicBoolean;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
 
 class ExitEventTest {
   @TempDir Path directory;
@@ -36,21 +38,23 @@ class ExitEventTest {
     called.get(0).join();
   }
 
-  @Test
-  void handlerMayCloseTheEnvironmentAlsoAtTheSameTimeAsAnotherThread() throws Exception {
-    final AtomicReference<Environment> opened = new AtomicReference<>();
+  /** Also while another thread closes it, which the gateway makes wait for the handler. */
+  @ParameterizedTest
+  @ValueSource(booleans = {true, false})
+  void handlerMayCloseTheEnvironment(boolean isFirst) throws Exception {
+    final Thread other = Thread.currentThread();
     final CountDownLatch inHandler = new CountDownLatch(1);
-    final CountDownLatch closed = new CountDownLatch(1);
+    final AtomicBoolean isClosed = new AtomicBoolean();
     final Environment environment = Environment.open("exit_after=200");
-    opened.set(environment);
     environment.onExit(() -> {
+      if (isFirst) environment.close();
       inHandler.countDown();
-      opened.get().close();
-      closed.countDown();
+      while (!isClosed.get() && !LifecycleTest.isIn(other, "env_close")) Thread.onSpinWait();
+      environment.close();
     });
     inHandler.await();
     environment.close();
-    closed.await();
+    isClosed.set(true);
     Environment.open("").close();
   }
 

@@ -169,7 +169,7 @@ class LifecycleTest extends GatewayTest {
     assertReceived("A open, A close 2");
   }
 
-  private static boolean isIn(Thread thread, String method) {
+  static boolean isIn(Thread thread, String method) {
     final StackTraceElement[] frames = thread.getStackTrace();
     return frames.length > 0 && frames[0].getMethodName().equals(method);
   }
