@@ -46,8 +46,9 @@ JNIEXPORT void oxjni_lsn_unwrap(JNIEnv* env, ox_listener_t* lsn);
 // Returns the Java message object of `msg`, filled from it, or null if it cannot be made; a Java
 // exception may be pending either way. The binding owns the object until the listener is opened
 // again, destroyed or unwrapped, and fills it anew for the next message of the same kind. Call it
-// from the callback of the listener, on one thread at a time. Writes no line for an exception that
-// is pending on entry.
+// from the callback of the listener, on one thread at a time. Any Java thread may use the object:
+// unlike for listeners made in Java, nothing refuses a use after the callback has returned, when
+// the record may be freed. Writes no line for an exception that is pending on entry.
 JNIEXPORT jobject oxjni_lsn_cacheget(JNIEnv* env, ox_listener_t* lsn, ox_msg_t* msg, void* record);
 
 // Binds a publisher to a new Java `Publisher`, like oxjni_conn_wrap. If the publisher is bound

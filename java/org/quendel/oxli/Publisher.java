@@ -214,7 +214,7 @@ public final class Publisher implements AutoCloseable {
 
   /** Ends a gateway call that read a message; the outermost one runs what waited for it. */
   private void leave() {
-    if (--depth > 0) return;
+    if (--depth > 0 || deferred.isEmpty()) return;
     final CloseErrors errors = new CloseErrors();
     while (!deferred.isEmpty()) errors.run(deferred.remove(0));
     errors.throwFirst();
