@@ -62,8 +62,8 @@ public final class Environment implements AutoCloseable {
    *
    * @param settings the gateway's settings
    * @throws OxliException with {@link ResultCode#INVALID_STATE} if one is open in this process,
-   *     which stays as it is; or with the gateway's code. One that native code opened itself is not
-   *     noticed, and closed by the failed attempt.
+   *     which stays as it is; or with the gateway's code. An environment that native code has
+   *     opened itself is not noticed: the failed attempt closes it.
    * @throws UnsatisfiedLinkError if the native library cannot be loaded; its message says why and
    *     what to do. Later attempts throw the same again.
    */
