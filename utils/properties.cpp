@@ -1,6 +1,6 @@
 #include "utils/properties.h"
 
-#include <deque>
+#include <vector>
 
 #include "utils/string_utils.h"
 
@@ -20,7 +20,7 @@ bool Properties::parse(const std::string& input) {
   // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
   const std::string settings = input;
   ParserState state = Key;
-  std::deque<ParserState> enclosing;
+  std::vector<ParserState> enclosing;
   std::string key;
   std::string token;
   bool wellFormed = true;

@@ -5,6 +5,14 @@
 
 #include "jni/base/references.h"
 
+// glibc 2.34 gave these functions a second version when it moved them from libpthread. The first
+// one, which glibc still has, lets the library run on older systems.
+#if defined(__x86_64__) && defined(__GLIBC__)
+__asm__(".symver pthread_mutexattr_init, pthread_mutexattr_init@GLIBC_2.2.5");
+__asm__(".symver pthread_mutexattr_settype, pthread_mutexattr_settype@GLIBC_2.2.5");
+__asm__(".symver pthread_mutexattr_destroy, pthread_mutexattr_destroy@GLIBC_2.2.5");
+#endif
+
 namespace oxli::jni {
 
 namespace {
