@@ -1,7 +1,7 @@
 #ifndef OXLI_UTILS_BASE64_H
 #define OXLI_UTILS_BASE64_H
 
-#include "utils/api.h"
+#include "api.h"
 
 namespace oxutils {
 

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "utils/api.h"
+#include "api.h"
 
 namespace oxutils {
 

@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "utils/api.h"
+#include "api.h"
 
 namespace oxutils {
 
