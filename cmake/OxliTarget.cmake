@@ -9,6 +9,8 @@ function(oxli_target target)
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN")
   target_compile_options(${target} PRIVATE
+    # The paths of one machine do not appear in what is built.
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=." "-ffile-prefix-map=${PROJECT_BINARY_DIR}=build"
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wmissing-declarations
     $<$<BOOL:${OXLI_DEVELOPER}>:-Werror>)
 endfunction()

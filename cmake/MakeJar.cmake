@@ -1,0 +1,25 @@
+# Makes the jar JAR from the files in FOLDERS, a list, whose names match PATTERN. See OxliJar.cmake.
+set(arguments "")
+foreach(folder IN LISTS FOLDERS)
+  file(GLOB_RECURSE files RELATIVE "${folder}" "${folder}/${PATTERN}")
+  # Sorted, because the jar keeps this order and a folder has none.
+  list(SORT files)
+  foreach(file IN LISTS files)
+    string(APPEND arguments "-C \"${folder}\" \"${file}\"\n")
+  endforeach()
+endforeach()
+if(arguments STREQUAL "")
+  message(FATAL_ERROR "nothing to put into ${JAR}")
+endif()
+file(WRITE "${WORK}/files.txt" "${arguments}")
+file(WRITE "${WORK}/manifest.txt"
+     "Implementation-Title: oxli\nImplementation-Version: ${VERSION}\n")
+set(date "")
+if(DATE)
+  set(date "--date=${DATE}")
+endif()
+file(REMOVE "${JAR}")
+execute_process(
+  COMMAND "${JAR_TOOL}" --create "--file=${JAR}" "--manifest=${WORK}/manifest.txt" ${date}
+          "@${WORK}/files.txt"
+  COMMAND_ERROR_IS_FATAL ANY)
