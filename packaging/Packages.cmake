@@ -4,6 +4,8 @@
 # may need. A test compares that with the built files.
 set(OXLI_FLOOR_JNI GLIBC_2.14 GLIBCXX_3.4.21 CXXABI_1.3.9 GCC_3.0)
 set(OXLI_FLOOR_STANDIN GLIBC_2.34 GLIBCXX_3.4.29 CXXABI_1.3.9 GCC_3.0)
+set(OXLI_FLOOR_JNI "${OXLI_FLOOR_JNI}" PARENT_SCOPE)
+set(OXLI_FLOOR_STANDIN "${OXLI_FLOOR_STANDIN}" PARENT_SCOPE)
 # The same as Debian packages. CPack cannot find them out, because no package has the liboxli.so of
 # the gateway.
 set(depends_jni "libc6 (>= 2.14), libstdc++6 (>= 5), libgcc-s1 (>= 3.0)")

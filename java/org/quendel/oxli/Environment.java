@@ -10,6 +10,7 @@ import java.util.function.Supplier;
 import org.quendel.oxli.impl.NativeLibrary;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
+import org.quendel.oxli.impl.Version;
 
 /**
  * The gateway's environment: at most one is open in a process. Owns the connections and z-blocks
@@ -235,6 +236,11 @@ public final class Environment implements AutoCloseable {
 
   private synchronized void requireOpen() {
     if (closing) throw new IllegalStateException(this + " is closed");
+  }
+
+  /** Returns the version of this library, for example "0.2.0". Needs no open environment. */
+  public static String getVersion() {
+    return Version.VERSION;
   }
 
   /**

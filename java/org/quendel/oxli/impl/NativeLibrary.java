@@ -1,6 +1,7 @@
 package org.quendel.oxli.impl;
 
 import java.io.File;
+import java.io.IOException;
 import java.net.URISyntaxException;
 import java.security.CodeSource;
 
@@ -20,7 +21,8 @@ public final class NativeLibrary {
   /**
    * Loads the library, if that has not happened: from the directory of the system property {@code
    * oxli.library.path} if it is set and not empty, and then from nowhere else; otherwise from
-   * {@code java.library.path}, then from the directory of this library's jar.
+   * {@code java.library.path}, then from the directory of this library's jar, then from a jar of
+   * native libraries on the class path or the module path, which is unpacked.
    *
    * @throws UnsatisfiedLinkError if it cannot be loaded; names each place tried, the reason and the
    *     remedy. Later calls throw the same again without another attempt.
@@ -44,7 +46,7 @@ public final class NativeLibrary {
     final StringBuilder tried = new StringBuilder("cannot load the native library " + NAME + ':');
     try {
       final boolean loaded = directory.isEmpty()
-          ? loadFromLibraryPath(tried) || loadBesideJar(tried)
+          ? loadFromLibraryPath(tried) || loadBesideJar(tried) || loadUnpacked(tried)
           : loadFrom(new File(directory), tried);
       if (!loaded) throw new UnsatisfiedLinkError(tried + REMEDY);
     } catch (IllegalCallerException e) {
@@ -79,6 +81,16 @@ public final class NativeLibrary {
     }
   }
 
+  private static boolean loadUnpacked(StringBuilder tried) {
+    final UnpackedLibrary library = new UnpackedLibrary(System.mapLibraryName(NAME));
+    try {
+      library.load();
+      return true;
+    } catch (IOException | UnsatisfiedLinkError e) {
+      return failed(library.getPlace(), e, tried);
+    }
+  }
+
   private static boolean loadFrom(File directory, StringBuilder tried) {
     final String file = new File(directory, System.mapLibraryName(NAME)).getAbsolutePath();
     try {
@@ -90,7 +102,12 @@ public final class NativeLibrary {
   }
 
   private static boolean failed(String place, Throwable reason, StringBuilder tried) {
-    tried.append("\n  ").append(place).append(": ").append(reason.getMessage());
+    // The message of an I/O exception may be a file name alone.
+    final String message = reason instanceof IOException ? reason.toString() : reason.getMessage();
+    tried.append("\n  ").append(place).append(": ").append(message);
+    if (String.valueOf(message).contains("failed to map segment")) {
+      tried.append("; its directory does not allow execution, as when it is mounted noexec");
+    }
     return false;
   }
 }
