@@ -8,9 +8,14 @@ function(oxli_target target)
     VISIBILITY_INLINES_HIDDEN ON
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN")
+  # The paths of one machine do not appear in what is built. Compilers disagree on which of two
+  # prefixes counts when both match, so none of these contains another.
+  set(prefix_maps "-ffile-prefix-map=${PROJECT_BINARY_DIR}=build")
+  foreach(folder IN ITEMS gateway utils standin jni)
+    list(APPEND prefix_maps "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/${folder}=${folder}")
+  endforeach()
   target_compile_options(${target} PRIVATE
-    # The paths of one machine do not appear in what is built.
-    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=." "-ffile-prefix-map=${PROJECT_BINARY_DIR}=build"
+    ${prefix_maps}
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wmissing-declarations
     $<$<BOOL:${OXLI_DEVELOPER}>:-Werror>)
 endfunction()
