@@ -77,7 +77,8 @@ TEST(Base64, Lengths) {
                      {1ul << 60, 1537228672809129216ul},  // as near as doubles come
                      {~0ul, ~0ul}};
   for (const auto& c : cases) EXPECT_EQ(c.text, Base64::encode_len(nullptr, c.data));
-  for (const unsigned long size : {0ul, 1ul, 2ul, 3ul}) EXPECT_EQ(0u, Base64::decode_len("===", size));
+  for (const unsigned long size : {0ul, 1ul, 2ul, 3ul})
+    EXPECT_EQ(0u, Base64::decode_len("===", size));
 }
 
 TEST(Base64, EveryByteHasAValue) {
