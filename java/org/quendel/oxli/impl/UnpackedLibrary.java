@@ -58,6 +58,7 @@ final class UnpackedLibrary {
     final byte[] list = read("SHA256SUMS");
     for (String line : new String(list, StandardCharsets.UTF_8).split("\n")) {
       final String[] sumAndName = line.split("  ", 2);
+      if (sumAndName.length != 2) throw new IOException("invalid line in SHA256SUMS: " + line);
       sums.put(sumAndName[1], sumAndName[0]);
     }
     final int user = effectiveUser();
