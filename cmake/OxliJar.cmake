@@ -2,7 +2,8 @@
 # environment's SOURCE_DATE_EPOCH, in seconds since 1970, else the date of the latest version in
 # CHANGELOG.md.
 if("$ENV{SOURCE_DATE_EPOCH}" STREQUAL "")
-  file(STRINGS "${PROJECT_SOURCE_DIR}/CHANGELOG.md" oxli_dated REGEX "^## .*[0-9-]+$" LIMIT_COUNT 1)
+  file(STRINGS "${PROJECT_SOURCE_DIR}/CHANGELOG.md" oxli_dated
+    REGEX "^## .* [0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]$" LIMIT_COUNT 1)
   string(REGEX MATCH "[0-9-]+$" oxli_date "${oxli_dated}")
   set(OXLI_DATE "${oxli_date}T00:00:00Z")
 else()
