@@ -36,4 +36,5 @@ endif()
 
 # What is compiled depends on this file, so that another JDK compiles it again.
 set(OXLI_JDK_STAMP "${PROJECT_BINARY_DIR}/jdk.txt")
-file(CONFIGURE OUTPUT "${OXLI_JDK_STAMP}" CONTENT "${Java_JAVAC_EXECUTABLE} ${Java_VERSION_STRING}\n")
+file(CONFIGURE OUTPUT "${OXLI_JDK_STAMP}"
+  CONTENT "${Java_JAVAC_EXECUTABLE} ${Java_VERSION_STRING}\n")

@@ -1,5 +1,5 @@
-# Run by CPack when the packages are made. Makes the tar archive again: CPack packs files in the order
-# of the file system, as whoever runs it, and with the time of the build.
+# Run by CPack when the packages are made. Makes the tar archive again: CPack packs files in the
+# order of the file system, as whoever runs it, and with the time of the build.
 if(CPACK_GENERATOR STREQUAL "TGZ")
   cmake_path(GET CPACK_TEMPORARY_DIRECTORY PARENT_PATH folder)
   execute_process(

@@ -8,9 +8,9 @@ import java.util.regex.Pattern;
 
 /**
  * Prints lookups, one a line: CLASS, or CLASS NAME DESCRIPTOR with the class that declares the
- * method. Reads standard input: a table for GraalVM or for shrinkers, which names declaring classes,
- * or, with the argument {@code lookups}, such lines with any class that has the method. Fails if a
- * class or method does not exist.
+ * method. Reads standard input: a table for GraalVM or for shrinkers, which names declaring
+ * classes; with the argument {@code lookups}, such lines with any class that has the method. Fails
+ * if a class or method does not exist.
  */
 final class Lookups {
   private static final Pattern CLASS =

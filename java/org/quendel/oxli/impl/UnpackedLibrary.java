@@ -20,16 +20,16 @@ import java.util.Map;
  * A native library that is unpacked from a resource into a file, which alone can be loaded.
  *
  * <p>The resources are those of {@code META-INF/native/PLATFORM}, on the class path or the module
- * path, that {@code SHA256SUMS} there lists. Their files are in {@code oxli-UID/VERSION-HASH} of the
- * directory for temporary files; {@code oxli-UID} belongs to the process's user, and nobody else can
- * enter it. Files that have the listed content are used again.
+ * path, that {@code SHA256SUMS} there lists. Their files are in {@code oxli-UID/VERSION-HASH} of
+ * the directory for temporary files; {@code oxli-UID} belongs to the process's user, and nobody else
+ * can enter it. Files that have the listed content are used again.
  *
- * <p>Several processes may unpack at once: a file gets its name when it is complete. What processes
- * of other versions and killed processes have left is deleted a minute later; a library that is
- * loaded does not need its file.
+ * <p>Several processes may unpack at once: a file gets its name when it is complete. Each process
+ * deletes the files of other versions and of killed processes that are a minute old; a library that
+ * is loaded does not need its file.
  */
 final class UnpackedLibrary {
-  private static final long LEFT_BEHIND_MILLIS = 60_000;
+  private static final long STALE_AFTER_MILLIS = 60_000;
   private static final int ATTEMPTS = 3;
 
   private final String name;
@@ -67,8 +67,8 @@ final class UnpackedLibrary {
     directory = userDirectory.resolve(Version.VERSION + '-' + sumOf(list).substring(0, 16));
     makePrivate(userDirectory, user);
     unpackAndLoad();
-    deleteLeftBehind(directory);
-    deleteLeftBehind(userDirectory);
+    deleteStale(directory);
+    deleteStale(userDirectory);
   }
 
   private void unpackAndLoad() throws IOException {
@@ -117,14 +117,14 @@ final class UnpackedLibrary {
     }
   }
 
-  /** Best effort: what cannot be deleted now is deleted by a later process. */
-  private void deleteLeftBehind(Path parent) {
+  /** Deletes what no process needs. Best effort: what remains is deleted by a later process. */
+  private void deleteStale(Path parent) {
     final File[] children = parent.toFile().listFiles();
     if (children == null) return;
     for (File child : children) {
       final boolean needed = child.toPath().equals(directory) || sums.containsKey(child.getName());
       final long age = System.currentTimeMillis() - child.lastModified();
-      if (needed || age < LEFT_BEHIND_MILLIS) continue;
+      if (needed || age < STALE_AFTER_MILLIS) continue;
       final File[] files = child.listFiles();
       if (files != null && !Files.isSymbolicLink(child.toPath())) {
         for (File file : files) file.delete();
@@ -160,7 +160,8 @@ final class UnpackedLibrary {
     try {
       final StringBuilder sum = new StringBuilder();
       for (byte each : MessageDigest.getInstance("SHA-256").digest(content)) {
-        sum.append(Character.forDigit(each >> 4 & 15, 16)).append(Character.forDigit(each & 15, 16));
+        sum.append(Character.forDigit(each >> 4 & 15, 16));
+        sum.append(Character.forDigit(each & 15, 16));
       }
       return sum.toString();
     } catch (NoSuchAlgorithmException e) {
