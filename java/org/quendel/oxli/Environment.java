@@ -59,7 +59,9 @@ public final class Environment implements AutoCloseable {
   /**
    * Opens the environment. Loads the native library if that has not happened: from the directory of
    * the system property {@code oxli.library.path} if it is set and not empty, and then from nowhere
-   * else; otherwise from {@code java.library.path}, then from the directory of {@code oxli.jar}.
+   * else; otherwise from {@code java.library.path}, then from the directory of {@code oxli.jar}, then
+   * from a jar of native libraries on the class path or the module path, which is unpacked into a
+   * directory of {@code java.io.tmpdir} that only the user can enter.
    *
    * @param settings the gateway's settings
    * @throws OxliException with {@link ResultCode#INVALID_STATE} if one is open in this process,
