@@ -47,13 +47,13 @@ public final class Picture {
 
     try (Environment environment = Environment.open("");
         Connection connection = environment.newConnection("");
-        ZBlock received = environment.newZBlock();
-        ZBlock sent = environment.newZBlock(picture)) {
+        ZBlock received = environment.newZBlock()) {
       connection.open("");
       connection.newListener("stream=pictures", new Picture(received)::onMessage).open("");
       final Publisher publisher = connection.newPublisher("stream=pictures;" + SCHEME);
       publisher.open("");
-      try (DataMessage message = publisher.newMessage("picture")) {
+      try (ZBlock sent = environment.newZBlock(picture);
+          DataMessage message = publisher.newMessage("picture")) {
         final FieldDesc pixels = message.getDesc().getField("pixels");
         message.getDesc().getField("title").setText(message, "dunes");
         pixels.setZBlock(message, sent);
