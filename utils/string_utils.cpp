@@ -10,6 +10,13 @@
 #include <cstring>
 #include <new>
 
+// Headers of glibc 2.38 and later redirect these functions to versions that also read the prefix
+// "0b". The symbols below do not, and let the library run on older systems.
+#if defined(__x86_64__) && defined(__GLIBC__)
+__asm__(".symver __isoc23_strtol, strtol@GLIBC_2.2.5");
+__asm__(".symver __isoc23_strtoul, strtoul@GLIBC_2.2.5");
+#endif
+
 namespace oxutils {
 
 namespace {
