@@ -85,10 +85,12 @@ CachedMessage fetchMessage(JNIEnv* env, const JEnv& classes, ListenerData& recor
 }
 
 // Returns the JNIEnv of the calling thread while some thread is inside a gateway call on the
-// listener or its connection; else null. The recorded JNIEnv only tells that: after overlapping
-// calls of two threads it may belong to the thread that has left.
-JNIEnv* callbackEnv(const ListenerData& record) {
+// listener or its connection; else null. The stored JNIEnv is only tested for null: after
+// overlapping calls of two threads it may be that of a thread that has left.
+JNIEnv* callbackEnv(ListenerData& record) {
   if (!record.env.load() && !(record.connData && record.connData->env.load())) return nullptr;
+  const GatewayCalls* const calls = record.calls();
+  if (calls && !calls->inProgress()) return nullptr;
   void* env = nullptr;
   if (JEnv::spVm->GetEnv(&env, JNI_VERSION_1_6) != JNI_OK) return nullptr;
   return static_cast<JNIEnv*>(env);
@@ -288,9 +290,9 @@ void oxjni_lsn_unwrap(JNIEnv* env, ox_listener_t* lsn) {
 
 jobject oxjni_lsn_cacheget(JNIEnv* env, ox_listener_t* lsn, ox_msg_t* msg, void* record) {
   return objectWithClasses([&](JEnv& classes) -> jobject {
-    if (!env || !msg || !record || exceptionPending(env)) return nullptr;
-    const CachedMessage message =
-        fetchMessage(env, classes, *static_cast<ListenerData*>(record), lsn, msg);
+    auto* const data = static_cast<ListenerData*>(record);
+    if (!env || !msg || !data || data->retired || exceptionPending(env)) return nullptr;
+    const CachedMessage message = fetchMessage(env, classes, *data, lsn, msg);
     // Returned as far as it has been filled if the exception tells that it is incomplete.
     return message.complete || exceptionPending(env) ? message.object : nullptr;
   });

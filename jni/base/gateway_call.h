@@ -64,6 +64,8 @@ class GatewayCalls {
     if (inProgress_.fetch_sub(1) == 1 && retired_.load()) unpinRetired();
   }
 
+  bool inProgress() const noexcept { return inProgress_.load() > 0; }
+
   // Unpins the record as soon as no call is in progress.
   void unpinBetweenCalls(PinnedRecord& record) noexcept {
     {
