@@ -162,15 +162,14 @@ class OutgoingRecord {
 // the gateway's result code.
 bool makeRecord(JNIEnv* env, const JEnv& classes, OutgoingRecord& record, jint keyType, jobject key,
                 int& result) {
-  constexpr char kKey[] = OXLI_STEP("pub_1msgnew int val");
   if (keyType == OX_KEY_NAME) {
-    const UtfChars name(env, static_cast<jstring>(key), kKey);
+    const UtfChars name(env, static_cast<jstring>(key), OXLI_STEP("pub_1msgnew key"));
     if (!name.ok()) return false;
     result = record.make(keyType, name.get());
     return true;
   }
   const jint value = env->CallIntMethod(key, classes.integer.intValue);
-  if (reportIfPending(env, kKey)) return false;
+  if (reportIfPending(env, OXLI_STEP("pub_1msgnew int val"))) return false;
   result = record.make(keyType, &value);
   return true;
 }
@@ -200,11 +199,12 @@ jint newMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, jint keyT
   if (made != OX_ERR_OK) return made;
 
   const LocalRef<jobject> message(env, createMessage(env, record.get(), scheme, jscheme));
-  if (!message.get() || !MessageFactory::Apply(env, message.get(), record.get())) {
-    return OX_ERR_INTERNAL;
+  if (!message.get()) return OX_ERR_INTERNAL;
+  const bool applied = MessageFactory::Apply(env, message.get(), record.get());
+  if (applied) {
+    env->CallVoidMethod(message.get(), classes.message.setPublisherOwner, toHandle(pub));
   }
-  env->CallVoidMethod(message.get(), classes.message.setPublisherOwner, toHandle(pub));
-  if (reportIfPending(env, OXLI_STEP("pub_1msgnew set owner"))) return OX_ERR_INTERNAL;
+  if (reportIfPending(env, OXLI_STEP("pub_1msgnew set owner")) || !applied) return OX_ERR_INTERNAL;
   env->SetObjectArrayElement(out, 0, message.get());
   if (reportIfPending(env, OXLI_STEP("pub_1msgnew set array elm"))) return OX_ERR_INTERNAL;
   record.release();

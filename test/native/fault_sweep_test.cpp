@@ -245,11 +245,12 @@ class FaultSweepTest : public NativeTest {
       }
       reference = nullptr;
     };
-    add("pub_msgnew name", create(publisher, OX_KEY_NAME, text("m")), dispose);
+    // A failure to fill the object also fails the step after it.
+    add("pub_msgnew name", create(publisher, OX_KEY_NAME, text("m")), dispose).lines = 2;
     add("pub_msgnew id", create(publisher, OX_KEY_ID, make("java/lang/Integer", "(I)V", jint{7})),
-        dispose);
-    // Reading the null map of the object and copying into it are silent.
-    add("pub_msgnew row", create(replica, OX_KEY_NAME, text("m")), dispose).silent = 2;
+        dispose)
+        .lines = 2;
+    add("pub_msgnew row", create(replica, OX_KEY_NAME, text("m")), dispose).lines = 2;
 
     const auto dataMessage = [this] {
       message = newMessage(publisher, "m");

@@ -175,11 +175,21 @@ TEST_F(SchemeTest, EndlessListsAndNestingFail) {
   field.next = nullptr;
 
   ox_hint_t hint = {nullptr, "a", "1"};
-  hint.next = &hint;
-  message.hints = &hint;
-  converted();
-  EXPECT_EQ(start + "get hints[]\n\n" + end, errors);
+  ox_hint_t before = {&hint, "b", "2"};
+  ox_hint_t beforeThat = {&before, "c", "3"};
+  for (ox_hint_t* const last : {&hint, &before, &beforeThat}) {
+    hint.next = last;
+    message.hints = &beforeThat;
+    converted();
+    EXPECT_EQ(start + "get hints[]\n\n" + end, errors);
+  }
   message.hints = nullptr;
+
+  field.value = "";
+  field.size = 0x80000000;
+  converted();
+  EXPECT_EQ(start + "new index desc\n\n" + end, errors);
+  field.value = nullptr;
 
   const int kLevels = 256;
   std::deque<ox_message_desc_t> inner;
