@@ -13,10 +13,11 @@ namespace oxli::jni {
 
 namespace {
 
-// Levels of messages, the outermost included. Bounds the stack that a conversion takes.
+// The maximum depth of nested messages, the outermost one included. Limits the stack that a
+// conversion uses.
 constexpr int kMaxDepth = 256;
-// Nodes of a hint list, which unlike other lists has no count.
-constexpr jsize kMaxHints = 65536;
+// The maximum number of nodes of a hint list, whose array has two elements for each.
+constexpr jsize kMaxHints = std::numeric_limits<jsize>::max() / 2;
 
 struct FieldClasses {
   jclass field;
@@ -85,10 +86,11 @@ class Conversion {
     return chars && !failed() ? made(env_->NewStringUTF(chars)) : nullptr;
   }
 
-  // Makes a buffer over the gateway's memory; null for what is larger than a Java buffer can be.
+  // Makes a buffer over the gateway's memory. Fails for more than 2^31 - 1 bytes.
   jobject newView(const void* bytes, std::size_t size) {
     constexpr auto kMaxSize = std::size_t{std::numeric_limits<jint>::max()};
-    if (!bytes || size > kMaxSize || failed()) return nullptr;
+    if (bytes && size > kMaxSize) failed_ = true;
+    if (!bytes || failed()) return nullptr;
     return made(env_->NewDirectByteBuffer(const_cast<void*>(bytes), static_cast<jlong>(size)));
   }
 
@@ -121,8 +123,12 @@ class Conversion {
 
 jobjectArray Conversion::convertHints(const ox_hint_t* hints) {
   jsize count = 0;
-  for (const auto* hint = hints; hint && count <= kMaxHints; hint = hint->next) ++count;
-  if (count > kMaxHints) failed_ = true;
+  // Half as fast as `hint`, which reaches it only if the list is circular.
+  const ox_hint_t* slower = hints;
+  for (const auto* hint = hints; hint && !failed_; hint = hint->next) {
+    if (++count % 2 == 0) slower = slower->next;
+    if (hint->next == slower || count == kMaxHints) failed_ = true;
+  }
   const jobjectArray array = newArray(2 * count, classes_.string.cls);
   if (!array) return nullptr;
   jsize position = 0;
@@ -297,7 +303,7 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_pub_1newscheme(JNIEnv
                                                                           jobject scheme) {
   return resultWithClasses([&](JEnv& classes) -> jint {
     auto* const pub = fromHandle<ox_publisher_t>(handle);
-    if (!scheme || !pub) return OX_ERR_INVALIDARGUMENT;
+    if (!scheme) return OX_ERR_INVALIDARGUMENT;
     ox_scheme_desc_t* desc = nullptr;
     if (const int result = ox_pub_getscheme(pub, &desc)) return result;
     return fillScheme(env, classes, desc, scheme);

@@ -1,7 +1,10 @@
 // Preloaded into virtual machines of tests: a gateway that calls the application back from inside
-// ox_pub_post, and tells it of each ox_pub_msgfree; see Misuse.
+// ox_pub_post, tells it of each ox_pub_msgfree, and makes the hints of a message named "endless" a
+// circular list; see Misuse.
 #include <dlfcn.h>
 #include <jni.h>
+
+#include <cstring>
 
 #include "oxli.h"
 
@@ -38,6 +41,15 @@ Function gateway(const char* name, Function) {
 int ox_pub_post(ox_publisher_t* pub, ox_msg_t* msg, int flags) {
   callJava("insidePost");
   return gateway(__func__, &ox_pub_post)(pub, msg, flags);
+}
+
+int ox_pub_getscheme(ox_publisher_t* pub, ox_scheme_desc_t** scheme) {
+  static ox_hint_t endless = {&endless, "key", "value"};
+  const int result = gateway(__func__, &ox_pub_getscheme)(pub, scheme);
+  if (result == OX_ERR_OK && std::strcmp((*scheme)->messages->name, "endless") == 0) {
+    (*scheme)->messages->hints = &endless;
+  }
+  return result;
 }
 
 int ox_pub_msgfree(ox_publisher_t* pub, ox_msg_t* msg) {

@@ -148,6 +148,7 @@ public class Listener implements AutoCloseable {
     if (scheme == null) {
       final Scheme fetched = new Scheme();
       Results.check("Listener.getScheme", this, OxliImpl.lsn_newscheme(handle, fetched));
+      fetched.requireComplete("Listener.getScheme", this);
       scheme = fetched;
     }
     return scheme;

@@ -117,6 +117,7 @@ public final class Publisher implements AutoCloseable {
       if (scheme == null) {
         final Scheme fetched = new Scheme();
         Results.check("Publisher.getScheme", this, OxliImpl.pub_newscheme(pub, fetched));
+        fetched.requireComplete("Publisher.getScheme", this);
         scheme = fetched;
       }
       return scheme;
@@ -156,6 +157,12 @@ public final class Publisher implements AutoCloseable {
       final MessageDesc desc = describe(message, keyType, key);
       MessageAccess.adopt(message, owner, desc, desc == null ? null : desc.zblockFields());
       outstanding.add(message);
+      // Without a description, nothing checks the z-blocks that the application writes.
+      if (desc == null) {
+        message.close();
+        throw Results.failure(
+            "Publisher.newMessage", "message " + key + " of " + this, ResultCode.INTERNAL);
+      }
       return (M) message;
     }
   }

@@ -7,6 +7,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.NoSuchElementException;
 import org.quendel.oxli.impl.MessageAccess;
+import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.messages.AbstractDataMessage;
 
 /**
@@ -28,6 +29,7 @@ public final class Scheme {
   private long type;
   private long features;
   private List<MessageDesc> messages = Collections.emptyList();
+  private boolean isComplete;
   private Map<String, MessageDesc> messagesByName = Collections.emptyMap();
   private final Map<Long, List<MessageDesc>> messagesByNumber = new HashMap<>();
 
@@ -145,7 +147,19 @@ public final class Scheme {
     features = newFeatures;
   }
 
+  /**
+   * Throws if the native conversion has stopped at a limit, such as that of the nesting of messages,
+   * which leaves no exception.
+   */
+  void requireComplete(String operation, Object object) {
+    if (isComplete) return;
+    throw new OxliException(operation + " (" + object + "): the scheme exceeds a limit; a line on"
+        + " standard error names the step" + Results.inHex(ResultCode.INTERNAL),
+        ResultCode.INTERNAL);
+  }
+
   void setMessages(MessageDesc[] newMessages) {
+    isComplete = true;
     messages = Descriptions.list(newMessages);
     messagesByName = Descriptions.byName(newMessages, MessageDesc::getName);
     for (MessageDesc message : newMessages) {

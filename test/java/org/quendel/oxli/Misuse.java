@@ -107,6 +107,15 @@ final class Misuse {
     connection.process(0);
   }
 
+  /** Runs with a gateway whose description of this scheme cannot be converted. */
+  static void postForeignAddressWithEndlessScheme(String[] args) {
+    final Publisher endless = connection.newPublisher("stream=endless");
+    endless.open("scheme=?{messages=endless;message.endless=?{fields=n:i4,z:z}}");
+    final Message message = endless.newMessage("endless");
+    writeForeignAddress(message);
+    endless.post(message);
+  }
+
   static void throwCheckedExceptionWhileClosing(String[] args) {
     connection.newListener("", (conn, lsn, message) -> {
       if (message instanceof CloseMessage) {

@@ -31,6 +31,10 @@ class MisuseTest {
             ILLEGAL_STATE + "the message is of a or of b" + SHARED),
         arguments("readBlockOfOtherKindWhoseIdIsTheIndex",
             "empty\n" + ILLEGAL_STATE + "the message is of quote or of empty" + SHARED),
+        arguments("postForeignAddressWithEndlessScheme",
+            "\nJNI Exception at get hints[]\n\n\nJNI Exception at set message desc array element\n\n"
+                + "org.quendel.oxli.OxliException: Publisher.getScheme (publisher stream=endless): "
+                + "the scheme exceeds a limit; a line on standard error names the step (0x20000)"),
         arguments("throwCheckedExceptionWhileClosing", "java.io.IOException: own"),
         arguments("openWithSecondClassLoader",
             OPEN_ALREADY + "\nfirst one: state ACTIVE\n" + OPEN_ALREADY),
