@@ -79,24 +79,21 @@ TEST_F(EnvironmentTest, LookupsAreTheContract) {
   const jstring settings = text("");
   for (int n = 1;; ++n) {
     probe->failAt(n, JniProbe::Fault::kThrows);
-    ::testing::internal::CaptureStderr();
-    const jint result = OXLI(env_1open)(env, nullptr, settings);
-    const std::string line = ::testing::internal::GetCapturedStderr();
+    const std::string line =
+        standardError([&] { EXPECT_EQ(OX_ERR_INTERNAL, OXLI(env_1open)(env, nullptr, settings)); });
     // After the lookups come the characters of the settings.
     if (line.rfind("Failed", 0) != 0) {
-      EXPECT_EQ("\nJNI Exception at Java_org_quendel_oxli_impl_OxliImpl_env_1open settings\n\n",
-                line);
+      EXPECT_EQ(lineOf("Java_org_quendel_oxli_impl_OxliImpl_env_1open settings"), line);
       break;
     }
-    EXPECT_EQ(OX_ERR_INTERNAL, result);
     EXPECT_EQ(nullptr, JEnv::spInstance);
     EXPECT_EQ(0, probe->counts.globals);
     // Two calls of a class fail with one line: the lookup and the global reference.
     if (seen.empty() || seen.back() + "\n" != line) seen.push_back(line.substr(0, line.size() - 1));
-    takeException();
+    clearException();
   }
   EXPECT_EQ(expected, seen);
-  EXPECT_EQ("ArithmeticException", takeException());
+  EXPECT_EQ("ArithmeticException", clearException());
   EXPECT_TRUE(probe->disarm());
   EXPECT_EQ(nullptr, JEnv::spInstance);
   EXPECT_EQ(Lines(), standin::calls());
@@ -185,10 +182,10 @@ TEST_F(ExitEventTest, CallsNoJavaWhileAnExceptionIsPending) {
   script.onExit = [](JNIEnv*) { FAIL(); };
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
   ASSERT_EQ(OX_ERR_OK, open(""));
-  env->ThrowNew(env->FindClass("java/lang/Error"), "before");
+  throwError();
   standin::clearCalls();
   ExitEventCB(jni::sExitEventData.get());
-  EXPECT_EQ("Error", takeException());
+  EXPECT_EQ("Error", clearException());
   EXPECT_EQ("error: [ExitEvent]: java exception pending, onExitEvent not invoked.",
             standin::logLines().back());
 }
@@ -200,9 +197,8 @@ TEST_F(ExitEventTest, EachRegistrationReplacesTheHandler) {
   EXPECT_EQ(1, probe->counts.globals);
   EXPECT_EQ(record, jni::sExitEventData.get());
   probe->failAt(1, JniProbe::Fault::kReturnsNull);
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(OX_ERR_INTERNAL, registerHandler(record->handler.get()));
-  EXPECT_NE("", ::testing::internal::GetCapturedStderr());
+  EXPECT_NE("", standardError(
+                    [&] { EXPECT_EQ(OX_ERR_INTERNAL, registerHandler(record->handler.get())); }));
   EXPECT_EQ(0, probe->counts.globals);
 }
 

@@ -336,7 +336,7 @@ class FaultSweepTest : public NativeTest {
   void addSchemeScenarios() {
     filled = make("org/quendel/oxli/Scheme");
     OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
-    const jstring whole = text(schemeText(filled).c_str());
+    const jstring whole = text(getText(filled, "toString").c_str());
     const jmethodID toString =
         env->GetMethodID(env->GetObjectClass(filled), "toString", "()Ljava/lang/String;");
     const jmethodID equals =
@@ -429,12 +429,13 @@ class FaultSweepTest : public NativeTest {
     for (bool failed = true; failed;) {
       const Frame frame(env);
       runIf(scenario.prepare);
-      ::testing::internal::CaptureStderr();
-      probe->failAt(++call, fault);
-      const bool succeeded = scenario.run();
-      failed = probe->disarm();
-      const std::string line = ::testing::internal::GetCapturedStderr();
-      takeException();
+      bool succeeded = false;
+      const std::string line = standardError([&] {
+        probe->failAt(++call, fault);
+        succeeded = scenario.run();
+        failed = probe->disarm();
+      });
+      clearException();
       runIf(scenario.undo);
       SCOPED_TRACE(line);
       EXPECT_TRUE(succeeded == !failed || (scenario.goesOn && throws));
@@ -465,7 +466,7 @@ class FaultSweepTest : public NativeTest {
       const bool succeeded = scenario.run();
       failed = disarmAllocations();
       EXPECT_NE(failed, succeeded);
-      EXPECT_EQ("", takeException());
+      EXPECT_EQ("", clearException());
       runIf(scenario.undo);
     }
     EXPECT_EQ(expected, balance());

@@ -128,9 +128,9 @@ TEST_F(RegistryTest, WrappedListenerReturnsMessageObjects) {
   EXPECT_EQ(toHandle(scheme), getLong(jscheme, "getRef"));
 
   // With an exception pending, and without a JNIEnv.
-  env->ThrowNew(env->FindClass("java/lang/Error"), "before");
+  throwError();
   EXPECT_EQ(nullptr, oxjni_lsn_cacheget(env, lsn, msg, record));
-  EXPECT_EQ("Error", takeException());
+  EXPECT_EQ("Error", clearException());
   EXPECT_EQ(nullptr, oxjni_lsn_cacheget(nullptr, lsn, msg, record));
 }
 
@@ -202,12 +202,9 @@ TEST_F(RegistryTest, WrapsRefuseNullsAndPendingExceptions) {
       {"oxjni_pub_wrap new object", [&](JNIEnv* on) { return oxjni_pub_wrap(on, pub); }}};
   for (const auto& c : cases) {
     EXPECT_EQ(nullptr, c.wrap(nullptr));
-    env->ThrowNew(env->FindClass("java/lang/Error"), "before");
-    ::testing::internal::CaptureStderr();
-    EXPECT_EQ(nullptr, c.wrap(env));
-    EXPECT_EQ(std::string("\nJNI Exception at ") + c.step + "\n\n",
-              ::testing::internal::GetCapturedStderr());
-    EXPECT_EQ("Error", takeException());
+    throwError();
+    EXPECT_EQ(lineOf(c.step), standardError([&] { EXPECT_EQ(nullptr, c.wrap(env)); }));
+    EXPECT_EQ("Error", clearException());
   }
   EXPECT_TRUE(ConnData::sConnDataMap.empty());
   EXPECT_TRUE(ListenerData::sLsnMap.empty());

@@ -40,7 +40,7 @@ void NativeTest::SetUp() {
 }
 
 void NativeTest::TearDown() {
-  EXPECT_EQ("", takeException());
+  EXPECT_EQ("", clearException());
   closeEnvironment();
   EXPECT_EQ(globalsLeft, probe->counts.globals);
   EXPECT_EQ(0, probe->counts.acquired);
@@ -81,6 +81,12 @@ jlong NativeTest::newListener(jlong connection, const char* settings) {
             OXLI(lsn_1new)(env, nullptr, connection, text(settings), scripted("ScriptedSubscriber"),
                            ref, jconn, scripted("ScriptedListener")));
   return getLong(ref, "getRef");
+}
+
+jlong NativeTest::newOpenListener(jlong connection, const char* settings) {
+  const jlong handle = newListener(connection, settings);
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, handle, text("")));
+  return handle;
 }
 
 jlong NativeTest::newPublisher(jlong connection, const char* settings) {
@@ -160,16 +166,18 @@ std::string NativeTest::toText(JNIEnv* env, jobject string) {
   return text;
 }
 
-std::string NativeTest::schemeText(jobject scheme) const {
-  return getText(scheme, "toString");
-}
-
 jobject NativeTest::dataOf(JNIEnv* env, jobject zblock) {
   return env->GetObjectField(
       zblock, env->GetFieldID(env->GetObjectClass(zblock), "data", "Ljava/nio/ByteBuffer;"));
 }
 
-std::string NativeTest::takeException() const {
+std::string NativeTest::standardError(const std::function<void()>& body) {
+  ::testing::internal::CaptureStderr();
+  body();
+  return ::testing::internal::GetCapturedStderr();
+}
+
+std::string NativeTest::clearException() const {
   const jthrowable pending = env->ExceptionOccurred();
   if (!pending) return "";
   env->ExceptionClear();

@@ -13,7 +13,7 @@
 #include "standin/control.h"
 #include "test/native/support/jni_probe.h"
 
-// The native of that name, as the virtual machine calls it.
+// Expands to the exported function of the native `name`.
 #define OXLI(name) Java_org_quendel_oxli_impl_OxliImpl_##name
 
 namespace oxli::test {
@@ -21,7 +21,8 @@ namespace oxli::test {
 // Returns the virtual machine of the process.
 JavaVM* virtualMachine();
 
-// What the scripted Java objects do in the running test.
+// The functions that the scripted Java objects call. SetUp clears them; an empty one does nothing
+// and returns 0 or null.
 struct Script {
   std::function<jint(JNIEnv*, jobject message)> onMessage;
   std::function<jobject(JNIEnv*)> getScheme;
@@ -37,11 +38,16 @@ class NativeTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // Expect natives to succeed and return handles.
+  // Call natives and expect success. Functions that return jlong return the handle.
   void openEnvironment();
-  jlong newConnection();  // opened
+  // Returns an open connection.
+  jlong newConnection();
   jlong newListener(jlong connection, const char* settings = "stream=s");
-  jlong newPublisher(jlong connection, const char* settings);  // opened
+  jlong newOpenListener(jlong connection, const char* settings = "stream=s");
+  // Returns an open publisher. By default its stream is "s" and has the message "m".
+  jlong newPublisher(
+      jlong connection,
+      const char* settings = "stream=s;scheme=?{messages=m;message.m=?{fields=f:i4}}");
   // Returns a new outgoing message by its name.
   jobject newMessage(jlong publisher, const char* name);
   void closeEnvironment();
@@ -59,17 +65,23 @@ class NativeTest : public ::testing::Test {
   std::string className(jobject object) const;
   void set(jobject object, const char* method, const char* signature, ...) const;
   static std::string toText(JNIEnv* env, jobject string);
-  // Returns a converted `Scheme` as a string.
-  std::string schemeText(jobject scheme) const;
-  // Returns the buffer that a `ZBlock` has received last. Makes no call that the probe counts.
+  // Returns the current buffer of a `ZBlock`. The probe counts none of its calls.
   static jobject dataOf(JNIEnv* env, jobject zblock);
 
-  // Clears the pending exception. Returns its class, or "" if none is pending.
-  std::string takeException() const;
+  void throwError() const { env->ThrowNew(env->FindClass("java/lang/Error"), "thrown"); }
+  // Clears the pending exception. Returns the simple name of its class, or "" if none is pending.
+  std::string clearException() const;
+  // Returns what `body` writes on standard error.
+  static std::string standardError(const std::function<void()>& body);
+  // Returns the line of a failed step.
+  static std::string lineOf(const std::string& step) {
+    return "\nJNI Exception at " + step + "\n\n";
+  }
 
   JNIEnv* env = nullptr;
   std::unique_ptr<JniProbe> probe;
-  // Global references that the test does not release.
+  // The number of global references that exceed the probe's count of deletions at the end of the
+  // test.
   int globalsLeft = 0;
 };
 

@@ -1,7 +1,6 @@
 package org.quendel.oxli;
 
 import java.io.IOException;
-import java.lang.ref.WeakReference;
 import java.lang.reflect.Proxy;
 import java.net.URL;
 import java.net.URLClassLoader;
@@ -149,27 +148,32 @@ final class Misuse {
     }
   }
 
-  /** The handler must not keep its class loader, which keeps the file of the library loaded. */
+  /**
+   * The handler must not keep its class loader, which keeps the file of the library loaded. The file
+   * is unloaded some time after the class loader has become unreachable.
+   */
   static void reloadAfterExitHandler(String[] args) throws Exception {
     environment.close();
-    for (int i = 0; i < 2; ++i) {
-      final WeakReference<ClassLoader> loader = openAndClose(args);
-      for (int tries = 0; loader.get() != null; ++tries) {
-        if (tries == 2000) throw new IllegalStateException("the class loader is still reachable");
-        System.gc();
-        Thread.sleep(10);
+    openAndClose(args);
+    for (int tries = 0;; ++tries) {
+      System.gc();
+      Thread.sleep(10);
+      try {
+        openAndClose(args);
+        break;
+      } catch (java.lang.reflect.InvocationTargetException e) {
+        if (tries == 500) throw new IllegalStateException(e.getCause());
       }
     }
     throw new NoSuchElementException("no class loader is left");
   }
 
-  private static WeakReference<ClassLoader> openAndClose(String[] args) throws Exception {
+  private static void openAndClose(String[] args) throws Exception {
     try (URLClassLoader loader = loader(args); AutoCloseable opened = open(loader)) {
       final Class<?> type = loader.loadClass(IExitEventHandler.class.getName());
       final Object handler =
           Proxy.newProxyInstance(loader, new Class<?>[] {type}, (proxy, method, arguments) -> null);
       opened.getClass().getMethod("onExit", type).invoke(opened, handler);
-      return new WeakReference<>(loader);
     }
   }
 
