@@ -8,6 +8,7 @@ package org.quendel.oxli;
 public final class OxliException extends RuntimeException {
   private static final long serialVersionUID = 1L;
 
+  /** Of the gateway, of this library, or of a subscriber. */
   private final int code;
 
   /** Makes one without a code of its own: {@link ResultCode#INTERNAL}. Native code calls it too. */
