@@ -72,10 +72,10 @@ JNIEXPORT void ExitEventCB(void* data);
 
 // Scheme conversion: makes Java objects from scheme descriptions, which must not change meanwhile.
 // Everything made is a local reference of the caller's frame; buffers are views of the gateway's
-// memory. A null string becomes a null Java string. The conversion fails, without an exception, of a
-// message that is nested more than 256 levels deep or in itself, of a circular list of hints, and of
-// a value of more than 2^31 - 1 bytes.
-// A null argument makes a function do nothing, or return null.
+// memory. A null string becomes a null Java string. The conversion fails, without an exception, of
+// a message that is nested more than 256 levels deep or in itself, of a circular list of hints, and
+// of a value of more than 2^31 - 1 bytes. A null argument makes a function do nothing, or return
+// null.
 
 // Fills a Java `Scheme`.
 JNIEXPORT void createScheme(JNIEnv* env, const ox_scheme_desc_t* desc, jobject scheme);
