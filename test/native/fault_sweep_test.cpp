@@ -23,7 +23,7 @@ using jni::ListenerData;
 using jni::toHandle;
 using Action = std::function<void()>;
 
-// Returns every step whose failure has a line.
+// Returns the names of all steps whose failure writes a line.
 std::set<std::string> stepsWithLine() {
   std::set<std::string> steps;
   std::ifstream file(OXLI_TEST_STEPS);
@@ -41,14 +41,14 @@ struct Scenario {
   std::function<bool()> run;  // returns whether it has succeeded
   Action undo;
   Action prepare;
-  int silent = 0;       // steps that throw without a line
-  int silentNull = 0;   // steps that return null without a line
-  bool goesOn = false;  // succeeds although a step has thrown
-  int lines = 1;        // at most, with those of enclosing steps
-  int globalsLeft = 0;  // global references that a throwing step leaves
+  int silent = 0;               // number of calls that write no line when they throw
+  int silentNull = 0;           // number of calls that write no line when they return null
+  bool succeedsAnyway = false;  // returns success although a call has thrown
+  int lines = 1;                // maximum of one failure, those of enclosing steps included
+  int globalsLeft = 0;          // global references that stay if storing the handle throws
 };
 
-// The local references of one run.
+// Deletes the local references of one run at the end of the scope.
 class Frame {
  public:
   explicit Frame(JNIEnv* env) : env_(env) { env_->PushLocalFrame(256); }
@@ -60,7 +60,7 @@ class Frame {
   JNIEnv* env_;
 };
 
-// Fails each Java call and each allocation of each operation in turn.
+// Fails each Java call and each allocation of each scenario in turn.
 class FaultSweepTest : public NativeTest {
  protected:
   void SetUp() override {
@@ -162,7 +162,7 @@ class FaultSweepTest : public NativeTest {
       create();
       OXLI(lsn_1open)(env, nullptr, listener, empty);
     };
-    // The gateway keeps the record of a listener whose handle could not be written.
+    // The record stays the gateway's callback data if its handle could not be stored.
     add(
         "lsn_new",
         [this] {
@@ -267,9 +267,9 @@ class FaultSweepTest : public NativeTest {
       return [this, on] { return OXLI(pub_1post)(env, nullptr, on, message, 0) == OX_ERR_OK; };
     };
     const auto dump = [this] { return OXLI(msg_1dump)(env, nullptr, message, 0) != nullptr; };
-    add("pub_post data", post(publisher), dispose, dataMessage).goesOn = true;
-    add("pub_post row", post(replica), dispose, rowMessage).goesOn = true;
-    // Making the array is silent.
+    add("pub_post data", post(publisher), dispose, dataMessage).succeedsAnyway = true;
+    add("pub_post row", post(replica), dispose, rowMessage).succeedsAnyway = true;
+    // A failed NewByteArray writes no line.
     for (const auto& prepare : {Action(dataMessage), Action(rowMessage)}) {
       Scenario& scenario = add("msg_dump", dump, dispose, prepare);
       scenario.silent = scenario.silentNull = 1;
@@ -325,7 +325,7 @@ class FaultSweepTest : public NativeTest {
         EXPECT_TRUE(process());
         destroyListeners();
       };
-      // The call of the subscriber is silent, as are the two of a null map.
+      // Exceptions of onMessage write no line, nor do those of reading and filling a null map.
       const int silent = record == &row.head ? 3 : 1;
       for (const auto& prepare : {Action(first), Action(again)}) {
         add(name, process, destroy, prepare).silent = silent;
@@ -344,15 +344,15 @@ class FaultSweepTest : public NativeTest {
     const auto convert = [=] {
       const jint result = OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
       if (result != OX_ERR_OK || env->ExceptionCheck()) return false;
-      // By functions that are not hooked, and without an allocation.
+      // Compares through JNI functions that are not hooked, and allocates nothing.
       jvalue argument = {};
       argument.l = env->CallObjectMethodA(filled, toString, nullptr);
       return !env->ExceptionCheck() && env->CallBooleanMethodA(whole, equals, &argument);
     };
-    // A failed field is reported by its message and by the scheme.
+    // A failure in a nested message writes a line for it, for its message and for the scheme.
     add("pub_newscheme", convert, {}, [this] { filled = make("org/quendel/oxli/Scheme"); }).lines =
         3;
-    // Announcing the references, the array, and a string and an element for each part of the hint.
+    // No line for: reserving references, making the array, and making and storing key and value.
     Scenario& hints = add("getHints", [this] { return getHints(env, &hint) != nullptr; });
     hints.silent = 6;
     hints.silentNull = 3;
@@ -363,7 +363,7 @@ class FaultSweepTest : public NativeTest {
     const auto handle = [this] { return getLong(zblock, "getRef"); };
     const auto destroy = [this, handle] {
       OXLI(zblock_1destroy)(env, nullptr, handle());
-      // A binding whose handle could not be written.
+      // Also destroys a binding whose handle could not be stored.
       const auto registered = jni::ZBlockData::sZBlockMap;
       for (const auto& entry : registered) {
         OXLI(zblock_1destroy)(env, nullptr, toHandle(entry.second));
@@ -398,7 +398,7 @@ class FaultSweepTest : public NativeTest {
     }
   }
 
-  // Global references, acquired memory and gateway objects.
+  // The numbers of global references, acquired characters and arrays, and gateway objects.
   using Balance = std::vector<std::size_t>;
   Balance balance() const {
     return {static_cast<std::size_t>(probe->counts.globals),
@@ -409,7 +409,7 @@ class FaultSweepTest : public NativeTest {
     if (action) action();
   }
 
-  void runUnharmed(const Scenario& scenario) {
+  void runWithoutFault(const Scenario& scenario) {
     const Frame frame(env);
     runIf(scenario.prepare);
     EXPECT_TRUE(scenario.run());
@@ -438,7 +438,7 @@ class FaultSweepTest : public NativeTest {
       clearException();
       runIf(scenario.undo);
       SCOPED_TRACE(line);
-      EXPECT_TRUE(succeeded == !failed || (scenario.goesOn && throws));
+      EXPECT_TRUE(succeeded == !failed || (scenario.succeedsAnyway && throws));
       if (line.empty()) silent += failed ? 1 : 0;
       const std::string start = "\nJNI Exception at ";
       int lines = 0;
@@ -494,7 +494,7 @@ class FaultSweepTest : public NativeTest {
     ox_publisher_t* pub = nullptr;
   } native;
 
-  // Java arguments, made before any fault.
+  // Java arguments that all scenarios share. SetUp makes them before any fault.
   unsigned char bytes[16] = {};
   jstring empty = nullptr;
   jstring type = nullptr;
@@ -521,21 +521,21 @@ class FaultSweepTest : public NativeTest {
   const ox_hint_t hint = {nullptr, "key", "value"};
 };
 
-TEST_F(FaultSweepTest, EachJavaFailureIsReportedAndUndone) {
+TEST_F(FaultSweepTest, EachJavaFailureWritesItsLinesAndLeaksNothing) {
   for (const Scenario& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
-    runUnharmed(scenario);
+    runWithoutFault(scenario);
     failEachJavaCall(scenario, JniProbe::Fault::kThrows);
     failEachJavaCall(scenario, JniProbe::Fault::kReturnsNull);
   }
   EXPECT_EQ(stepsWithLine(), seen);
 }
 
-TEST_F(FaultSweepTest, EachAllocationFailureIsUndone) {
+TEST_F(FaultSweepTest, EachAllocationFailureLeaksNothing) {
   standin::recordCalls(false);
   for (const Scenario& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
-    runUnharmed(scenario);
+    runWithoutFault(scenario);
     failEachAllocation(scenario);
   }
 }
