@@ -74,7 +74,7 @@ jint getConnectionState(JNIEnv* env, JEnv& classes, ConnData& record, jobject st
 
 jint destroyConnection(JNIEnv* env, JEnv& classes, ConnData& record) {
   const ConnLock lock(classes);
-  // A callback of ox_conn_destroy may destroy the connection once more.
+  // A callback of ox_conn_destroy may destroy the connection a second time.
   const Pin pin(record);
   ox_conn_t* const conn = record.conn;
   if (!record.retired) {

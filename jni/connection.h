@@ -13,11 +13,11 @@
 namespace oxli::jni {
 
 // Binds a gateway connection to its Java `Connection`; the Java handle is the address of this
-// record. Does not own the gateway connection. Pinned by the listener records of the connection.
+// record. Does not own the gateway connection. The listener records of the connection pin it.
 struct ConnData final : PinnedRecord {
   GatewayCalls* calls() noexcept override { return &callsInProgress; }
 
-  // Releases the reference and the owner's pin. REQUIRES: no registry entry leads here.
+  // Releases the reference and the owner's pin. REQUIRES: no registry entry refers to this record.
   void retire(JNIEnv* env);
 
   ox_conn_t* conn = nullptr;

@@ -14,8 +14,8 @@ namespace oxli::jni {
 
 namespace {
 
-// Owns a class cache that is being filled. Releases its references and deletes it at the end of the
-// scope if it has not been published for good.
+// Owns a new class cache. Releases its references and deletes it at the end of the scope unless it
+// is released.
 class NewClasses {
  public:
   explicit NewClasses(JNIEnv* env) : env_(env), classes_(std::make_unique<JEnv>()) {}
@@ -26,8 +26,8 @@ class NewClasses {
   }
 
   bool init() { return classes_->init(env_); }
-  // Leaves the cache to closeEnvironment, which finds it as JEnv::spInstance.
-  void keep() { static_cast<void>(classes_.release()); }
+  // Transfers the cache to closeEnvironment, which finds it as JEnv::spInstance.
+  void release() { static_cast<void>(classes_.release()); }
 
  private:
   JNIEnv* env_;
@@ -40,14 +40,15 @@ jint openEnvironment(JNIEnv* env, jstring settings) {
   if (!classes.init()) return OX_ERR_INTERNAL;
   const UtfChars chars(env, settings, OXLI_STEP("env_1open settings"));
   if (!chars.ok()) return OX_ERR_INTERNAL;
-  const std::string forJava = std::string(chars.get()) + ";platform=java";
-  // Kept whatever the gateway returns: the caller closes the environment in either case.
-  classes.keep();
-  return ox_env_open(forJava.c_str());
+  const std::string gatewaySettings = std::string(chars.get()) + ";platform=java";
+  // The cache stays even if the gateway fails: the caller closes the environment in either case.
+  classes.release();
+  return ox_env_open(gatewaySettings.c_str());
 }
 
 jint closeEnvironment(JNIEnv* env) {
-  // First, because callbacks that the gateway makes while it closes need the class cache.
+  // The gateway is closed first, because the callbacks that it calls meanwhile need the class
+  // cache.
   const jint result = ox_env_close();
   if (const std::unique_ptr<JEnv> classes{JEnv::spInstance}) classes->done(env);
   return result;
@@ -96,21 +97,22 @@ void deliverExitEvent(const ExitEventData& data) {
     ox_log_error("[ExitEvent]: Can't get java environment.");
     return;
   }
-  // Read before the log calls, because nothing keeps the environment open meanwhile.
+  // The class cache is read before the log calls, because another thread may delete it meanwhile.
   const JEnv* const classes = JEnv::spInstance;
   const jmethodID onExitEvent = classes ? classes->exitEventSubscriber.onExitEvent : nullptr;
   if (!onExitEvent || !data.handler.get()) {
     if (attached) data.vm->DetachCurrentThread();
     return;
   }
-  // Left by an earlier event, or by the Java code that this thread is inside of.
+  // An earlier event, or Java code that is still active on this thread, may have left an exception.
   if (env->ExceptionCheck()) {
     ox_log_error("[ExitEvent]: java exception pending, onExitEvent not invoked.");
     return;
   }
   ox_log_info("[ExitEvent]: Invoke java onExitEvent.");
   env->CallVoidMethod(data.handler.get(), onExitEvent);
-  // Not detached then: that would give the exception to the uncaught exception handler.
+  // The thread stays attached: detaching it would pass the exception to the uncaught exception
+  // handler.
   if (env->ExceptionCheck()) return;
   ox_log_info("[ExitEvent]: After Invoke java onExitEvent.");
   data.vm->DetachCurrentThread();

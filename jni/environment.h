@@ -9,12 +9,13 @@
 
 namespace oxli::jni {
 
-// The receiver of the exit event; its address is the gateway's callback data. The process has one,
-// made by the first registration and kept until the process ends, so that a late event finds it.
-// Not locked: registering must not overlap the delivery of an event.
+// Receives the exit event; its address is the gateway's callback data. The first registration
+// creates the only object. It lives until the library is unloaded, because an event may arrive
+// after the environment is closed. Not locked: registering must not overlap the delivery of an
+// event.
 struct ExitEventData {
   GlobalRef handler;     // the Java IExitEventHandler, or null
-  JavaVM* vm = nullptr;  // of the latest registration
+  JavaVM* vm = nullptr;  // the virtual machine of the latest registration
 };
 
 extern std::unique_ptr<ExitEventData> sExitEventData;

@@ -40,7 +40,7 @@ namespace {
 
 using NewListener = NewRecord<ox_listener_t, ListenerData>;
 
-// Both registries, in the only order in which they are locked together.
+// Locks the registries of listeners and connections, in lock order.
 class SCOPED_CAPABILITY LsnAndConnLock {
  public:
   explicit LsnAndConnLock(JEnv& classes)
@@ -57,8 +57,9 @@ bool isSchemeData(std::uint32_t type) {
   return (type & ~OX_MSG_PARSEERR_BIT) == OX_MSG_DATA || type == OX_MSG_STREAM_DATA;
 }
 
-// Fetches the Java `Scheme` of this opening. Returns false if Java fails or destroys the listener.
-// A null scheme is no failure: the next message fetches it again.
+// Stores the Java `Scheme` of this opening in the record. Returns false if there is no Java
+// listener, if getScheme throws or destroys the listener, or if the reference cannot be made. A
+// null scheme is no failure: the next message fetches it again.
 bool fetchScheme(JNIEnv* env, const JEnv& classes, ListenerData& record) {
   constexpr char kGetScheme[] = "cacheGet getScheme";
   if (!record.jlsn.get()) return false;
@@ -66,11 +67,11 @@ bool fetchScheme(JNIEnv* env, const JEnv& classes, ListenerData& record) {
   const LocalRef<jobject> scheme(
       env, env->CallObjectMethod(record.jlsn.get(), classes.listener.getScheme));
   if (reportIfPending(env, kGetScheme) || record.retired) return false;
-  // Set already if getScheme has delivered a message itself.
+  // getScheme may have delivered a message, for which the scheme has been stored already.
   return record.jscheme.get() || record.jscheme.acquire(env, scheme.get(), kGetScheme);
 }
 
-// Returns the filled Java object of a message; none if the scheme cannot be fetched.
+// Returns the Java object of a message, filled; a null object if the scheme cannot be fetched.
 // REQUIRES: no exception is pending.
 CachedMessage fetchMessage(JNIEnv* env, const JEnv& classes, ListenerData& record,
                            ox_listener_t* lsn, ox_msg_t* msg) {
@@ -84,9 +85,10 @@ CachedMessage fetchMessage(JNIEnv* env, const JEnv& classes, ListenerData& recor
   return record.cache.get(env, msg, scheme, record.jscheme.get());
 }
 
-// Returns the JNIEnv of the calling thread while some thread is inside a gateway call on the
-// listener or its connection; else null. The stored JNIEnv is only tested for null: after
-// overlapping calls of two threads it may be that of a thread that has left.
+// Returns the JNIEnv of the calling thread if the thread is attached and some thread is inside a
+// gateway call on the listener or its connection; otherwise null. The stored JNIEnv is only
+// compared with null: after overlapping calls of two threads it may belong to a thread that has
+// left.
 JNIEnv* callbackEnv(ListenerData& record) {
   if (!record.env.load() && !(record.connData && record.connData->env.load())) return nullptr;
   const GatewayCalls* const calls = record.calls();
@@ -132,8 +134,8 @@ jint newListener(JNIEnv* env, JEnv& classes, ConnData& connection, jstring setti
     ox_lsn_destroy(lsn);
     return OX_ERR_INTERNAL;
   }
-  // Released before the out-parameter is written: the gateway keeps the record as its callback data
-  // even if that fails.
+  // The record is released before the out-parameter is written: even if that fails, the gateway
+  // still uses it as callback data.
   ListenerData* const bound = record.release();
   const jint result = setOutParam(env, ref, classes.objRef.set, toHandle(bound), kSetRef);
   if (result != OX_ERR_OK) return result;
@@ -180,8 +182,8 @@ jint destroyListener(JNIEnv* env, JEnv& classes, ListenerData& record) {
   ox_listener_t* const lsn = record.lsn;
   const GatewayCall call(record, env);
   const jint result = ox_lsn_destroy(lsn);
-  // A callback has destroyed the listener once more: an entry of the handle, if there is one, is
-  // that of another listener, to which the gateway has given the handle since.
+  // If a callback has already destroyed the listener, an entry of the handle belongs to another
+  // listener, to which the gateway has assigned the same handle since.
   if (record.retired) return result;
   const bool hadEntry = remove(ListenerData::sLsnMap, lsn) != nullptr;
   if (hadEntry || record.registered) record.retire(env);
@@ -201,7 +203,7 @@ jobject wrapListener(JNIEnv* env, JEnv& classes, ox_conn_t* conn, ox_listener_t*
   if (!record->jlsn.acquire(env, listener.get(), kNewListener)) return nullptr;
   record->setConnection(find(ConnData::sConnDataMap, conn));
   record->registered = true;
-  // A replaced record stays in memory: its Java object carries its address.
+  // A replaced record stays in memory, because its address is the handle of a Java object.
   record.replaceIn(ListenerData::sLsnMap, lsn);
   *out = record.release();
   return listener.detach();
@@ -293,7 +295,8 @@ jobject oxjni_lsn_cacheget(JNIEnv* env, ox_listener_t* lsn, ox_msg_t* msg, void*
     auto* const data = static_cast<ListenerData*>(record);
     if (!env || !msg || !data || data->retired || exceptionPending(env)) return nullptr;
     const CachedMessage message = fetchMessage(env, classes, *data, lsn, msg);
-    // Returned as far as it has been filled if the exception tells that it is incomplete.
+    // Returns a partly filled object only with an exception pending; otherwise the caller could not
+    // tell it from a complete one.
     return message.complete || exceptionPending(env) ? message.object : nullptr;
   });
 }

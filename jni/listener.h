@@ -31,8 +31,9 @@ struct ListenerData final : PinnedRecord {
   // Sets and pins the record of the connection, which may be null. Call once.
   void setConnection(ConnData* connection);
 
-  // Releases every reference at once, and the owner's pin as soon as no call on the connection is
-  // in progress: the gateway may still deliver until then. REQUIRES: no registry entry leads here.
+  // Releases every reference immediately, and the owner's pin as soon as no gateway call on the
+  // connection is in progress: the gateway may still deliver until then.
+  // REQUIRES: no registry entry refers to this record.
   void retire(JNIEnv* env);
 
   ox_listener_t* lsn = nullptr;
@@ -43,7 +44,8 @@ struct ListenerData final : PinnedRecord {
   GlobalRef jscheme;
   MessageCache cache;
   ConnData* connData = nullptr;
-  // Whether the record has ever been registered: a record that could not be stays with the gateway.
+  // Whether the record has been registered. A record that lsn_new could not register is never
+  // freed, because the gateway may still use it as callback data.
   bool registered = false;
   std::atomic<bool> retired{false};
 

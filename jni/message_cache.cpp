@@ -6,14 +6,14 @@ namespace oxli::jni {
 
 namespace {
 
-// Keys below this are found without a search. Bounds the table to 512 KiB for each Java class.
+// Keys below this limit are found without a search. It bounds the table of small keys to 512 KiB.
 constexpr std::uint64_t kSmallKeys = 65536;
 
 bool isUnkeyed(const ox_msg_data_t& msg) {
   return msg.msg_index == UNKEYED_INDEX && msg.msg_id == UNKEYED_ID;
 }
 
-std::uint64_t keyOf(const ox_msg_data_t& msg) {
+std::uint64_t dataKey(const ox_msg_data_t& msg) {
   return msg.msg_index != UNKEYED_INDEX ? msg.msg_index : msg.msg_id;
 }
 
@@ -21,7 +21,7 @@ std::uint64_t keyOf(const ox_msg_data_t& msg) {
 
 GlobalRef* DataObjects::find(const ox_msg_data_t& msg) {
   if (isUnkeyed(msg)) return unkeyedObject.get() ? &unkeyedObject : nullptr;
-  const std::uint64_t key = keyOf(msg);
+  const std::uint64_t key = dataKey(msg);
   if (key < small_.size()) return small_[key];
   if (key < kSmallKeys) return nullptr;
   const auto found = objects_.find(key);
@@ -30,7 +30,7 @@ GlobalRef* DataObjects::find(const ox_msg_data_t& msg) {
 
 GlobalRef& DataObjects::add(const ox_msg_data_t& msg) {
   if (isUnkeyed(msg)) return unkeyedObject;
-  const std::uint64_t key = keyOf(msg);
+  const std::uint64_t key = dataKey(msg);
   if (key >= kSmallKeys) return objects_[key];
   if (key >= small_.size()) small_.resize(key + 1);
   return *(small_[key] = &objects_[key]);
@@ -38,7 +38,7 @@ GlobalRef& DataObjects::add(const ox_msg_data_t& msg) {
 
 void DataObjects::remove(const ox_msg_data_t& msg) {
   if (isUnkeyed(msg)) return;
-  const std::uint64_t key = keyOf(msg);
+  const std::uint64_t key = dataKey(msg);
   if (key < small_.size()) small_[key] = nullptr;
   objects_.erase(key);
 }
@@ -52,7 +52,7 @@ void DataObjects::clear(JNIEnv* env) {
 
 CachedMessage MessageCache::getData(JNIEnv* env, DataObjects& objects, ox_msg_t* msg,
                                     ox_scheme_desc_t* scheme, jobject jscheme) {
-  // Data messages and stream data have index and id at the same place.
+  // The records of data messages and stream data have index and id at the same offsets.
   const auto& data = *reinterpret_cast<const ox_msg_data_t*>(msg);
   if (const GlobalRef* const known = objects.find(data)) {
     return {known->get(), MessageFactory::ApplyDataPartial(env, known->get(), msg)};

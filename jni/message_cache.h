@@ -12,18 +12,19 @@
 
 namespace oxli::jni {
 
-// A message object and how far it has been filled.
+// A message object, and whether it is filled.
 struct CachedMessage {
   jobject object = nullptr;  // owned by the cache
   bool complete = false;     // filled, and no exception is pending
 };
 
-// The message objects of one Java class by data key: the index of a message, else its id.
+// Maps data keys to the message objects of one Java class. The data key of a message is its index,
+// or its id if it has no index.
 class DataObjects {
  public:
-  // Returns the object of the record's key, or null.
+  // Returns the object for the key of the record, or null.
   GlobalRef* find(const ox_msg_data_t& msg);
-  // Returns a new, empty reference for the record's key. REQUIRES: find(msg) returns null.
+  // Returns a new null reference for the key of the record. REQUIRES: find(msg) returns null.
   GlobalRef& add(const ox_msg_data_t& msg);
   // Undoes add().
   void remove(const ox_msg_data_t& msg);
@@ -31,25 +32,25 @@ class DataObjects {
 
  private:
   std::map<std::uint64_t, GlobalRef> objects_;
-  // The entries of `objects_` by key, as far as keys are small: indexes count from 0.
+  // The entries of `objects_` with small keys, by key. Most keys are small: indexes count from 0.
   std::vector<GlobalRef*> small_;
   GlobalRef unkeyedObject;  // for messages that have neither index nor id
 };
 
-// The Java message objects of one listener: one for each kind of message, filled anew for every
-// message of its kind. Grows with the kinds seen and evicts none.
+// Owns the Java message objects of one listener, one for each kind of message, and fills it anew
+// for every message of its kind. Grows with the number of kinds and evicts no object.
 //
 // Not locked: get() runs on the delivering thread, clear() only while no message of the listener is
 // being delivered on another thread. REQUIRES: clear() before destruction, which deletes no
 // reference.
 class MessageCache {
  public:
-  // Returns the object of the record's kind, filled from the record. The cache owns the object
-  // until clear(). Returns no object if it cannot be made. `scheme` and `jscheme` may be null.
-  // REQUIRES: no exception is pending.
+  // Returns the object for the kind of the record, filled from the record. The cache owns the
+  // object until clear(). Returns a null object if it cannot be made. `scheme` and `jscheme` may be
+  // null. REQUIRES: no exception is pending.
   CachedMessage get(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme);
 
-  // Deletes every reference.
+  // Releases every reference.
   void clear(JNIEnv* env);
 
  private:
@@ -57,10 +58,10 @@ class MessageCache {
                         jobject jscheme);
   CachedMessage getOther(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobject jscheme);
 
-  // By type code: everything but data messages and stream data.
+  // The objects by type code, for all types but data messages and stream data.
   std::map<int, GlobalRef> typeObjects;
-  // Apart, because both kinds may arrive under one key, and an object of one class must not be
-  // filled through the methods of the other.
+  // Separate, because a data message and stream data may have the same key, and an object of one
+  // class must not be filled through the methods of the other.
   DataObjects dataObjects;
   DataObjects streamDataObjects;
 };

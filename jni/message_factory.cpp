@@ -14,7 +14,7 @@ namespace oxli::jni {
 
 namespace {
 
-// Calls a setter. Returns false, after the line for `step`, if it throws.
+// Calls a setter. Writes the line for `step` and returns false if it throws.
 template <class Value>
 [[nodiscard]] bool set(JNIEnv* env, jobject message, jmethodID setter, Value value,
                        const char* step) {
@@ -28,32 +28,32 @@ struct Constructor {
 };
 
 template <class Block>
-Constructor constructorOf(const Block& block) {
+Constructor blockConstructor(const Block& block) {
   return {block.cls, block.ctor};
 }
 
 Constructor serviceConstructor(const JEnv& classes, std::uint32_t type) {
   switch (type) {
     case OX_MSG_OPEN:
-      return constructorOf(classes.openMessage);
+      return blockConstructor(classes.openMessage);
     case OX_MSG_CLOSE:
-      return constructorOf(classes.closeMessage);
+      return blockConstructor(classes.closeMessage);
     case OX_MSG_TIME:
-      return constructorOf(classes.timeMessage);
+      return blockConstructor(classes.timeMessage);
     case OX_MSG_TN_BEGIN:
-      return constructorOf(classes.tnBeginMessage);
+      return blockConstructor(classes.tnBeginMessage);
     case OX_MSG_TN_COMMIT:
-      return constructorOf(classes.tnCommitMessage);
+      return blockConstructor(classes.tnCommitMessage);
     case OX_MSG_ZRMQ_TIMEOUT:
-      return constructorOf(classes.zrMQTimeoutMessage);
+      return blockConstructor(classes.zrMQTimeoutMessage);
     case OX_MSG_ZRREPL_LIFENUM:
-      return constructorOf(classes.zrReplLifeNumMessage);
+      return blockConstructor(classes.zrReplLifeNumMessage);
     case OX_MSG_ZRREPL_CLEARDELETED:
-      return constructorOf(classes.zrReplClearDeletedMessage);
+      return blockConstructor(classes.zrReplClearDeletedMessage);
     case OX_MSG_ZRREPL_ONLINE:
-      return constructorOf(classes.zrReplOnlineMessage);
+      return blockConstructor(classes.zrReplOnlineMessage);
     case OX_MSG_ZRREPL_STATE:
-      return constructorOf(classes.zrReplStateMessage);
+      return blockConstructor(classes.zrReplStateMessage);
     default:
       return {nullptr, nullptr};
   }
@@ -62,22 +62,24 @@ Constructor serviceConstructor(const JEnv& classes, std::uint32_t type) {
 Constructor dataConstructor(const JEnv& classes, std::uint32_t type) {
   switch (type) {
     case OX_MSG_DATA:
-      return constructorOf(classes.dataMessage);
+      return blockConstructor(classes.dataMessage);
     case OX_MSG_PARSEERR:
-      return constructorOf(classes.parseErrorMessage);
+      return blockConstructor(classes.parseErrorMessage);
     case OX_MSG_STREAM_DATA:
-      return constructorOf(classes.streamDataMessage);
+      return blockConstructor(classes.streamDataMessage);
     default:
       return {nullptr, nullptr};
   }
 }
 
-// Java receives the low 32 bits of an index.
+// Returns the low 32 bits of an index, which Java receives.
 jint javaIndex(std::uint64_t index) {
   return static_cast<jint>(index);
 }
 
-// Fails for a payload that is larger than a Java buffer can be.
+// Passes a buffer over the payload to the message, or null if the payload is empty. Writes the line
+// for `step` and returns false if the payload is larger than a Java buffer can be, or if a call
+// fails.
 bool setPayload(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg,
                 const char* step) {
   constexpr auto kMaxSize = std::size_t{std::numeric_limits<jint>::max()};
@@ -105,18 +107,18 @@ bool applyTime(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t
 }
 
 bool applyData(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_data_t& msg) {
-  const auto& to = classes.dataMessage;
+  const auto& cls = classes.dataMessage;
   const LocalString name(env, msg.msg_name, "Apply set msg_name");
   if (!name.ok()) return false;
   const LocalString address(env, msg.addr, "Apply set address");
   if (!address.ok()) return false;
   const jobject noRefMessage = nullptr;
-  return set(env, message, to.setMsgIndex, javaIndex(msg.msg_index), "Apply set msg_index") &&
-         set(env, message, to.setMsgId, static_cast<jint>(msg.msg_id), "Apply set msg_id") &&
-         set(env, message, to.setMsgName, name.get(), "Apply set msg_name") &&
-         set(env, message, to.setUserId, static_cast<jint>(msg.user_id), "Apply set user_id") &&
-         set(env, message, to.setAddress, address.get(), "Apply set address") &&
-         set(env, message, to.setRefMessage, noRefMessage, "Apply set ref message");
+  return set(env, message, cls.setMsgIndex, javaIndex(msg.msg_index), "Apply set msg_index") &&
+         set(env, message, cls.setMsgId, static_cast<jint>(msg.msg_id), "Apply set msg_id") &&
+         set(env, message, cls.setMsgName, name.get(), "Apply set msg_name") &&
+         set(env, message, cls.setUserId, static_cast<jint>(msg.user_id), "Apply set user_id") &&
+         set(env, message, cls.setAddress, address.get(), "Apply set address") &&
+         set(env, message, cls.setRefMessage, noRefMessage, "Apply set ref message");
 }
 
 bool applyParseError(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_data_t& msg) {
@@ -128,12 +130,12 @@ bool applyParseError(JNIEnv* env, const JEnv& classes, jobject message, const ox
 }
 
 bool applyStreamData(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_streamdata_t& msg) {
-  const auto& to = classes.streamDataMessage;
+  const auto& cls = classes.streamDataMessage;
   const LocalString name(env, msg.msg_name, "Apply set name");
   if (!name.ok()) return false;
-  return set(env, message, to.setMsgIndex, javaIndex(msg.msg_index), "Apply set msg index") &&
-         set(env, message, to.setMsgId, static_cast<jint>(msg.msg_id), "Apply set msg id") &&
-         set(env, message, to.setMsgName, name.get(), "Apply set name") &&
+  return set(env, message, cls.setMsgIndex, javaIndex(msg.msg_index), "Apply set msg index") &&
+         set(env, message, cls.setMsgId, static_cast<jint>(msg.msg_id), "Apply set msg id") &&
+         set(env, message, cls.setMsgName, name.get(), "Apply set name") &&
          MessageFactory::ApplyStreamDataMessage(env, message, &msg);
 }
 
@@ -142,10 +144,10 @@ bool applyLifeNumber(JNIEnv* env, const JEnv& classes, jobject message, const ox
     ox_log_error("msg->data is NULL for OX_MSG_ZRREPL_LIFENUM message\n");
     return true;
   }
-  const auto& to = classes.zrReplLifeNumMessage;
+  const auto& cls = classes.zrReplLifeNumMessage;
   const auto data = load<ox_data_lifenum_t>(msg.data);
-  return set(env, message, to.setLifenum, jlong{data.life_number}, "Apply set lifenum") &&
-         set(env, message, to.setFlags, jlong{data.flags}, "Apply set flags");
+  return set(env, message, cls.setLifenum, jlong{data.life_number}, "Apply set lifenum") &&
+         set(env, message, cls.setFlags, jlong{data.flags}, "Apply set flags");
 }
 
 bool applyClearDeleted(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg) {
@@ -153,12 +155,12 @@ bool applyClearDeleted(JNIEnv* env, const JEnv& classes, jobject message, const 
     ox_log_error("msg->data is NULL for OX_MSG_ZRREPL_CLEARDELETED message\n");
     return true;
   }
-  const auto& to = classes.zrReplClearDeletedMessage;
+  const auto& cls = classes.zrReplClearDeletedMessage;
   const auto data = load<ox_data_cleardeleted_t>(msg.data);
   const jlong revision = data.table_rev;
-  return set(env, message, to.setTableIdx, static_cast<jint>(data.table_idx),
+  return set(env, message, cls.setTableIdx, static_cast<jint>(data.table_idx),
              "Apply set table idx") &&
-         set(env, message, to.setTableRev, revision, "Apply set table rev");
+         set(env, message, cls.setTableRev, revision, "Apply set table rev");
 }
 
 bool applyState(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_t& msg) {
@@ -195,20 +197,20 @@ bool applyByType(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_t* ms
   }
 }
 
-bool refreshData(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_data_t& msg) {
+bool applyDataPartial(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_data_t& msg) {
   constexpr char kSetAddress[] = "ApplyDataPartial set address";
-  const auto& to = classes.dataMessage;
+  const auto& cls = classes.dataMessage;
   const LocalString address(env, msg.addr, kSetAddress);
   if (!address.ok()) return false;
-  return set(env, message, to.setUserId, static_cast<jint>(msg.user_id),
+  return set(env, message, cls.setUserId, static_cast<jint>(msg.user_id),
              "ApplyDataPartial set user id") &&
-         set(env, message, to.setAddress, address.get(), kSetAddress);
+         set(env, message, cls.setAddress, address.get(), kSetAddress);
 }
 
-bool refreshByType(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_t* msg) {
+bool applyPartialByType(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_t* msg) {
   switch (msg->type) {
     case OX_MSG_DATA:
-      return refreshData(env, classes, message, *reinterpret_cast<ox_msg_data_t*>(msg));
+      return applyDataPartial(env, classes, message, *reinterpret_cast<ox_msg_data_t*>(msg));
     case OX_MSG_STREAM_DATA:
       return MessageFactory::ApplyStreamDataMessage(env, message,
                                                     reinterpret_cast<ox_msg_streamdata_t*>(msg));
@@ -219,15 +221,15 @@ bool refreshByType(JNIEnv* env, const JEnv& classes, jobject message, ox_msg_t* 
 
 bool applyNulls(JNIEnv* env, const JEnv& classes, jobject message, const ox_msg_streamdata_t& msg) {
   constexpr char kSetNulls[] = "ApplyStreamDataMessage set nulls";
-  const auto& of = classes.streamDataMessage;
+  const auto& cls = classes.streamDataMessage;
   const auto length = static_cast<jsize>(msg.num_nulls);
   LocalRef<jbooleanArray> nulls(
-      env, static_cast<jbooleanArray>(env->CallObjectMethod(message, of.getNulls)));
+      env, static_cast<jbooleanArray>(env->CallObjectMethod(message, cls.getNulls)));
   if (exceptionPending(env)) return false;
   if (!nulls.get()) {
     nulls.set(env->NewBooleanArray(length));
     if (reportIfNull(nulls.get(), kSetNulls)) return false;
-    if (!set(env, message, of.setNulls, nulls.get(), kSetNulls)) return false;
+    if (!set(env, message, cls.setNulls, nulls.get(), kSetNulls)) return false;
   }
   env->SetBooleanArrayRegion(nulls.get(), 0, length, msg.nulls);
   return !exceptionPending(env);
@@ -243,9 +245,10 @@ jobject MessageFactory::CreateMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc
                                      : env->NewObject(classes.message.cls, classes.message.ctor,
                                                       static_cast<jint>(msg->type)));
   if (reportIfNotMade(env, message.get(), kNewMessage)) return nullptr;
-  const auto& to = classes.message;
-  if (!set(env, message.get(), to.setRef, toHandle(msg), "CreateMessage set ref") ||
-      !set(env, message.get(), to.setSchemeRef, toHandle(scheme), "CreateMessage set scheme ref")) {
+  const auto& cls = classes.message;
+  if (!set(env, message.get(), cls.setRef, toHandle(msg), "CreateMessage set ref") ||
+      !set(env, message.get(), cls.setSchemeRef, toHandle(scheme),
+           "CreateMessage set scheme ref")) {
     return nullptr;
   }
   return message.detach();
@@ -257,16 +260,16 @@ jobject MessageFactory::CreateDataMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_
   const Constructor data = dataConstructor(classes, msg->type);
   if (!data.cls) return nullptr;
 
-  // All three types have index, id and name at the same place.
+  // The records of all three types have index, id and name at the same offsets.
   const auto& record = *reinterpret_cast<const ox_msg_data_t*>(msg);
   const LocalString name(env, record.msg_name, kNewDataMessage);
   if (!name.ok()) return nullptr;
   LocalRef<jobject> message(env, env->NewObject(data.cls, data.id, static_cast<jint>(record.msg_id),
                                                 javaIndex(record.msg_index), name.get(), jscheme));
   if (reportIfNotMade(env, message.get(), kNewDataMessage)) return nullptr;
-  const auto& to = classes.message;
-  if (!set(env, message.get(), to.setRef, toHandle(msg), "CreateDataMessage set ref") ||
-      !set(env, message.get(), to.setSchemeRef, toHandle(scheme),
+  const auto& cls = classes.message;
+  if (!set(env, message.get(), cls.setRef, toHandle(msg), "CreateDataMessage set ref") ||
+      !set(env, message.get(), cls.setSchemeRef, toHandle(scheme),
            "CreateDataMessage set scheme ref")) {
     return nullptr;
   }
@@ -283,18 +286,18 @@ bool MessageFactory::Apply(JNIEnv* env, jobject message, ox_msg_t* msg) {
 bool MessageFactory::ApplyDataPartial(JNIEnv* env, jobject message, ox_msg_t* msg) {
   const JEnv& classes = *JEnv::spInstance;
   return setPayload(env, classes, message, *msg, "ApplyDataPartial set data") &&
-         refreshByType(env, classes, message, msg) &&
+         applyPartialByType(env, classes, message, msg) &&
          set(env, message, classes.message.setRef, toHandle(msg), "ApplyDataPartial set ref");
 }
 
 bool MessageFactory::ApplyStreamDataMessage(JNIEnv* env, jobject message,
                                             ox_msg_streamdata_t* msg) {
   const JEnv& classes = *JEnv::spInstance;
-  const auto& to = classes.streamDataMessage;
+  const auto& cls = classes.streamDataMessage;
   if (msg->nulls && !applyNulls(env, classes, message, *msg)) return false;
   const jlong revision = msg->rev;
-  return set(env, message, to.setRev, revision, "ApplyStreamDataMessage set rev") &&
-         set(env, message, to.setUserId, static_cast<jlong>(msg->user_id),
+  return set(env, message, cls.setRev, revision, "ApplyStreamDataMessage set rev") &&
+         set(env, message, cls.setUserId, static_cast<jlong>(msg->user_id),
              "ApplyStreamDataMessage set user id");
 }
 

@@ -9,37 +9,41 @@ namespace oxli::jni {
 
 // Makes Java message objects from gateway records and fills them. Copies no payload: an object
 // receives the addresses of the record and of the scheme description, and a direct buffer over the
-// payload, all valid as long as the gateway keeps the record.
+// payload. These are valid as long as the record.
 //
-// Stateless. REQUIRES everywhere: the environment is open and no Java exception is pending. A
-// failed step has written its line when a function returns. No local reference is left behind
-// except the result of the Create functions.
+// Stateless. REQUIRES for every function: the environment is open and no Java exception is pending.
+// A function that fails has written the line of the failed step; only getNulls of stream data, and
+// writing into its array, fail without a line. The Create functions return a new local reference;
+// no other local reference remains.
 class MessageFactory {
  public:
   MessageFactory() = delete;
 
-  // The steps that make an object; its owner reports failures to keep it as the same step.
+  // The steps that create an object. Callers use these names, too, for failures directly before and
+  // after its creation.
   static constexpr char kNewMessage[] = "CreateMessage new object";
   static constexpr char kNewDataMessage[] = "CreateDataMessage new object";
 
   // Returns a new object of the class of a service type, or a plain `Message` for any other type;
-  // null if it cannot be made. The object is bound to the record but not filled: call Apply next.
+  // null if it cannot be made. The object receives the addresses of record and scheme description
+  // only: call Apply next.
   static jobject CreateMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme);
 
-  // The same for data messages, stream data and parse errors. `jscheme` is the Java `Scheme`, or
-  // null. Returns null without a Java call for any other type.
+  // Returns a new object for a data message, stream data or a parse error, like CreateMessage.
+  // `jscheme` is the Java `Scheme`, or null. Returns null without a Java call for any other type.
   static jobject CreateDataMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme,
                                    jobject jscheme);
 
-  // Fills an object from the whole record. Returns false at the first failed step; the object keeps
-  // what it has received.
+  // Fills an object from the whole record. Returns false at the first failed step; the fields set
+  // before it remain set.
   [[nodiscard]] static bool Apply(JNIEnv* env, jobject message, ox_msg_t* msg);
 
-  // Fills an object from the next record of the same data key: everything but index, id, name and
-  // reference message, which do not change for one key.
+  // Fills an object from a later record with the same data key. Leaves index, id, name and
+  // reference message as Apply has set them.
   [[nodiscard]] static bool ApplyDataPartial(JNIEnv* env, jobject message, ox_msg_t* msg);
 
-  // Fills what only stream data has. If the record has no null map, the object keeps its own.
+  // Fills revision, user id and null map from stream data. If the record has no null map, that of
+  // the object does not change.
   [[nodiscard]] static bool ApplyStreamDataMessage(JNIEnv* env, jobject message,
                                                    ox_msg_streamdata_t* msg);
 };

@@ -14,8 +14,8 @@ namespace oxli::jni {
 
 namespace {
 
-// Returns whether memory to be acquired from the virtual machine is missing, after writing the line
-// for `step` if so. If no exception says so, the record is refused.
+// Writes the line for `step` and returns true if memory could not be acquired from the virtual
+// machine. Refuses the record if no exception is pending then.
 bool refuseIfNull(JNIEnv* env, const void* acquired, const char* step, SavedMsgFields& saved) {
   if (!reportIfNull(acquired, step)) return false;
   if (!exceptionPending(env)) saved.refusal = OX_ERR_INTERNAL;
@@ -25,13 +25,13 @@ bool refuseIfNull(JNIEnv* env, const void* acquired, const char* step, SavedMsgF
 void replaceDataFields(JNIEnv* env, const JEnv& classes, ox_msg_data_t& msg, jobject message,
                        SavedMsgFields& saved) {
   constexpr char kGetAddress[] = "replaceMsgFields getAddress";
-  const auto& of = classes.dataMessage;
-  const jint userId = env->CallIntMethod(message, of.getUserId);
+  const auto& cls = classes.dataMessage;
+  const jint userId = env->CallIntMethod(message, cls.getUserId);
   if (reportIfPending(env, "replaceMsgFields getUserId")) return;
   msg.user_id = static_cast<std::uint32_t>(userId);
 
   LocalRef<jstring> address(env,
-                            static_cast<jstring>(env->CallObjectMethod(message, of.getAddress)));
+                            static_cast<jstring>(env->CallObjectMethod(message, cls.getAddress)));
   if (reportIfPending(env, kGetAddress)) return;
   if (address.get()) {
     const char* const chars = env->GetStringUTFChars(address.get(), nullptr);
@@ -43,7 +43,7 @@ void replaceDataFields(JNIEnv* env, const JEnv& classes, ox_msg_data_t& msg, job
     msg.addr = chars;
   }
 
-  const LocalRef<jobject> reference(env, env->CallObjectMethod(message, of.getRefMessage));
+  const LocalRef<jobject> reference(env, env->CallObjectMethod(message, cls.getRefMessage));
   if (reportIfPending(env, "replaceMsgFields getRefMessage")) return;
   if (reference.get()) {
     const jlong record = env->CallLongMethod(reference.get(), classes.message.getRef);
@@ -57,19 +57,19 @@ void replaceDataFields(JNIEnv* env, const JEnv& classes, ox_msg_data_t& msg, job
 void replaceStreamFields(JNIEnv* env, const JEnv& classes, ox_msg_streamdata_t& msg,
                          jobject message, SavedMsgFields& saved) {
   constexpr char kGetNulls[] = "replaceMsgFields get nulls";
-  const auto& of = classes.streamDataMessage;
+  const auto& cls = classes.streamDataMessage;
   const std::int64_t oldRev = msg.rev;
   const std::uint64_t oldUserId = msg.user_id;
-  msg.rev = env->CallLongMethod(message, of.getRev);
+  msg.rev = env->CallLongMethod(message, cls.getRev);
   if (reportIfPending(env, "replaceMsgFields getRef streamdata")) return;
-  msg.user_id = static_cast<std::uint64_t>(env->CallLongMethod(message, of.getUserId));
+  msg.user_id = static_cast<std::uint64_t>(env->CallLongMethod(message, cls.getUserId));
   if (reportIfPending(env, "replaceMsgFields get user id streamdata")) return;
 
   LocalRef<jbooleanArray> nulls(
-      env, static_cast<jbooleanArray>(env->CallObjectMethod(message, of.getNulls)));
+      env, static_cast<jbooleanArray>(env->CallObjectMethod(message, cls.getNulls)));
   if (reportIfPending(env, kGetNulls)) return;
   if (!nulls.get()) return;
-  // The gateway reads as many flags as the record says.
+  // The gateway reads `num_nulls` flags.
   if (static_cast<std::uint64_t>(env->GetArrayLength(nulls.get())) < msg.num_nulls) {
     saved.refusal = OX_ERR_INVALIDARGUMENT;
     msg.rev = oldRev;
@@ -94,8 +94,7 @@ void replaceFields(JNIEnv* env, const JEnv& classes, ox_msg_t* msg, jobject mess
   }
 }
 
-// Restores by what has been replaced, not by the type of the record, which the gateway may have
-// changed since.
+// Does not depend on the type of the record, which the gateway may have changed meanwhile.
 void restoreFields(JNIEnv* env, ox_msg_t* msg, const SavedMsgFields& saved) {
   auto& data = *reinterpret_cast<ox_msg_data_t*>(msg);
   if (saved.addrReplaced) data.addr = saved.oldAddr;
@@ -106,22 +105,22 @@ void restoreFields(JNIEnv* env, ox_msg_t* msg, const SavedMsgFields& saved) {
     env->DeleteLocalRef(saved.addrString);
   }
   if (saved.nullsElements) {
-    // Not copied back: the gateway may have written into the flags.
+    // JNI_ABORT leaves the Java array unchanged: the gateway may have written into the flags.
     env->ReleaseBooleanArrayElements(saved.nullsArray, saved.nullsElements, JNI_ABORT);
     env->DeleteLocalRef(saved.nullsArray);
   }
 }
 
-// Exchanges the fields of a record for the scope of one gateway call.
-class ExchangedFields {
+// Replaces fields of a record by those of its Java message for the scope of one gateway call.
+class ReplacedFields {
  public:
-  ExchangedFields(JNIEnv* env, const JEnv& classes, ox_msg_t* msg, jobject message)
+  ReplacedFields(JNIEnv* env, const JEnv& classes, ox_msg_t* msg, jobject message)
       : env_(env), msg_(msg) {
     replaceFields(env_, classes, msg_, message, saved_);
   }
-  ExchangedFields(const ExchangedFields&) = delete;
-  ExchangedFields& operator=(const ExchangedFields&) = delete;
-  ~ExchangedFields() { restoreFields(env_, msg_, saved_); }
+  ReplacedFields(const ReplacedFields&) = delete;
+  ReplacedFields& operator=(const ReplacedFields&) = delete;
+  ~ReplacedFields() { restoreFields(env_, msg_, saved_); }
 
   int refusal() const { return saved_.refusal; }
 
@@ -141,7 +140,8 @@ class OutgoingRecord {
     if (msg_) ox_pub_msgfree(pub_, msg_);
   }
 
-  // Makes the record. Returns the gateway's result code. Call once.
+  // Makes the record. Returns the gateway's result code, or OX_ERR_INTERNAL if it stores no record.
+  // Call once.
   int make(int keyType, const void* key) {
     const int result = ox_pub_msgnew(pub_, keyType, key, &msg_);
     if (result != OX_ERR_OK) {
@@ -158,7 +158,7 @@ class OutgoingRecord {
   ox_msg_t* msg_ = nullptr;
 };
 
-// Makes the record of a key. Returns false if the key cannot be read; otherwise `result` receives
+// Makes the record for a key. Returns false if the key cannot be read; otherwise `result` receives
 // the gateway's result code.
 bool makeRecord(JNIEnv* env, const JEnv& classes, OutgoingRecord& record, jint keyType, jobject key,
                 int& result) {
@@ -178,7 +178,7 @@ jobject createMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobj
   switch (msg->type) {
     case OX_MSG_DATA:
     case OX_MSG_STREAM_DATA:
-    // Apply fills a parse error through the methods of DataMessage, which a plain message lacks.
+    // Apply calls methods of DataMessage for a parse error, which a plain `Message` does not have.
     case OX_MSG_PARSEERR:
       if (reportIfPending(env, MessageFactory::kNewDataMessage)) return nullptr;
       return MessageFactory::CreateDataMessage(env, msg, scheme, jscheme);
@@ -217,9 +217,10 @@ jint postMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, jobject 
   if (reportIfPending(env, OXLI_STEP("pub_1post pub post"))) return OX_ERR_INTERNAL;
   auto* const msg = fromHandle<ox_msg_t>(ref);
   if (!msg) return OX_ERR_INVALIDARGUMENT;
-  const ExchangedFields exchanged(env, classes, msg, message);
-  // Posted with an exception pending, too: the Java caller receives it in any case.
-  return exchanged.refusal() ? exchanged.refusal() : ox_pub_post(pub, msg, flags);
+  const ReplacedFields replaced(env, classes, msg, message);
+  // The message is posted even with an exception pending, which the Java caller receives in any
+  // case.
+  return replaced.refusal() ? replaced.refusal() : ox_pub_post(pub, msg, flags);
 }
 
 jint disposeMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, ox_msg_t* msg,
@@ -231,17 +232,17 @@ jint disposeMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, ox_ms
   return ox_pub_msgfree(pub, msg);
 }
 
-// Dumps a record into `text`. Returns false if the gateway fails.
-bool dumpRecord(ox_msg_t* msg, jlong argument, std::string& text) {
-  text.assign(1024, '\0');
-  std::uint64_t size = text.size();
-  int result = ox_msg_dump(msg, argument, text.data(), &size);
+// Writes the dump of a record into `dump`. Returns false if the gateway fails.
+bool dumpRecord(ox_msg_t* msg, jlong argument, std::string& dump) {
+  dump.assign(1024, '\0');
+  std::uint64_t size = dump.size();
+  int result = ox_msg_dump(msg, argument, dump.data(), &size);
   if (result == OX_ERR_BUFFERTOOSMALL) {
-    text.resize(size);
-    result = ox_msg_dump(msg, argument, text.data(), &size);
+    dump.resize(size);
+    result = ox_msg_dump(msg, argument, dump.data(), &size);
   }
-  if (result != OX_ERR_OK || size > text.size()) return false;
-  text.resize(size);
+  if (result != OX_ERR_OK || size > dump.size()) return false;
+  dump.resize(size);
   return true;
 }
 
@@ -251,18 +252,18 @@ jbyteArray dumpMessage(JNIEnv* env, const JEnv& classes, jobject message, jlong 
   auto* const msg = fromHandle<ox_msg_t>(ref);
   if (!msg) return nullptr;
 
-  std::string text;
+  std::string dump;
   {
-    const ExchangedFields exchanged(env, classes, msg, message);
-    if (exchanged.refusal() || !dumpRecord(msg, argument, text)) return nullptr;
+    const ReplacedFields replaced(env, classes, msg, message);
+    if (replaced.refusal() || !dumpRecord(msg, argument, dump)) return nullptr;
   }
-  // Left by the exchange, which has reported it.
+  // Replacing the fields may have left an exception; its line is written.
   if (exceptionPending(env)) return nullptr;
-  const auto length = static_cast<jsize>(text.size());
-  const jbyteArray dump = env->NewByteArray(length);
-  if (!dump) return nullptr;
-  env->SetByteArrayRegion(dump, 0, length, reinterpret_cast<const jbyte*>(text.data()));
-  return dump;
+  const auto length = static_cast<jsize>(dump.size());
+  const jbyteArray bytes = env->NewByteArray(length);
+  if (!bytes) return nullptr;
+  env->SetByteArrayRegion(bytes, 0, length, reinterpret_cast<const jbyte*>(dump.data()));
+  return bytes;
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Natives that only pass a call through to the gateway: strings, logging, decimals. They keep no
-// state and work while the environment is closed.
+// Natives that call one gateway function each, for strings, logging and decimals, and
+// `scheme_getstr`. They have no state and also work while the environment is closed.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -26,28 +26,28 @@ jstring toJava(JNIEnv* env, const char* chars, const char* step) {
 
 jstring renderValue(JNIEnv* env, jstring typeName, jobject data) {
   constexpr char kStep[] = OXLI_STEP("getstr");
-  char onStack[1024];
-  std::size_t size = sizeof onStack;
+  char buffer[1024];
+  std::size_t size = sizeof buffer;
   const void* const address = bufferAddress(env, data);
   UtfChars name(env, typeName, kStep);
   if (!name.ok()) return nullptr;
 
-  std::string larger;
-  const char* rendered = onStack;
-  int result = ox_getstr(name.get(), address, onStack, &size);
+  std::string largerBuffer;
+  const char* rendered = buffer;
+  int result = ox_getstr(name.get(), address, buffer, &size);
   if (result == OX_ERR_BUFFERTOOSMALL) {
-    larger.resize(size);
-    rendered = larger.c_str();
-    result = ox_getstr(name.get(), address, larger.data(), &size);
+    largerBuffer.resize(size);
+    rendered = largerBuffer.c_str();
+    result = ox_getstr(name.get(), address, largerBuffer.data(), &size);
   }
   name.release();
   return result == OX_ERR_OK ? toJava(env, rendered, kStep) : nullptr;
 }
 
-jint logString(JNIEnv* env, jstring line, int (*log)(const char*), const char* step) {
+jint logString(JNIEnv* env, jstring string, int (*log)(const char*), const char* step) {
   return atBoundary<jint>(OX_ERR_INTERNAL, [&]() -> jint {
-    if (!line) return OX_ERR_INVALIDARGUMENT;
-    const UtfChars chars(env, line, step);
+    if (!string) return OX_ERR_INVALIDARGUMENT;
+    const UtfChars chars(env, string, step);
     return chars.ok() ? log(chars.get()) : OX_ERR_INTERNAL;
   });
 }
@@ -86,23 +86,23 @@ JNIEXPORT jstring JNICALL Java_org_quendel_oxli_impl_OxliImpl_err_1getstr(JNIEnv
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1debugstr(JNIEnv* env, jclass,
-                                                                         jstring line) {
-  return logString(env, line, &ox_log_debugstr, OXLI_STEP("log_1debugstr"));
+                                                                         jstring string) {
+  return logString(env, string, &ox_log_debugstr, OXLI_STEP("log_1debugstr"));
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1tracestr(JNIEnv* env, jclass,
-                                                                         jstring line) {
-  return logString(env, line, &ox_log_tracestr, OXLI_STEP("log_1tracestr"));
+                                                                         jstring string) {
+  return logString(env, string, &ox_log_tracestr, OXLI_STEP("log_1tracestr"));
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1infostr(JNIEnv* env, jclass,
-                                                                        jstring line) {
-  return logString(env, line, &ox_log_infostr, OXLI_STEP("log_1infostr"));
+                                                                        jstring string) {
+  return logString(env, string, &ox_log_infostr, OXLI_STEP("log_1infostr"));
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_log_1errorstr(JNIEnv* env, jclass,
-                                                                         jstring line) {
-  return logString(env, line, &ox_log_errorstr, OXLI_STEP("log_1errorstr"));
+                                                                         jstring string) {
+  return logString(env, string, &ox_log_errorstr, OXLI_STEP("log_1errorstr"));
 }
 
 JNIEXPORT jobject JNICALL Java_org_quendel_oxli_impl_OxliImpl_bcd_1get(JNIEnv* env, jclass,

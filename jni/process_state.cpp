@@ -1,6 +1,7 @@
-// Every static object of the JNI layer, in construction order: the language guarantees that order
-// within one file, not across files. They are destroyed in reverse order when the library is
-// unloaded, without a JNIEnv to release the records that are still registered.
+// Defines the shared static objects of the JNI layer, in construction order: the language
+// guarantees the order within one file, not across files. They are destroyed in reverse order when
+// the library is unloaded. No JNIEnv is available then, so records that are still registered are
+// not released.
 #include <memory>
 
 #include "jni/connection.h"

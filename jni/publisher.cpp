@@ -23,7 +23,7 @@ namespace {
 
 using NewPublisher = NewRecord<ox_publisher_t, PublisherData>;
 
-// Registers the record in place of an earlier one of the same handle, which is retired.
+// Registers the record. Retires an earlier record of the same handle.
 void registerRecord(JNIEnv* env, NewPublisher& record, ox_publisher_t* pub)
     REQUIRES(JEnv::spInstance->pubMutex) {
   static_cast<void>(record.release());

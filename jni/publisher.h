@@ -11,10 +11,10 @@
 
 namespace oxli::jni {
 
-// Keeps the Java `Publisher` of a gateway publisher reachable while it is registered. Unlike with
-// the other kinds, the Java handle is the gateway publisher itself: no native needs the record.
+// Keeps the Java `Publisher` of a gateway publisher reachable while it is registered. The Java
+// handle is the address of the gateway publisher, not of this record, which no native needs.
 struct PublisherData {
-  // Releases the reference and deletes the record. REQUIRES: no registry entry leads here.
+  // Releases the reference and deletes the record. REQUIRES: no registry entry refers to it.
   void retire(JNIEnv* env);
 
   ox_publisher_t* pub = nullptr;

@@ -26,9 +26,9 @@ struct FieldClasses {
   jmethodID valueCtor;
 };
 
-// Returns what a named value of an integer field stands for, sign-extended for unsigned types, too;
-// -1 for any other field.
-jlong integerOf(const ox_field_desc_t& field, const ox_field_value_desc_t& value) {
+// Returns the integer of a named value, sign-extended for unsigned types, too; -1 if the field is
+// not an integer or the value has none.
+jlong integerValue(const ox_field_desc_t& field, const ox_field_value_desc_t& value) {
   constexpr jlong kNone = -1;
   const char kind = field.type ? *field.type : '\0';
   if ((kind != 'i' && kind != 'u') || !value.int_value) return kNone;
@@ -46,15 +46,15 @@ jlong integerOf(const ox_field_desc_t& field, const ox_field_value_desc_t& value
   }
 }
 
-// One conversion of a scheme description, or of a part of one. Once a step has failed no further
-// step is made: the next check that has a name reports the failure. The local references that are
+// Converts a scheme description, or a part of one, to Java objects. After a failed step no further
+// step runs, and the next check that names a step writes the line. The local references that are
 // made live until the native returns.
 class Conversion {
  public:
   Conversion(JNIEnv* env, const JEnv& classes) : env_(env), classes_(classes) {
-    // Announces the references to virtual machines that check their number. Not counted before:
-    // that would repeat every step, and the largest capacity that virtual machines grant is no
-    // cost.
+    // Announces the local references to virtual machines that check their number. Always requests
+    // the largest capacity that virtual machines grant, because it costs nothing, and counting the
+    // references would repeat every step.
     constexpr jint kMaxCapacity = 65536;
     if (!exceptionPending(env_)) static_cast<void>(env_->EnsureLocalCapacity(kMaxCapacity));
   }
@@ -68,14 +68,14 @@ class Conversion {
   jobject convertIndex(const ox_index_desc_t& desc);
 
   bool failed() const { return failed_ || exceptionPending(env_); }
-  // Returns whether the conversion has failed, after writing the line for `step` if so.
+  // Writes the line for `step` and returns true if the conversion has failed.
   bool reportIfFailed(const char* step) const {
     if (!failed()) return false;
     reportFailure(step);
     return true;
   }
 
-  // Returns `ref`, the result of a step that fails if it is null.
+  // Returns `ref`, the result of a step. Null makes the conversion fail.
   template <class Ref>
   Ref made(Ref ref) {
     if (!ref) failed_ = true;
@@ -86,7 +86,8 @@ class Conversion {
     return chars && !failed() ? made(env_->NewStringUTF(chars)) : nullptr;
   }
 
-  // Makes a buffer over the gateway's memory. Fails for more than 2^31 - 1 bytes.
+  // Returns a new buffer over the gateway's memory. The conversion fails if that has more than
+  // 2^31 - 1 bytes.
   jobject newView(const void* bytes, std::size_t size) {
     constexpr auto kMaxSize = std::size_t{std::numeric_limits<jint>::max()};
     if (bytes && size > kMaxSize) failed_ = true;
@@ -105,7 +106,7 @@ class Conversion {
     return failed() ? nullptr : made(env_->NewObject(cls, ctor, args...));
   }
 
-  // The first element beyond the count of its list raises ArrayIndexOutOfBoundsException.
+  // A list with more elements than its count raises ArrayIndexOutOfBoundsException.
   void setElement(jobjectArray array, jsize position, jobject element) {
     if (!failed()) env_->SetObjectArrayElement(array, position, element);
   }
@@ -123,7 +124,7 @@ class Conversion {
 
 jobjectArray Conversion::convertHints(const ox_hint_t* hints) {
   jsize count = 0;
-  // Half as fast as `hint`, which reaches it only if the list is circular.
+  // Advances half as fast as `hint`, which reaches it only if the list is circular.
   const ox_hint_t* slower = hints;
   for (const auto* hint = hints; hint && !failed_; hint = hint->next) {
     if (++count % 2 == 0) slower = slower->next;
@@ -154,7 +155,7 @@ jobject Conversion::convertField(const FieldClasses& classes, const ox_field_des
     const jobject valueView = newView(value->value, desc.size);
     setElement(values, position++,
                newObject(classes.value, classes.valueCtor, valueName, valueDescription, valueView,
-                         integerOf(desc, *value)));
+                         integerValue(desc, *value)));
   }
 
   jobject nested = nullptr;
@@ -175,10 +176,10 @@ jobject Conversion::convertIndex(const ox_index_desc_t& desc) {
   jsize position = 0;
   for (const auto* member = desc.fields; member; member = member->next) {
     const jobject field = member->field ? convertField(fieldClasses(), *member->field) : nullptr;
-    const jobject made =
+    const jobject indexField =
         newObject(classes_.indexFieldDesc.cls, classes_.indexFieldDesc.ctor, field, member->param);
     if (reportIfFailed("new index field desc")) return nullptr;
-    setElement(fields, position++, made);
+    setElement(fields, position++, indexField);
     if (reportIfFailed("set index field desc array element")) return nullptr;
   }
 
@@ -246,8 +247,8 @@ void Conversion::convertScheme(const ox_scheme_desc_t& desc, jobject scheme) {
   static_cast<void>(reportIfFailed("set messages descs"));
 }
 
-// Fills the Java `Scheme`. Returns OX_ERR_OK even if the conversion fails, which its exception and
-// line tell.
+// Fills the Java `Scheme`. Returns OX_ERR_OK even if the conversion fails. A failure writes a line,
+// and leaves an exception pending unless it is an exceeded limit.
 jint fillScheme(JNIEnv* env, const JEnv& classes, const ox_scheme_desc_t* desc, jobject scheme) {
   if (!desc) return OX_ERR_INTERNAL;
   Conversion(env, classes).convertScheme(*desc, scheme);

@@ -13,10 +13,11 @@ namespace oxli::jni {
 
 namespace {
 
-// Stores a new string in the array. Returns false, after the line for `step`, if that fails.
-bool setString(JNIEnv* env, jobjectArray array, jsize position, const std::string& chars,
+// Stores a new Java string in the array. Writes the line for `step` and returns false if that
+// fails.
+bool setString(JNIEnv* env, jobjectArray array, jsize position, const std::string& value,
                const char* step) {
-  const LocalString string(env, chars.c_str(), step);
+  const LocalString string(env, value.c_str(), step);
   if (!string.ok()) return false;
   env->SetObjectArrayElement(array, position, string.get());
   return !reportIfPending(env, step);

@@ -1,5 +1,5 @@
-// The version as a string of the library: `strings liboxli_jni.so | grep liboxli_jni` shows which
-// version a file is, without a virtual machine and whatever the file is called.
+// Stores the version in the library, so that `strings liboxli_jni.so | grep liboxli_jni` prints the
+// version of a file without a virtual machine, whatever its file name.
 
 namespace oxli::jni {
 

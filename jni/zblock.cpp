@@ -34,7 +34,7 @@ using NewZBlock = NewRecord<ox_zblock_t, ZBlockData>;
 
 constexpr char kSetZBlock[] = OXLI_STEP("zblock_1wrap set zblock");
 
-// The memory of a direct Java buffer; none for a null buffer and for one that is not direct.
+// The memory of a direct Java buffer. A null buffer, and one that is not direct, is not present.
 struct DirectMemory {
   DirectMemory(JNIEnv* env, jobject buffer)
       : size(buffer ? env->GetDirectBufferCapacity(buffer) : -1),
@@ -42,8 +42,8 @@ struct DirectMemory {
 
   bool isPresent() const { return size >= 0; }
 
-  // Returns the address of the descriptor at the offset of a payload; null if it would not lie
-  // inside.
+  // Returns the descriptor at an offset of this payload; null if it would not be inside the
+  // payload.
   ox_zblock_t* descriptorAt(jlong offset) const {
     constexpr jlong kSize = sizeof(ox_zblock_t);
     const bool inside = address && offset >= 0 && size >= kSize && offset <= size - kSize;
@@ -54,8 +54,8 @@ struct DirectMemory {
   char* address;
 };
 
-ox_zblock_t descriptorOf(const DirectMemory& block) {
-  // The capacity of a Java buffer is an int.
+ox_zblock_t makeDescriptor(const DirectMemory& block) {
+  // The size fits, because the capacity of a Java buffer is an int.
   return {static_cast<std::uint32_t>(block.size), block.address};
 }
 
@@ -65,8 +65,8 @@ bool isReadable(const ox_zblock_t& block) {
          (block.ptr || block.size == 0);
 }
 
-// Binds an unbound record. Returns false, after the line for `step` and with the record unbound, if
-// a reference cannot be made.
+// Binds an unbound record. If a reference cannot be made, writes the line for `step`, leaves the
+// record unbound and returns false.
 bool bind(JNIEnv* env, ZBlockData& record, ox_zblock_t* descriptor, jobject zblock, jobject buffer,
           const char* step) REQUIRES(JEnv::spInstance->zblockMutex) {
   record.zblock = descriptor;
@@ -83,7 +83,7 @@ jint newBlock(JNIEnv* env, JEnv& classes, jobject holder, jobject buffer, jobjec
   const DirectMemory block(env, buffer);
   if (!block.isPresent()) return OX_ERR_INVALIDARGUMENT;
   NewZBlock record(env);
-  auto descriptor = std::make_unique<ox_zblock_t>(descriptorOf(block));
+  auto descriptor = std::make_unique<ox_zblock_t>(makeDescriptor(block));
   if (!bind(env, *record.get(), descriptor.get(), zblock, buffer, kSetRef)) return OX_ERR_INTERNAL;
   record->owned = true;
   record.insertInto(ZBlockData::sZBlockMap, descriptor.release());
@@ -91,13 +91,13 @@ jint newBlock(JNIEnv* env, JEnv& classes, jobject holder, jobject buffer, jobjec
 }
 
 jobject newBuffer(JNIEnv* env, const ox_zblock_t& block) {
-  // An empty buffer has an address, too.
+  // NewDirectByteBuffer requires an address even for 0 bytes.
   static char empty;
   return env->NewDirectByteBuffer(block.ptr ? block.ptr : &empty, block.size);
 }
 
-// Gives the Java `ZBlock` a buffer over the block; null if there is no block, or no buffer can be
-// made.
+// Calls `setData` of the Java `ZBlock` with a buffer over the block; with null if there is no
+// block, or if no buffer can be made and no exception is pending.
 void setData(JNIEnv* env, const JEnv& classes, jobject zblock, const ox_zblock_t* block) {
   constexpr char kSetData[] = OXLI_STEP("zblock_1wrap set data");
   if (!zblock || exceptionPending(env)) return;
@@ -107,8 +107,8 @@ void setData(JNIEnv* env, const JEnv& classes, jobject zblock, const ox_zblock_t
   static_cast<void>(reportIfPending(env, kSetData));
 }
 
-// Returns a new record whose handle the holder has received, registered under the descriptor; null
-// if the holder throws.
+// Makes a record, stores its handle in the holder and registers it under the descriptor. Returns
+// null if the holder throws.
 ZBlockData* newBinding(JNIEnv* env, const JEnv& classes, jobject holder, ox_zblock_t* descriptor)
     REQUIRES(JEnv::spInstance->zblockMutex) {
   NewZBlock record(env);
@@ -127,8 +127,8 @@ void wrapBlock(JNIEnv* env, JEnv& classes, jobject payload, jobject holder, jobj
 
   const ZBlockLock lock(classes);
   auto* record = fromHandle<ZBlockData>(handle);
-  // Before the new descriptor is looked at: whatever it is, the binding must not stay with the
-  // message that it was found in.
+  // The record is unbound before the new descriptor is read: even if that is invalid, the record
+  // must not remain bound to the earlier message.
   if (record) record->unbind(env);
   ox_zblock_t* const descriptor = memory.descriptorAt(offset);
   const auto block = descriptor ? load<ox_zblock_t>(descriptor) : ox_zblock_t{};
@@ -146,7 +146,7 @@ jint rebindBlock(JNIEnv* env, JEnv& classes, jobject buffer, ZBlockData* record)
   if (!block.isPresent()) return OX_ERR_INVALIDARGUMENT;
   GlobalRef replaced;
   if (!replaced.acquire(env, buffer, OXLI_STEP("zblock_1rebind buffer"))) return OX_ERR_INTERNAL;
-  *record->zblock = descriptorOf(block);
+  *record->zblock = makeDescriptor(block);
   record->jbuffer.swap(replaced);
   replaced.release(env);
   return OX_ERR_OK;
@@ -187,7 +187,7 @@ JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1unwrap(JNIEnv
   ox_zblock_t* const destination =
       record && record->zblock ? DirectMemory(env, payload).descriptorAt(offset) : nullptr;
   if (!destination) return -1;
-  // They may overlap: the descriptor of a wrapped block lies in a payload.
+  // Source and destination may overlap, because the descriptor of a wrapped block is in a payload.
   std::memmove(destination, record->zblock, sizeof(ox_zblock_t));
   return 0;
 }

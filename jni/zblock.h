@@ -14,9 +14,9 @@ namespace oxli::jni {
 // Binds a Java `ZBlock` to the descriptor of a block of bytes outside the payload of a message. The
 // Java handle is the address of this record and owns it.
 //
-// Records, and descriptors in payloads, are read and written under zblockMutex, except by
-// `zblock_unwrap`, which locks nothing: the lock of the Java object serialises its use of the
-// record. A holder is for one thread at a time: its handle is read before zblockMutex is locked.
+// zblockMutex guards the records and the descriptors in payloads. `zblock_unwrap` does not acquire
+// it: the lock of the Java object serialises its use of the record. Only one thread at a time may
+// use the Java object that stores a handle, which is read before zblockMutex is locked.
 struct ZBlockData {
   // Releases the references, removes the entry of the descriptor, and frees the descriptor if it is
   // owned. The record may be bound again.
@@ -24,14 +24,14 @@ struct ZBlockData {
   // Unbinds and deletes the record.
   void retire(JNIEnv* env) REQUIRES(JEnv::spInstance->zblockMutex);
 
-  // In a payload, where it may be read and written while the message lasts, or owned by the record;
-  // null while the record is unbound.
+  // The record owns it, or it is in a payload and valid as long as the message. Null while the
+  // record is unbound.
   ox_zblock_t* zblock = nullptr;
   GlobalRef jzblock;
-  GlobalRef jbuffer;  // over the memory that the binding depends on
+  GlobalRef jbuffer;  // keeps the block, or the payload of the descriptor, reachable
   bool owned = false;
 
-  // The records by the descriptor of their first binding. Owns nothing.
+  // Maps the descriptor of the first binding of a record to the record. Owns no record.
   static Registry<ox_zblock_t, ZBlockData> sZBlockMap GUARDED_BY(JEnv::spInstance->zblockMutex);
 };
 

@@ -1,5 +1,5 @@
-// Keeps C++ exceptions inside the library: neither the virtual machine nor the gateway library can
-// be unwound through.
+// Keeps C++ exceptions inside the library: they must not unwind the frames of the virtual machine
+// or of the gateway library.
 #ifndef OXLI_JNI_BASE_BOUNDARY_H
 #define OXLI_JNI_BASE_BOUNDARY_H
 
@@ -8,8 +8,7 @@
 namespace oxli::jni {
 
 // Returns the result of `body`, or `onUnwind` if it throws. Every native, exported function and
-// callback runs its body through this. What the body has acquired is released by its destructors
-// before this returns.
+// callback runs its body through this. The body's destructors have run when this returns.
 template <class Result, class Body>
 Result atBoundary(Result onUnwind, Body&& body) noexcept {
   try {
@@ -19,7 +18,7 @@ Result atBoundary(Result onUnwind, Body&& body) noexcept {
   }
 }
 
-// The same for a body without a result.
+// Runs `body`, which has no result. Discards an exception that it throws.
 template <class Body>
 void atBoundary(Body&& body) noexcept {
   try {

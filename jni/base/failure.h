@@ -1,16 +1,25 @@
 // Reports failed Java steps: one line on standard error names the step, and the exception stays
-// pending for the Java caller. Nothing here clears or describes an exception.
+// pending for the Java caller. The library neither clears nor describes an exception.
 //
-// A step is made only while no exception is pending. A step that finds one counts as failed, with
-// the same line and result: a callback of the gateway call before it has left the exception, or the
-// native caller of an exported function. Message delivery alone writes no line then, because it
-// refuses every further message of a gateway call for the exception of an earlier one.
+// A step runs only while no exception is pending. If a callback of the preceding gateway call, or
+// the native caller of an exported function, has left one, the step counts as failed, with the same
+// line and result.
+//
+// These failures write no line:
+// - An exception that is pending when ListenerCB or oxjni_lsn_cacheget is entered: every later
+//   message of the gateway call would repeat the line.
+// - An exception of `onMessage` or `onExitEvent`.
+// - getNulls of stream data, and writing into its array.
+// - create_field_desc and getHints, except for the steps of a nested message.
+// - Creating the result of the natives `..._getname` and `msg_dump`, and all of `scheme_getstr`.
+//
+// Opening the environment writes a line of its own for a missing class or method.
 #ifndef OXLI_JNI_BASE_FAILURE_H
 #define OXLI_JNI_BASE_FAILURE_H
 
 #include <jni.h>
 
-// The name of a step of a native of OxliImpl.
+// Makes the name of a step in a native of OxliImpl.
 #define OXLI_STEP(step) "Java_org_quendel_oxli_impl_OxliImpl_" step
 
 namespace oxli::jni {
@@ -26,23 +35,23 @@ namespace oxli::jni {
 // Writes the line for `step`.
 void reportFailure(const char* step) noexcept;
 
-// Returns whether an exception is pending, after writing the line for `step` if so.
+// Writes the line for `step` and returns true if an exception is pending.
 [[nodiscard]] inline bool reportIfPending(JNIEnv* env, const char* step) noexcept {
   if (!exceptionPending(env)) return false;
   reportFailure(step);
   return true;
 }
 
-// Returns whether `made` is null, after writing the line for `step` if so. For steps that return
-// null exactly when they fail, which need no look for an exception.
+// Writes the line for `step` and returns true if `made` is null. Suffices for steps that return
+// null exactly when they fail.
 [[nodiscard]] inline bool reportIfNull(const void* made, const char* step) noexcept {
   if (made) return false;
   reportFailure(step);
   return true;
 }
 
-// Returns whether an exception is pending or `made` is null, after writing the line for `step` if
-// so. For constructors and array creation.
+// Writes the line for `step` and returns true if an exception is pending or `made` is null. Used
+// after constructors, array creation and lookups.
 [[nodiscard]] inline bool reportIfNotMade(JNIEnv* env, const void* made,
                                           const char* step) noexcept {
   return reportIfPending(env, step) || reportIfNull(made, step);

@@ -1,5 +1,5 @@
-// Brackets the gateway calls on connections and listeners: while one is in progress, callbacks find
-// out that a thread is inside, and the records that they use stay in memory.
+// Tracks the gateway calls on connections and listeners. While a call is in progress, callbacks can
+// tell that a thread is inside it, and the records that they use stay in memory.
 #ifndef OXLI_JNI_BASE_GATEWAY_CALL_H
 #define OXLI_JNI_BASE_GATEWAY_CALL_H
 
@@ -12,9 +12,9 @@ namespace oxli::jni {
 
 class GatewayCalls;
 
-// A record that is freed with its last pin. It is made with one pin, that of its owner: the
-// registry, or the operation that is about to register it. Calls in progress add theirs, so a
-// subscriber may destroy the object whose gateway call it runs in.
+// A record that is deleted with its last pin. It is created with one pin, which belongs to its
+// owner: the registry, or the operation that is about to register it. Gateway calls in progress add
+// pins, so a subscriber may destroy the object of the gateway call that it runs in.
 class PinnedRecord {
  public:
   PinnedRecord() = default;
@@ -27,11 +27,12 @@ class PinnedRecord {
     if (pins_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
   }
 
-  // Counts the calls that may use the record, those on its connection; null if it has none.
+  // Returns the counter of the gateway calls that may use the record: the counter of its
+  // connection, or null if it has no connection.
   virtual GatewayCalls* calls() noexcept = 0;
 
-  // The JNIEnv of the thread that is inside a gateway call on this record, or null. Written by
-  // GatewayCall alone.
+  // The JNIEnv of the thread that is inside a gateway call on this record, or null. Only
+  // GatewayCall writes it.
   std::atomic<JNIEnv*> env{nullptr};
 
  private:
@@ -53,10 +54,10 @@ class Pin {
   PinnedRecord& record_;
 };
 
-// Counts the gateway calls in progress on one connection and its listeners. The gateway may hand a
-// batch of messages over during a call, and go on with it after a callback has destroyed a listener
-// of the batch: the records of destroyed listeners are therefore unpinned between calls only.
-// Thread-safe. Takes its lock only while there are such records.
+// Counts the gateway calls in progress on one connection and its listeners. The gateway may deliver
+// a batch of messages in a call, and continue after a callback has destroyed a listener of the
+// batch. The records of destroyed listeners are therefore unpinned only while no call is in
+// progress. Thread-safe. Acquires its lock only to add or unpin such records.
 class GatewayCalls {
  public:
   void enter() noexcept { inProgress_.fetch_add(1); }
@@ -73,7 +74,8 @@ class GatewayCalls {
       record.nextRetired_ = retired_.load();
       retired_.store(&record);
     }
-    // After the store, so that either this or the last call that leaves sees the other.
+    // The store precedes this load, and leave() decrements before it loads: one of the two sees the
+    // change of the other.
     if (inProgress_.load() == 0) unpinRetired();
   }
 
@@ -82,7 +84,7 @@ class GatewayCalls {
     PinnedRecord* next = nullptr;
     {
       const std::lock_guard<std::mutex> lock(mutex_);
-      // A call that has begun meanwhile may have added records that it still uses.
+      // A call that has begun meanwhile may still use records that were added during it.
       if (inProgress_.load() > 0) return;
       next = retired_.exchange(nullptr);
     }
@@ -97,27 +99,28 @@ class GatewayCalls {
   std::mutex mutex_;
 };
 
-// Brackets one gateway call: stores the calling thread's JNIEnv in the record, and restores what it
-// found there, unless another thread has entered meanwhile, whose JNIEnv stays. Brackets nest.
+// Stores the calling thread's JNIEnv in the record for the scope of one gateway call, and pins the
+// record. The destructor restores the earlier JNIEnv, unless another thread has stored its own
+// meanwhile. Scopes may nest.
 class GatewayCall {
  public:
   GatewayCall(PinnedRecord& record, JNIEnv* env)
-      : pin_(record), record_(record), entered_(env), found_(record.env.load()) {
+      : pin_(record), record_(record), env_(env), earlierEnv_(record.env.load()) {
     if (GatewayCalls* const calls = record_.calls()) calls->enter();
-    record_.env.store(entered_);
+    record_.env.store(env_);
   }
   GatewayCall(const GatewayCall&) = delete;
   GatewayCall& operator=(const GatewayCall&) = delete;
   ~GatewayCall() {
-    record_.env.compare_exchange_strong(entered_, found_);
+    record_.env.compare_exchange_strong(env_, earlierEnv_);
     if (GatewayCalls* const calls = record_.calls()) calls->leave();
   }
 
  private:
   Pin pin_;
   PinnedRecord& record_;
-  JNIEnv* entered_;
-  JNIEnv* found_;
+  JNIEnv* env_;
+  JNIEnv* earlierEnv_;
 };
 
 }  // namespace oxli::jni

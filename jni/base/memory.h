@@ -1,4 +1,4 @@
-// Native addresses: as Java numbers, and as values that need not be aligned.
+// Converts addresses to Java handles and back, and reads values at unaligned addresses.
 #ifndef OXLI_JNI_BASE_MEMORY_H
 #define OXLI_JNI_BASE_MEMORY_H
 

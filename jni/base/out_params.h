@@ -9,8 +9,8 @@
 
 namespace oxli::jni {
 
-// Calls `set` of an IntRef with a jint, or of an ObjRef with a jlong. Returns OX_ERR_OK, or
-// OX_ERR_INTERNAL after the line for `step`.
+// Calls `set` of an IntRef with a jint, or of an ObjRef with a jlong. Returns OX_ERR_OK. Writes the
+// line for `step` and returns OX_ERR_INTERNAL if an exception is pending or `set` throws.
 template <class Value>
 [[nodiscard]] jint setOutParam(JNIEnv* env, jobject holder, jmethodID set, Value value,
                                const char* step) {

@@ -1,5 +1,5 @@
-// Java references whose type says who owns them: GlobalRef is owned by a record or cache, LocalRef
-// by its scope. A plain `jobject` is borrowed for the duration of a call.
+// Java references whose types state the owner: a record or cache owns a GlobalRef, a scope owns a
+// LocalRef. A parameter of type `jobject` belongs to the caller.
 #ifndef OXLI_JNI_BASE_REFERENCES_H
 #define OXLI_JNI_BASE_REFERENCES_H
 
@@ -11,17 +11,18 @@
 
 namespace oxli::jni {
 
-// Owns a global reference, or nothing. The destructor deletes nothing, because records that are
-// still registered when the process ends have no JNIEnv to delete with: call release() before.
+// Owns a global reference, or null. Call release() before destruction: the destructor deletes no
+// reference, because no JNIEnv is available for records that are still registered when the library
+// is unloaded.
 class GlobalRef {
  public:
   GlobalRef() = default;
   GlobalRef(const GlobalRef&) = delete;
   GlobalRef& operator=(const GlobalRef&) = delete;
 
-  // Makes a global reference to `object`; none if it is null. Returns false, after the line for
-  // `step`, if an exception is pending or the reference cannot be made.
-  // REQUIRES: this object owns nothing.
+  // Makes a global reference to `object`, unless that is null. Writes the line for `step` and
+  // returns false if an exception is pending or the reference cannot be made.
+  // REQUIRES: this object owns null.
   [[nodiscard]] bool acquire(JNIEnv* env, jobject object, const char* step) {
     if (reportIfPending(env, step)) return false;
     if (!object) return true;
@@ -31,7 +32,7 @@ class GlobalRef {
 
   // Deletes the reference. Legal with an exception pending.
   void release(JNIEnv* env) {
-    // Cleared first, so that no callback finds a deleted reference.
+    // The member is cleared first, so that no callback finds a deleted reference.
     if (const jobject ref = std::exchange(ref_, nullptr)) env->DeleteGlobalRef(ref);
   }
 
@@ -43,8 +44,8 @@ class GlobalRef {
   jobject ref_ = nullptr;
 };
 
-// Owns a local reference, or null, and deletes it at the end of the scope, so that a gateway call
-// that delivers many messages leaves none behind:
+// Owns a local reference, or null, and deletes it at the end of the scope, so that references do
+// not accumulate in a gateway call that delivers many messages:
 //
 //   const LocalRef<jobject> scheme(env, env->CallObjectMethod(listener, getScheme));
 template <class T>

@@ -1,4 +1,4 @@
-// Says in the code which lock guards what, for clang's -Wthread-safety; empty for other compilers.
+// Declares which lock guards which data, for clang's -Wthread-safety. Empty for other compilers.
 #ifndef OXLI_JNI_BASE_THREAD_ANNOTATIONS_H
 #define OXLI_JNI_BASE_THREAD_ANNOTATIONS_H
 

@@ -5,8 +5,8 @@
 
 #include "jni/base/references.h"
 
-// glibc 2.34 gave these functions a second version when it moved them from libpthread. The first
-// one, which glibc still has, lets the library run on older systems.
+// glibc 2.34 added a second version of these functions when it moved them from libpthread. The
+// first version, which it still contains, lets the library run on older systems.
 #if defined(__x86_64__) && defined(__GLIBC__)
 __asm__(".symver pthread_mutexattr_init, pthread_mutexattr_init@GLIBC_2.2.5");
 __asm__(".symver pthread_mutexattr_settype, pthread_mutexattr_settype@GLIBC_2.2.5");
@@ -28,7 +28,7 @@ struct MethodRow {
 };
 
 bool resolveClass(JNIEnv* env, std::vector<jclass>& refs, jclass& cls, const char* name) {
-  // Before the reference is made, so that the vector owns every reference that exists.
+  // Memory is reserved before the reference is made, so that storing the reference cannot fail.
   refs.reserve(refs.size() + 1);
   const LocalRef<jclass> found(env, env->FindClass(name));
   if (found.get()) cls = static_cast<jclass>(env->NewGlobalRef(found.get()));

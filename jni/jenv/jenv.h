@@ -1,5 +1,6 @@
-// The class cache: every Java class, constructor and method that the library uses, looked up once,
-// when the environment is opened. The blocks below are the contract with the Java side.
+// The class cache: the Java classes, constructors and methods that the library uses while the
+// environment is open, looked up once, when it is opened. The Java side must provide what the
+// blocks below list.
 #ifndef OXLI_JNI_JENV_JENV_H
 #define OXLI_JNI_JENV_JENV_H
 
@@ -10,19 +11,20 @@
 
 namespace oxli::jni {
 
-// Exists exactly while the environment is open. Made and deleted on the threads that open and close
-// the environment, while no other native runs; read by any thread, without a lock, in between.
-// Carries the mutexes of the four registries too, because they are needed for the same time.
+// Exists exactly while the environment is open. The threads that open and close the environment
+// create and delete it while no other native runs; meanwhile, any thread reads it without a lock.
+// Also contains the mutexes of the four registries, which are needed for the same time.
 struct JEnv {
   // Publishes this object as spInstance, then initialises the mutexes.
   JEnv();
-  // Sets spInstance to null, then destroys the mutexes. Deletes no reference: call done() before.
+  // Sets spInstance to null, then destroys the mutexes. Call done() before: this deletes no
+  // reference.
   ~JEnv();
   JEnv(const JEnv&) = delete;
   JEnv& operator=(const JEnv&) = delete;
 
-  // Fills every block. Returns false at the first class or method that is missing, after naming it
-  // on standard error, with the exception of the lookup pending. REQUIRES: a new object.
+  // Fills every block. At the first class or method that is missing, names it on standard error and
+  // returns false, with the exception of the lookup pending. REQUIRES: the blocks are empty.
   [[nodiscard]] bool init(JNIEnv* env);
   // Deletes the references of all blocks. Legal with an exception pending.
   void done(JNIEnv* env);
@@ -30,7 +32,7 @@ struct JEnv {
   // The only object, or null while the environment is closed. Not atomic: opening and closing the
   // environment must not overlap other natives.
   static JEnv* spInstance;
-  // The virtual machine that opened the environment last.
+  // The virtual machine of the latest opening of the environment.
   static JavaVM* spVm;
 
   // Locked through jni/jenv/locks.h.
@@ -40,7 +42,7 @@ struct JEnv {
   pthread_mutex_t pubMutex;
   pthread_mutexattr_t mutexAttr;
 
-  // Every class reference below, in the order of creation; owns them.
+  // Owns the class references of all blocks, in the order of their lookup.
   std::vector<jclass> classRefs;
 
   struct class_String {

@@ -1,6 +1,7 @@
-// Locks the registries, each for a scope. The mutexes are recursive: a subscriber may call natives
-// that lock from inside a native that has locked. Lock order: lsnMutex before connMutex. Both are
-// held across gateway calls, so callbacks may acquire further locks.
+// Each class locks one registry for a scope. The mutexes are recursive, because a subscriber that
+// runs inside a native with a locked registry may call natives that lock it again. Lock order:
+// lsnMutex before connMutex. Both stay locked during gateway calls, so callbacks may acquire
+// further locks.
 #ifndef OXLI_JNI_JENV_LOCKS_H
 #define OXLI_JNI_JENV_LOCKS_H
 

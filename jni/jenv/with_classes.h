@@ -12,8 +12,8 @@
 
 namespace oxli::jni {
 
-// Returns the result code of `body`, which receives the class cache. Returns OX_ERR_INVALIDSTATE,
-// before anything else, while the environment is closed.
+// Returns the result code of `body`, which receives the class cache. While the environment is
+// closed, returns OX_ERR_INVALIDSTATE without running it. Returns OX_ERR_INTERNAL if it throws.
 template <class Body>
 jint resultWithClasses(Body&& body) noexcept {
   return atBoundary<jint>(OX_ERR_INTERNAL, [&]() -> jint {
@@ -22,7 +22,8 @@ jint resultWithClasses(Body&& body) noexcept {
   });
 }
 
-// The same for a body that returns an object: null while the environment is closed.
+// Returns the object that `body` returns; null while the environment is closed, or if `body`
+// throws.
 template <class Object = jobject, class Body>
 Object objectWithClasses(Body&& body) noexcept {
   return atBoundary<Object>(nullptr, [&]() -> Object {
@@ -31,7 +32,7 @@ Object objectWithClasses(Body&& body) noexcept {
   });
 }
 
-// The same for a body without a result.
+// Runs `body`, which has no result; does nothing while the environment is closed.
 template <class Body>
 void runWithClasses(Body&& body) noexcept {
   atBoundary([&] {

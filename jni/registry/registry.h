@@ -1,8 +1,8 @@
-// The registries: each finds the record of a gateway handle. What all object kinds share stands
-// here; it knows no record type.
+// Registries map gateway handles to records. This header is shared by all kinds of objects and
+// depends on no record type.
 //
-// An entry owns its record, unless the record's own header says otherwise. Whoever removes an entry
-// retires its record: releases its references, then its memory.
+// An entry owns its record, unless the header of the record type states otherwise. Code that
+// removes an entry also retires its record: it releases its references, then its memory.
 #ifndef OXLI_JNI_REGISTRY_REGISTRY_H
 #define OXLI_JNI_REGISTRY_REGISTRY_H
 
@@ -16,7 +16,7 @@
 
 namespace oxli::jni {
 
-// Read and written only while the registry's mutex is held.
+// REQUIRES: every access is made while the mutex of the registry is locked.
 template <class Handle, class Record>
 using Registry = std::map<Handle*, Record*>;
 
@@ -34,7 +34,7 @@ class NewRecord {
   }
   NewRecord(const NewRecord&) = delete;
   NewRecord& operator=(const NewRecord&) = delete;
-  // REQUIRES: the lock that retiring a record of its kind requires.
+  // REQUIRES: the lock that retire() of the record requires.
   ~NewRecord() NO_THREAD_SAFETY_ANALYSIS {
     if (record_) record_->retire(env_);
   }
@@ -44,7 +44,7 @@ class NewRecord {
   // Transfers the record to the caller.
   Record* release() { return std::exchange(record_, nullptr); }
 
-  // Inserts the entry. An existing entry of the handle stays. Call once.
+  // Inserts the entry, unless the handle already has one. Call once.
   void insertInto(Registry<Handle, Record>& registry, Handle* handle) {
     entry_.key() = handle;
     registry.insert(std::move(entry_));
