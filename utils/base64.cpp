@@ -12,13 +12,13 @@ namespace {
 
 std::mutex tableMutex;
 
-unsigned char byteAt(const char* text, unsigned long position) {
-  return static_cast<unsigned char>(text[position]);
+unsigned char byteAt(const char* bytes, unsigned long position) {
+  return static_cast<unsigned char>(bytes[position]);
 }
 
 }  // namespace
 
-// Not a string literal, whose terminating zero does not fit.
+// The terminating zero of a string literal would not fit into the array.
 const char Base64::encoding_table[64] = {
     'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 'M', 'N', 'O', 'P',
     'Q', 'R', 'S', 'T', 'U', 'V', 'W', 'X', 'Y', 'Z', 'a', 'b', 'c', 'd', 'e', 'f',
@@ -29,16 +29,16 @@ unsigned char* Base64::decoding_table = nullptr;
 
 unsigned long Base64::encode_len(const char* /*data*/, unsigned long length) {
   const double characters = std::ceil(static_cast<double>(length) / 3.0) * 4.0;
-  // The conversion of such a value is undefined.
+  // The conversion of such a large value is undefined.
   if (characters >= 0x1p64) return std::numeric_limits<unsigned long>::max();
   return static_cast<unsigned long>(characters);
 }
 
-unsigned long Base64::decode_len(const char* text, unsigned long length) {
+unsigned long Base64::decode_len(const char* encoded, unsigned long length) {
   if (length < 4) return 0;
   unsigned long bytes = length / 4 * 3;
-  if (text[length - 1] == '=') --bytes;
-  if (text[length - 2] == '=') --bytes;
+  if (encoded[length - 1] == '=') --bytes;
+  if (encoded[length - 2] == '=') --bytes;
   return bytes;
 }
 
@@ -56,7 +56,7 @@ unsigned long Base64::encode(const char* data, unsigned long length, char* out) 
   return written;
 }
 
-unsigned long Base64::decode(const char* text, unsigned long length, char* out) {
+unsigned long Base64::decode(const char* encoded, unsigned long length, char* out) {
   const unsigned char* table = __atomic_load_n(&decoding_table, __ATOMIC_ACQUIRE);
   if (!table) {
     build_decoding_table();
@@ -64,11 +64,11 @@ unsigned long Base64::decode(const char* text, unsigned long length, char* out) 
   }
   if (!table || length % 4 != 0) return 0;
 
-  const unsigned long size = decode_len(text, length);
+  const unsigned long size = decode_len(encoded, length);
   unsigned long written = 0;
   for (unsigned long i = 0; i < length; i += 4) {
     std::uint32_t group = 0;
-    for (unsigned long j = i; j < i + 4; ++j) group = group << 6 | table[byteAt(text, j)];
+    for (unsigned long j = i; j < i + 4; ++j) group = group << 6 | table[byteAt(encoded, j)];
     for (int shift = 16; shift >= 0 && written < size; shift -= 8) {
       out[written++] = static_cast<char>(group >> shift & 255u);
     }

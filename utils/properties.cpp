@@ -16,7 +16,7 @@ Properties& Properties::operator=(Properties&&) noexcept = default;
 Properties::~Properties() = default;
 
 bool Properties::parse(const std::string& input) {
-  // A copy, because the input may be one of the values that are replaced below.
+  // Copies the input, because it may be one of the values that are replaced below.
   // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
   const std::string settings = input;
   ParserState state = Key;
@@ -54,10 +54,10 @@ bool Properties::parse(const std::string& input) {
       token.clear();
       state = Value;
     } else if (state == Key && c == ';') {
-      // The token is kept: its characters begin the next key.
+      // The token is not cleared: its characters become the start of the next key.
       if (!token.empty()) wellFormed = false;
     } else if (state == Value && c == ';') {
-      // The pair is complete and stored below.
+      // The pair is complete; the code below stores it.
     } else if (state == Value && c == '"' && previous == '=') {
       enter(Quoted);
     } else if (state == Quoted && c == '"') {

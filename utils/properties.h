@@ -18,15 +18,16 @@ class OXUTILS_API IDictionary {
   virtual ~IDictionary();
 };
 
-// A settings string as a dictionary, in byte order of the keys:
+// Parses settings strings into a dictionary, sorted by the bytes of the keys:
 //
 //   host=gate1;password="a;b";scheme=?{name=quotes;fields=?{...}}
 //
-// Pairs are separated by ";". A value may be put in double quotes so that it can contain ";", and
-// may contain blocks "?{...}", which stay unparsed: parse one by giving the characters between its
-// braces to another Properties. A backslash escapes a double quote. Before any other character it
-// stays in the value, and inside quotes and blocks a ";" after it is dropped. In keys it is an
-// ordinary character, as blanks are everywhere.
+// ";" separates pairs. A value in double quotes may contain ";". A value may contain blocks
+// "?{...}", which are not parsed: to parse a block, pass the characters between its braces to
+// another Properties. In a value, a double quote after a backslash is part of the value, and the
+// backslash is not. A backslash before any other character is part of the value; inside quotes and
+// blocks, a ";" after a backslash is omitted. In keys a backslash has no special meaning; blanks
+// have none anywhere.
 //
 // Not thread-safe: one object is for one thread at a time.
 class OXUTILS_API Properties : public std::map<std::string, std::string>, public IDictionary {
@@ -41,14 +42,15 @@ class OXUTILS_API Properties : public std::map<std::string, std::string>, public
   ~Properties() override;
 
   // Adds the pairs of `settings`, replacing the values of keys that exist. Returns false if the
-  // string is malformed: `lastError` names the remaining characters, and the pairs before the fault
-  // have been added. Throws std::bad_alloc.
+  // string is malformed. The other pairs are added even then, also those after the fault:
+  // "a;b=1;c=2" adds `ab` and `c`. `lastError` then contains the key and value that were not
+  // stored, if there are any, and the whole string. Throws std::bad_alloc if memory runs out.
   bool parse(const std::string& settings);
 
   bool has(const std::string& key) const override;
   const std::string& get(const std::string& key) const override;
 
-  // The message of the latest parse that failed. A later success leaves it.
+  // The message of the latest parse that failed; a successful parse does not change it.
   std::string lastError;
 };
 

@@ -32,24 +32,25 @@ class Converter {
 
   explicit operator bool() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }
 
-  // Subtracts the bytes written from `outRoom`. Returns false unless all of `in` is converted.
-  bool convert(char* in, std::size_t inSize, char* out, std::size_t& outRoom) {
-    return iconv(descriptor_, &in, &inSize, &out, &outRoom) != static_cast<std::size_t>(-1);
+  // Subtracts the number of bytes written from `outSize`. Returns false unless all of `in` is
+  // converted.
+  bool convert(char* in, std::size_t inSize, char* out, std::size_t& outSize) {
+    return iconv(descriptor_, &in, &inSize, &out, &outSize) != static_cast<std::size_t>(-1);
   }
 
  private:
   iconv_t descriptor_;
 };
 
-// `convert` is strtol or strtoul, whose overflow values exceed the limit, too.
+// `convert` is strtol or strtoul. What they return on overflow is out of range, too.
 template <class Convert>
-int read(unsigned int& value, const char* text, int base, Convert convert) {
+int read(unsigned int& value, const char* string, int base, Convert convert) {
   char* end = nullptr;
   errno = 0;
-  const auto number = static_cast<unsigned long>(convert(text, &end, base));
+  const auto number = static_cast<unsigned long>(convert(string, &end, base));
   if (number > UINT32_MAX) return 1;
   // After EINVAL, which reports an invalid base, `end` has no meaning.
-  if (errno == EINVAL || end == text || *end != '\0') return 2;
+  if (errno == EINVAL || end == string || *end != '\0') return 2;
   value = static_cast<unsigned int>(number);
   return 0;
 }
@@ -57,19 +58,19 @@ int read(unsigned int& value, const char* text, int base, Convert convert) {
 }  // namespace
 
 std::string StringUtils::vformat(const char* format, va_list args) {
-  char text[16384 + 1];
-  text[0] = '\0';
-  text[16384] = '\0';
-  static_cast<void>(std::vsnprintf(text, 16384, format, args));
-  return text;
+  char buffer[16384 + 1];
+  buffer[0] = '\0';
+  buffer[16384] = '\0';
+  static_cast<void>(std::vsnprintf(buffer, 16384, format, args));
+  return buffer;
 }
 
 std::string StringUtils::format(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  std::string text = vformat(format, args);
+  std::string formatted = vformat(format, args);
   va_end(args);
-  return text;
+  return formatted;
 }
 
 char* StringUtils::appendParamStr(const char* list, const char* param) {
@@ -90,12 +91,12 @@ std::string StringUtils::int2str(int value) {
   return std::to_string(value);
 }
 
-int StringUtils::str2int(unsigned int& value, const char* text, int base) {
-  return read(value, text, base, std::strtol);
+int StringUtils::str2int(unsigned int& value, const char* string, int base) {
+  return read(value, string, base, std::strtol);
 }
 
-int StringUtils::str2uint32(unsigned int& value, const char* text, int base) {
-  return read(value, text, base, std::strtoul);
+int StringUtils::str2uint32(unsigned int& value, const char* string, int base) {
+  return read(value, string, base, std::strtoul);
 }
 
 std::string StringUtils::getOsVersion() {
@@ -104,7 +105,7 @@ std::string StringUtils::getOsVersion() {
   return std::string(os.sysname) + ' ' + os.release + ' ' + os.version + ' ' + os.machine;
 }
 
-std::string StringUtils::cp1251ToUtf8(char* text, unsigned long length) {
+std::string StringUtils::cp1251ToUtf8(char* string, unsigned long length) {
   // A character of the code page takes at most 3 bytes in UTF-8.
   constexpr std::size_t kMaxBytes = 3;
   Converter converter("UTF8", "CP1251");
@@ -113,15 +114,15 @@ std::string StringUtils::cp1251ToUtf8(char* text, unsigned long length) {
   if (length > buffer.max_size() / kMaxBytes) throw std::bad_alloc();
   buffer.resize(kMaxBytes * length);
   std::size_t unused = buffer.size();
-  if (!converter.convert(text, length, buffer.data(), unused)) return {};
-  // A copy, because the buffer has room for more than the result.
+  if (!converter.convert(string, length, buffer.data(), unused)) return {};
+  // Copies the result, because the buffer is larger.
   return buffer.substr(0, buffer.size() - unused);
 }
 
-unsigned long str_to_ul(const std::string& text) {
-  const bool binary = text.compare(0, 2, "0b") == 0 || text.compare(0, 2, "0B") == 0;
-  return binary ? std::strtoul(text.c_str() + 2, nullptr, 2)
-                : std::strtoul(text.c_str(), nullptr, 0);
+unsigned long str_to_ul(const std::string& string) {
+  const bool binary = string.compare(0, 2, "0b") == 0 || string.compare(0, 2, "0B") == 0;
+  return binary ? std::strtoul(string.c_str() + 2, nullptr, 2)
+                : std::strtoul(string.c_str(), nullptr, 0);
 }
 
 }  // namespace oxutils
