@@ -1,10 +1,10 @@
 // Measures what the library adds to the JNI calls that it cannot avoid. Each comparison runs the
-// library and a floor in turn, within the same iterations, and reports
-//   library_ns, floor_ns   nanoseconds per message
-//   ratio                  library to floor: the figure to look at
-// The floor makes the same gateway and JNI calls with nothing around them: no exception tests and
-// no search for the message object, of which it holds one for each kind. It calls the subscriber
-// through the interface, as the library does.
+// library and a baseline alternately, in the same iterations, and reports
+//   library_ns, baseline_ns   nanoseconds for each message
+//   ratio                     library_ns divided by baseline_ns: the result of the comparison
+// The baseline makes the same gateway and JNI calls without tests for exceptions and without a
+// search for the message object: it has one object for each kind. It calls the subscriber through
+// the interface, as the library does.
 #include <benchmark/benchmark.h>
 #include <jni.h>
 #include <unistd.h>
@@ -38,7 +38,7 @@ using oxli::jni::ListenerData;
 using oxli::jni::toHandle;
 
 constexpr std::size_t kBatch = 1000;
-constexpr std::size_t kMostKinds = 10000;
+constexpr std::size_t kMaxKinds = 10000;
 
 JNIEnv* env = nullptr;
 
@@ -70,40 +70,40 @@ double seconds(Body&& body) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Sums up the times of both paths and sets the counters.
+// Adds up the times of the library and of the baseline, and sets the counters.
 class Comparison {
  public:
   // Adds one iteration.
-  void add(benchmark::State& state, double library, double floor) {
+  void add(benchmark::State& state, double library, double baseline) {
     library_ += library;
-    floor_ += floor;
+    baseline_ += baseline;
     state.SetIterationTime(library);
   }
-  void report(benchmark::State& state, std::size_t messagesPerIteration) const {
+  void setCounters(benchmark::State& state, std::size_t messagesPerIteration) const {
     const double messages =
         static_cast<double>(state.iterations()) * static_cast<double>(messagesPerIteration);
     state.counters["library_ns"] = library_ / messages * 1e9;
-    state.counters["floor_ns"] = floor_ / messages * 1e9;
-    state.counters["ratio"] = library_ / floor_;
+    state.counters["baseline_ns"] = baseline_ / messages * 1e9;
+    state.counters["ratio"] = library_ / baseline_;
   }
 
  private:
   double library_ = 0;
-  double floor_ = 0;
+  double baseline_ = 0;
 };
 
-// Everything that the benchmarks share.
+// The gateway and Java objects that the benchmarks share.
 struct Objects {
   jstring empty = static_cast<jstring>(env->NewGlobalRef(env->NewStringUTF("")));
   jobject jconn = make("org/quendel/oxli/Connection", "(J)V");
   jobject jlsn = make("org/quendel/oxli/Listener", "(J)V");
   jobject subscriber = make("org/quendel/oxli/SilentSubscriber");
   jobject outgoing = nullptr;
-  std::vector<jobject> floorObjects;  // by index
+  std::vector<jobject> baselineObjects;  // the baseline's messages, by index
   jlong connection = 0;
   jlong listener = 0;
   jlong publisher = 0;
-  ox_listener_t* floorListener = nullptr;
+  ox_listener_t* baselineListener = nullptr;
 
   Objects() {
     require(OXLI(env_1open)(env, nullptr, empty) == OX_ERR_OK, "env_open");
@@ -114,11 +114,12 @@ struct Objects {
       return OXLI(lsn_1new)(env, nullptr, connection, empty, subscriber, ref, jconn, jlsn);
     });
     require(OXLI(lsn_1open)(env, nullptr, listener, empty) == OX_ERR_OK, "lsn_open");
-    require(ox_lsn_new(native(), "", &Objects::floorCallback, this, &floorListener) == OX_ERR_OK,
-            "ox_lsn_new");
+    require(
+        ox_lsn_new(native(), "", &Objects::baselineCallback, this, &baselineListener) == OX_ERR_OK,
+        "ox_lsn_new");
     publisher = newPublisher("stream=other;scheme=?{messages=m;message.m=?{fields=f:c32}}");
     outgoing = newMessage();
-    for (std::size_t i = 0; i < kMostKinds; ++i) floorObjects.push_back(newMessage());
+    for (std::size_t i = 0; i < kMaxKinds; ++i) baselineObjects.push_back(newMessage());
     process();
   }
 
@@ -145,21 +146,21 @@ struct Objects {
     require(OXLI(conn_1process)(env, nullptr, connection, 0) == OX_ERR_OK, "conn_process");
   }
 
-  static int floorCallback(ox_conn_t*, ox_listener_t* lsn, ox_msg_t* msg, void* data) {
+  static int baselineCallback(ox_conn_t*, ox_listener_t* lsn, ox_msg_t* msg, void* data) {
     const Objects& objects = *static_cast<Objects*>(data);
     const JEnv& classes = *JEnv::spInstance;
     const auto& record = *reinterpret_cast<ox_msg_data_t*>(msg);
     ox_scheme_desc_t* scheme = nullptr;
     ox_lsn_getscheme(lsn, &scheme);
-    const jobject to = objects.floorObjects[record.msg_index];
+    const jobject message = objects.baselineObjects[record.msg_index];
     const jobject buffer = env->NewDirectByteBuffer(msg->data, static_cast<jlong>(msg->data_size));
-    env->CallVoidMethod(to, classes.message.setData, buffer);
+    env->CallVoidMethod(message, classes.message.setData, buffer);
     const jstring address = env->NewStringUTF(record.addr);
-    env->CallVoidMethod(to, classes.dataMessage.setUserId, static_cast<jint>(record.user_id));
-    env->CallVoidMethod(to, classes.dataMessage.setAddress, address);
-    env->CallVoidMethod(to, classes.message.setRef, toHandle(msg));
+    env->CallVoidMethod(message, classes.dataMessage.setUserId, static_cast<jint>(record.user_id));
+    env->CallVoidMethod(message, classes.dataMessage.setAddress, address);
+    env->CallVoidMethod(message, classes.message.setRef, toHandle(msg));
     const jint result = env->CallIntMethod(objects.subscriber, classes.subscriber.onMessage,
-                                           objects.jconn, objects.jlsn, to);
+                                           objects.jconn, objects.jlsn, message);
     env->DeleteLocalRef(address);
     env->DeleteLocalRef(buffer);
     return result;
@@ -183,9 +184,9 @@ ox_msg_data_t dataRecord(std::uint64_t index) {
   return msg;
 }
 
-// Delivers messages of as many kinds as the argument says, in a shuffled order.
+// Delivers messages in a shuffled order. The argument is the number of their kinds.
 void deliverData(benchmark::State& state) {
-  const Objects& on = objects();
+  const Objects& shared = objects();
   const auto kinds = static_cast<std::size_t>(state.range(0));
   std::vector<ox_msg_data_t> records;
   for (std::size_t i = 0; i < std::max(kinds, kBatch); ++i) {
@@ -195,47 +196,48 @@ void deliverData(benchmark::State& state) {
   const auto queue = [&](ox_listener_t* lsn) {
     for (const ox_msg_data_t& msg : records) standin::deliver(lsn, &msg.head);
   };
-  ox_listener_t* const lsn = fromHandle<ListenerData>(on.listener)->lsn;
+  ox_listener_t* const lsn = fromHandle<ListenerData>(shared.listener)->lsn;
   queue(lsn);
-  on.process();
-  const auto process = [&] { on.process(); };
+  shared.process();
+  const auto process = [&] { shared.process(); };
   Comparison comparison;
   for (auto _ : state) {
     queue(lsn);
     const double library = seconds(process);
-    queue(on.floorListener);
+    queue(shared.baselineListener);
     comparison.add(state, library, seconds(process));
   }
-  comparison.report(state, records.size());
+  comparison.setCounters(state, records.size());
 }
-BENCHMARK(deliverData)->ArgName("kinds")->Arg(1)->Arg(100)->Arg(kMostKinds)->UseManualTime();
+BENCHMARK(deliverData)->ArgName("kinds")->Arg(1)->Arg(100)->Arg(kMaxKinds)->UseManualTime();
 
 void postData(benchmark::State& state) {
-  const Objects& on = objects();
+  const Objects& shared = objects();
   const JEnv& classes = *JEnv::spInstance;
-  auto* const pub = fromHandle<ox_publisher_t>(on.publisher);
+  auto* const pub = fromHandle<ox_publisher_t>(shared.publisher);
   Comparison comparison;
   for (auto _ : state) {
     const double library = seconds([&] {
       for (std::size_t i = 0; i < kBatch; ++i) {
-        require(OXLI(pub_1post)(env, nullptr, on.publisher, on.outgoing, 0) == OX_ERR_OK,
+        require(OXLI(pub_1post)(env, nullptr, shared.publisher, shared.outgoing, 0) == OX_ERR_OK,
                 "pub_post");
       }
     });
-    const double floor = seconds([&] {
+    const double baseline = seconds([&] {
       for (std::size_t i = 0; i < kBatch; ++i) {
         auto* const msg =
-            fromHandle<ox_msg_data_t>(env->CallLongMethod(on.outgoing, classes.message.getRef));
+            fromHandle<ox_msg_data_t>(env->CallLongMethod(shared.outgoing, classes.message.getRef));
         msg->user_id = static_cast<std::uint32_t>(
-            env->CallIntMethod(on.outgoing, classes.dataMessage.getUserId));
-        env->DeleteLocalRef(env->CallObjectMethod(on.outgoing, classes.dataMessage.getAddress));
-        env->DeleteLocalRef(env->CallObjectMethod(on.outgoing, classes.dataMessage.getRefMessage));
+            env->CallIntMethod(shared.outgoing, classes.dataMessage.getUserId));
+        env->DeleteLocalRef(env->CallObjectMethod(shared.outgoing, classes.dataMessage.getAddress));
+        env->DeleteLocalRef(
+            env->CallObjectMethod(shared.outgoing, classes.dataMessage.getRefMessage));
         require(ox_pub_post(pub, &msg->head, 0) == OX_ERR_OK, "ox_pub_post");
       }
     });
-    comparison.add(state, library, floor);
+    comparison.add(state, library, baseline);
   }
-  comparison.report(state, kBatch);
+  comparison.setCounters(state, kBatch);
 }
 BENCHMARK(postData)->UseManualTime();
 
@@ -248,15 +250,15 @@ double residentMiB() {
 
 // Delivers a million messages in one gateway call. Reports the growth of the resident memory.
 void deliverMillionInOneCall(benchmark::State& state) {
-  const Objects& on = objects();
+  const Objects& shared = objects();
   constexpr std::size_t kMillion = 1000000;
   const ox_msg_data_t msg = dataRecord(0);
-  ox_listener_t* const lsn = fromHandle<ListenerData>(on.listener)->lsn;
+  ox_listener_t* const lsn = fromHandle<ListenerData>(shared.listener)->lsn;
   double growth = 0;
   for (auto _ : state) {
     standin::deliver(lsn, &msg.head, kMillion);
     const double before = residentMiB();
-    on.process();
+    shared.process();
     growth = std::max(growth, residentMiB() - before);
   }
   state.counters["growth_MiB"] = growth;
@@ -264,14 +266,14 @@ void deliverMillionInOneCall(benchmark::State& state) {
 }
 BENCHMARK(deliverMillionInOneCall)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// Converts a scheme of one message with as many fields as the argument says.
+// Converts a scheme of one message. The argument is the number of its fields.
 void convertScheme(benchmark::State& state) {
-  const Objects& on = objects();
+  const Objects& shared = objects();
   std::string fields;
   for (std::int64_t i = 0; i < state.range(0); ++i) fields += ",f" + std::to_string(i) + ":i8";
   const jlong publisher =
-      on.newPublisher("stream=scheme" + std::to_string(state.range(0)) +
-                      ";scheme=?{messages=m;message.m=?{fields=" + fields.substr(1) + "}}");
+      shared.newPublisher("stream=scheme" + std::to_string(state.range(0)) +
+                          ";scheme=?{messages=m;message.m=?{fields=" + fields.substr(1) + "}}");
   const jclass cls = env->FindClass("org/quendel/oxli/Scheme");
   const jmethodID ctor = env->GetMethodID(cls, "<init>", "()V");
   for (auto _ : state) {
@@ -285,7 +287,7 @@ void convertScheme(benchmark::State& state) {
 }
 BENCHMARK(convertScheme)->ArgName("fields")->Arg(16)->Arg(256)->Arg(4096);
 
-// Parses settings of as many pairs as the argument says.
+// Parses a settings string. The argument is the number of its pairs.
 void parseSettings(benchmark::State& state) {
   objects();
   std::string settings;

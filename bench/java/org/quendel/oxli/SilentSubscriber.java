@@ -2,7 +2,7 @@ package org.quendel.oxli;
 
 import org.quendel.oxli.messages.Message;
 
-/** Takes every message and does nothing with it. */
+/** Ignores every message. */
 final class SilentSubscriber implements ISubscriber {
   @Override
   public int onMessage(Connection connection, Listener listener, Message message) {
