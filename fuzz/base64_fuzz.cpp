@@ -6,8 +6,8 @@
 using oxli::fuzz::require;
 using oxutils::Base64;
 
-// Decodes the bytes, then encodes them. Buffers have exactly the size that the codec asks for, so
-// that the sanitizer notices every access past their ends.
+// Decodes the input, encodes it and decodes the encoding again. Buffers have exactly the size that
+// the codec returns, so that the sanitizer notices every access past their ends.
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const char* const input = reinterpret_cast<const char*>(bytes);
 
@@ -24,6 +24,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   require(Base64::decode(encoded.data(), encoded.size(), data.data()) == size);
   require(data == std::vector<char>(input, input + size));
 
-  Base64::base64_cleanup();  // releases what the codec allocated
+  Base64::base64_cleanup();  // releases the decoding table
   return 0;
 }

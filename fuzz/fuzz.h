@@ -5,12 +5,13 @@
 #include <cstdint>
 #include <cstdlib>
 
-// What libFuzzer calls with each input.
+// Checks one input. libFuzzer calls this function.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size);
 
 namespace oxli::fuzz {
 
-// Ends the program, which libFuzzer reports with stack and input.
+// Aborts the program if the condition is false. libFuzzer then prints the stack and saves the
+// input.
 inline void require(bool condition) {
   if (!condition) std::abort();
 }

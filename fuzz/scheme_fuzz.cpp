@@ -13,11 +13,12 @@ namespace {
 using oxli::fuzz::require;
 using standin::Scheme;
 
-constexpr std::size_t kMaxFields = 4096;  // with those of nested messages
+constexpr std::size_t kMaxFields = 4096;  // includes the fields of nested messages
 
-volatile std::size_t sink;  // so that the compiler keeps reads without another effect
+// Receives what is only read to check that it is readable: the compiler must not omit the read.
+volatile std::size_t sink;
 
-void readable(const char* string) {
+void requireString(const char* string) {
   require(string);
   sink = std::strlen(string);
 }
@@ -34,8 +35,8 @@ std::size_t walk(const Node* list, const Check& check) {
 
 void checkHints(const ox_hint_t* hints) {
   walk(hints, [](const ox_hint_t& hint, std::size_t) {
-    readable(hint.key);
-    readable(hint.value);
+    requireString(hint.key);
+    requireString(hint.value);
   });
 }
 
@@ -57,28 +58,28 @@ class Walker {
 
     require(message.num_indices ==
             walk(message.indices, [&](const ox_index_desc_t& index, std::size_t) {
-              readable(index.name);
-              readable(index.desc);
+              requireString(index.name);
+              requireString(index.desc);
               checkHints(index.hints);
               require(index.num_fields ==
                       walk(index.fields, [&](const ox_index_field_desc_t& member, std::size_t) {
                         require(fields.count(member.field) == 1);
                       }));
             }));
-    readable(message.desc);
+    requireString(message.desc);
     checkHints(message.hints);
     totals_[&message] = total;
   }
 
  private:
-  // Returns the number of fields of the nested message, which is listed and walked before.
+  // Returns the number of fields of the nested message, which precedes the message in the list.
   std::size_t field(const ox_field_desc_t& field) const {
-    readable(field.desc);
+    requireString(field.desc);
     const standin::Type type = standin::typeOf(field.type).value_or(standin::Type{});
     require(field.num_values ==
             walk(field.values, [&](const ox_field_value_desc_t& value, std::size_t) {
-              readable(value.name);
-              readable(value.desc);
+              requireString(value.name);
+              requireString(value.desc);
               sink = static_cast<std::size_t>(standin::integerAt(type, value.value));
               sink = static_cast<std::size_t>(standin::integerAt(type, value.int_value));
             }));
