@@ -2,14 +2,14 @@
 set(arguments "")
 foreach(folder IN LISTS FOLDERS)
   file(GLOB_RECURSE files RELATIVE "${folder}" "${folder}/${PATTERN}")
-  # Sorted, because the jar keeps this order and a folder has none.
+  # Sorts the files, because the jar contains them in this order, and a folder has no order.
   list(SORT files)
   foreach(file IN LISTS files)
     string(APPEND arguments "-C \"${folder}\" \"${file}\"\n")
   endforeach()
 endforeach()
 if(arguments STREQUAL "")
-  message(FATAL_ERROR "nothing to put into ${JAR}")
+  message(FATAL_ERROR "no file matches ${PATTERN} for ${JAR} in ${FOLDERS}")
 endif()
 file(WRITE "${WORK}/files.txt" "${arguments}")
 file(WRITE "${WORK}/manifest.txt"

@@ -1,11 +1,12 @@
-# Writes what GraalVM (JSON) and shrinkers (RULES) must be told of the classes, constructors and
-# methods that native code looks up by name: the rows of the class cache in CLASS_CACHE, and the
-# lookups in PASSTHROUGH, whose natives look up by themselves. JNI finds inherited methods, and both
-# want them at the class that declares them: JAVAP finds it in CLASSES, the compiled classes.
+# Lists the classes, constructors and methods that native code looks up by name, in the file JSON
+# for GraalVM and in the file RULES for shrinkers. Reads them from the rows of the class cache in
+# the source CLASS_CACHE, and from the lookups of single natives in the source PASSTHROUGH. JNI
+# finds inherited methods, but both files must name the class that declares a method: the program
+# JAVAP finds it in CLASSES, the folder of the compiled classes.
 cmake_minimum_required(VERSION 3.25)
 
-# In lists, semicolons separate and brackets group: @ ` ' stand for ; [ ] until the files are
-# written.
+# Lists of CMake cannot contain the characters ; [ ] unchanged. They are replaced by @ ` ' until the
+# files are written.
 macro(protect variable)
   string(REPLACE ";" "@" ${variable} "${${variable}}")
   string(REPLACE "[" "`" ${variable} "${${variable}}")
@@ -15,16 +16,16 @@ endmacro()
 macro(read_source variable file)
   file(READ "${file}" ${variable})
   protect(${variable})
-  # Adjacent literals are one string.
+  # Joins adjacent string literals.
   string(REGEX REPLACE "\"[ \n]+\"" "" ${variable} "${${variable}}")
 endmacro()
 
-# type_name(<variable> <rest> <descriptor>): the Java name of the first type of a descriptor, and
-# the remaining descriptor.
+# type_name(<variable> <rest> <descriptor>): stores the Java name of the first type of a descriptor
+# in <variable>, and the remaining descriptor in <rest>.
 function(type_name variable rest descriptor)
   string(REGEX MATCH "^(`*)([ZBCSIJFDV]|L([^@]+)@)(.*)$" matched "${descriptor}")
   if(NOT matched)
-    message(FATAL_ERROR "not a type: ${descriptor}")
+    message(FATAL_ERROR "invalid type descriptor: ${descriptor}")
   endif()
   set(dimensions "${CMAKE_MATCH_1}")
   set(code "${CMAKE_MATCH_2}")
@@ -48,7 +49,8 @@ function(type_name variable rest descriptor)
   set(${variable} "${name}${dimensions}" PARENT_SCOPE)
 endfunction()
 
-# read_classes(<class>...): asks javap once, because each call starts a virtual machine.
+# read_classes(<class>...): reads the members of the classes. Runs javap once for all of them,
+# because each run starts a virtual machine.
 function(read_classes)
   execute_process(COMMAND "${JAVAP}" -p -s -cp "${CLASSES}" ${ARGN}
     OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
@@ -61,7 +63,8 @@ function(read_classes)
   endforeach()
 endfunction()
 
-# declaring_class(<variable> <class> <name> <descriptor>)
+# declaring_class(<variable> <class> <name> <descriptor>): stores the class that declares the
+# method, <class> or a superclass, in <variable>.
 function(declaring_class variable class name descriptor)
   set(declares "${class}")
   while(declares MATCHES "^org\\.quendel\\.")
@@ -90,8 +93,9 @@ function(declaring_class variable class name descriptor)
   set(${variable} "${declares}" PARENT_SCOPE)
 endfunction()
 
-# mention(<class> <property> [<text>]): appends once to what is known of a class.
-function(mention class property)
+# add_entry(<class> <property> [<entry>]): adds the class, and the entry to its property, unless
+# they are there already.
+function(add_entry class property)
   set_property(GLOBAL APPEND PROPERTY classes ${class})
   get_property(known GLOBAL PROPERTY ${class}_${property})
   if(NOT ARGN STREQUAL "" AND NOT ARGN IN_LIST known)
@@ -99,10 +103,11 @@ function(mention class property)
   endif()
 endfunction()
 
-# add_class(<class> <method>...), each method as its name and signature in quotes.
+# add_class(<class> <method>...): adds the class and its methods. Each method is given as its name
+# and signature in quotes.
 function(add_class class)
   string(REPLACE "/" "." class "${class}")
-  mention(${class} json)
+  add_entry(${class} json)
   foreach(method IN LISTS ARGN)
     string(REGEX MATCH "\"([^\"]+)\",[ \n]*\"\\(([^)]*)\\)([^\"]+)\"" matched "${method}")
     set(name "${CMAKE_MATCH_1}")
@@ -118,19 +123,19 @@ function(add_class class)
     if(types)
       set(quoted "\"${quoted}\"")
     endif()
-    mention(${declares} json "    {\"name\": \"${name}\", \"parameterTypes\": `${quoted}'}")
+    add_entry(${declares} json "    {\"name\": \"${name}\", \"parameterTypes\": `${quoted}'}")
     list(JOIN types ", " types)
     type_name(result_type none "${result}")
     if(NOT name STREQUAL "<init>")
       set(name "${result_type} ${name}")
     endif()
-    mention(${declares} rules "  ${name}(${types})@\n")
+    add_entry(${declares} rules "  ${name}(${types})@\n")
   endforeach()
 endfunction()
 
 set(lookup "\"[^\"]+\",[ \n]*\"\\([^\"]+\"")
 
-# The rows of a class stand before its name.
+# In CLASS_CACHE, the rows of a class precede its name.
 read_source(cache "${CLASS_CACHE}")
 string(REGEX MATCHALL "{&class_[^,]+, ${lookup}|resolve(Class)?\\(env, refs, [^\"]*\"[^\"]+\""
   parts "${cache}")
@@ -149,7 +154,7 @@ foreach(part IN LISTS parts)
   endif()
 endforeach()
 
-# Here a class stands before its methods; ThrowNew calls the constructor that takes a string.
+# In PASSTHROUGH, a class precedes its methods. ThrowNew calls the constructor with a string.
 read_source(passthrough "${PASSTHROUGH}")
 string(REGEX MATCHALL
   "FindClass\\(\"[^\"]+\"\\)|Get(Static)?MethodID\\([A-Za-z]+, ${lookup}|ThrowNew\\(" parts

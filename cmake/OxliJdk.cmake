@@ -1,6 +1,7 @@
-# Finds one JDK, so that compiler, native headers and virtual machine belong together: that of the
-# variable JAVA_HOME, else of the environment's JAVA_HOME, else that of the javac in PATH. Sets
-# JAVA_HOME and what the modules Java and JNI set. Code is compiled for Java 11 with every JDK.
+# Finds one JDK for the compiler, the native headers and the virtual machine: that of the CMake
+# variable JAVA_HOME, otherwise of the environment variable JAVA_HOME, otherwise of the javac in
+# PATH. Sets JAVA_HOME and the variables of the modules Java and JNI. Every JDK compiles the code
+# for Java 11.
 if(JAVA_HOME)
   set(oxli_jdk "${JAVA_HOME}")
 elseif(NOT "$ENV{JAVA_HOME}" STREQUAL "")
@@ -15,7 +16,7 @@ if(NOT EXISTS "${oxli_jdk}/bin/javac")
   message(FATAL_ERROR "JAVA_HOME is not a JDK: ${oxli_jdk}")
 endif()
 
-# The modules cache what they find, so that a JDK found before would remain.
+# The modules cache what they find. Deletes that if it belongs to another JDK.
 if(DEFINED OXLI_JDK AND NOT OXLI_JDK STREQUAL oxli_jdk)
   get_cmake_property(oxli_cached CACHE_VARIABLES)
   list(FILTER oxli_cached INCLUDE REGEX "^(Java_|JAVA_(AWT|JVM|INCLUDE))")
@@ -28,13 +29,13 @@ set(JAVA_HOME "${oxli_jdk}")
 find_package(Java 11 REQUIRED COMPONENTS Development Runtime)
 find_package(JNI REQUIRED COMPONENTS JVM)
 
-# For every jar of this project.
+# The compiler flags of every jar of this project.
 set(CMAKE_JAVA_COMPILE_FLAGS --release 11)
 if(OXLI_DEVELOPER)
   list(APPEND CMAKE_JAVA_COMPILE_FLAGS -Xlint:all -Werror)
 endif()
 
-# What is compiled depends on this file, so that another JDK compiles it again.
+# Compiled classes depend on this file, so that they are compiled again after the JDK has changed.
 set(OXLI_JDK_STAMP "${PROJECT_BINARY_DIR}/jdk.txt")
 file(CONFIGURE OUTPUT "${OXLI_JDK_STAMP}"
   CONTENT "${Java_JAVAC_EXECUTABLE} ${Java_VERSION_STRING}\n")

@@ -1,4 +1,4 @@
-# oxli_target(<target>): the settings that every compiled target of this project shares.
+# oxli_target(<target>): applies the settings of every compiled target of this project.
 function(oxli_target target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES
@@ -8,8 +8,8 @@ function(oxli_target target)
     VISIBILITY_INLINES_HIDDEN ON
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN")
-  # The paths of one machine do not appear in what is built. Compilers disagree on which of two
-  # prefixes counts when both match, so none of these contains another.
+  # Replaces the paths of this machine in what is built. Compilers differ in which of two matching
+  # prefixes they replace, so no prefix here contains another.
   set(prefix_maps "-ffile-prefix-map=${PROJECT_BINARY_DIR}=build")
   foreach(folder IN ITEMS gateway utils standin jni)
     list(APPEND prefix_maps "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/${folder}=${folder}")
@@ -20,8 +20,9 @@ function(oxli_target target)
     $<$<BOOL:${OXLI_DEVELOPER}>:-Werror>)
 endfunction()
 
-# oxli_exports(<target> <version script>): exports what the script names and nothing else. Calls inside
-# the library are bound to its own functions, so that no library loaded earlier can take them over.
+# oxli_exports(<target> <version script>): exports exactly the symbols that the script lists. Binds
+# calls inside the library to its own functions, so that an earlier loaded library cannot replace
+# them.
 function(oxli_exports target script)
   get_filename_component(path "${script}" ABSOLUTE)
   target_link_options(${target} PRIVATE
@@ -29,8 +30,8 @@ function(oxli_exports target script)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS "${path}")
 endfunction()
 
-# oxli_vm_program(<target>): links the library's objects into a program that starts a virtual machine of
-# its own, which binds the natives to them by name: the program exports its symbols.
+# oxli_vm_program(<target>): links the library's objects into a program that starts a virtual
+# machine. The program exports its symbols, because the virtual machine finds the natives by name.
 function(oxli_vm_program target)
   oxli_target(${target})
   target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/test/support/virtual_machine.cpp")

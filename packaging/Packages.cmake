@@ -1,13 +1,13 @@
-# Debian packages, one for each component, and a tar archive of all components.
+# Makes Debian packages, one for each component, and a tar archive of all components.
 
-# The oldest system that the libraries run on: the newest version of each kind of symbol that they
-# may need. A test compares that with the built files.
+# The newest version of each kind of symbol that the libraries may need. It determines the oldest
+# system that they run on. A test compares it with the built files.
 set(OXLI_FLOOR_JNI GLIBC_2.14 GLIBCXX_3.4.21 CXXABI_1.3.9 GCC_3.0)
 set(OXLI_FLOOR_STANDIN GLIBC_2.34 GLIBCXX_3.4.29 CXXABI_1.3.9 GCC_3.0)
 set(OXLI_FLOOR_JNI "${OXLI_FLOOR_JNI}" PARENT_SCOPE)
 set(OXLI_FLOOR_STANDIN "${OXLI_FLOOR_STANDIN}" PARENT_SCOPE)
-# The same as Debian packages. CPack cannot find them out, because no package has the liboxli.so of
-# the gateway.
+# The Debian packages that contain these versions. CPack cannot determine them, because no package
+# contains the gateway's own liboxli.so.
 set(depends_jni "libc6 (>= 2.14), libstdc++6 (>= 5), libgcc-s1 (>= 3.0)")
 set(depends_standin "libc6 (>= 2.34), libstdc++6 (>= 11), libgcc-s1 (>= 3.0)")
 
@@ -45,17 +45,17 @@ function(oxli_deb component package section description)
       set(CPACK_DEBIAN_${upper}_PACKAGE_${field} "${arg_${field}}" PARENT_SCOPE)
     endif()
   endforeach()
-  # The file that Debian looks for.
+  # Debian requires a file of this name in each package.
   install(FILES "${PROJECT_SOURCE_DIR}/LICENSE"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${package}" RENAME copyright COMPONENT ${component})
 endfunction()
 
 set(same_version "(= ${PROJECT_VERSION})")
 oxli_deb(library liboxli-jni libs
-  "The native library, which runs in a Java virtual machine on the gateway's liboxli.so."
+  "The native library, which the Java classes load and which calls the gateway's liboxli.so."
   DEPENDS "${depends_jni}" SUGGESTS oxli-standin)
 oxli_deb(development liboxli-jni-dev libdevel
-  "The headers, for native code in the same process."
+  "The headers for native code in the same process."
   DEPENDS "liboxli-jni ${same_version}, liboxli-java ${same_version}")
 oxli_deb(java liboxli-java java "The Java classes, their sources and their documentation."
   ARCHITECTURE all
@@ -63,7 +63,7 @@ oxli_deb(java liboxli-java java "The Java classes, their sources and their docum
   RECOMMENDS "default-jre-headless | java11-runtime-headless")
 if(NOT OXLI_GATEWAY)
   oxli_deb(standin oxli-standin misc
-    "A stand-in for the gateway's liboxli.so, for first steps and tests."
+    "A stand-in for the gateway's liboxli.so, for development and tests."
     DEPENDS "${depends_standin}")
 endif()
 install(FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"

@@ -1,5 +1,6 @@
-# Run by CPack when the packages are made. Makes the tar archive again: CPack packs files in the
-# order of the file system, as whoever runs it, and with the time of the build.
+# Makes the tar archive again, independently of the machine: CPack packs files in the order of the
+# file system, with the user who runs it as the owner, and with the time of the build. CPack runs
+# this script after it has made the packages.
 if(CPACK_GENERATOR STREQUAL "TGZ")
   cmake_path(GET CPACK_TEMPORARY_DIRECTORY PARENT_PATH folder)
   execute_process(

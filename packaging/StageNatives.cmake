@@ -1,5 +1,5 @@
-# Copies FILES, the native libraries, without debug information into FOLDER, and lists them in
-# SHA256SUMS as sha256sum does.
+# Copies FILES, the native libraries, to FOLDER without debug information, and writes their
+# checksums to SHA256SUMS in the format of sha256sum.
 foreach(file IN LISTS FILES)
   cmake_path(GET file FILENAME name)
   file(MAKE_DIRECTORY "${FOLDER}")
