@@ -7,10 +7,10 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * Prints lookups, one a line: CLASS, or CLASS NAME DESCRIPTOR with the class that declares the
- * method. Reads standard input: a table for GraalVM or for shrinkers, which names declaring
- * classes; with the argument {@code lookups}, such lines with any class that has the method. Fails
- * if a class or method does not exist.
+ * Prints the lookups of a table, one on each line: CLASS, or CLASS NAME DESCRIPTOR with the class
+ * that declares the method. Reads standard input: a table for GraalVM or for shrinkers, whose
+ * classes declare their methods; with the argument {@code lookups}, lines of the printed form,
+ * whose classes may inherit their methods. Fails if a class or method does not exist.
  */
 final class Lookups {
   private static final Pattern CLASS =

@@ -79,12 +79,12 @@ struct Machine {
   }
 };
 
-// Cuts the string as printf does, at its first zero byte.
-std::string printed(const std::string& text) {
-  return text.substr(0, text.find('\0'));
+// Returns the characters before the first zero byte, which are all that printf prints.
+std::string printed(const std::string& string) {
+  return string.substr(0, string.find('\0'));
 }
 
-Outcome byTable(const std::string& settings) {
+Outcome parseByTable(const std::string& settings) {
   Machine machine;
   Pairs pairs;
   for (std::size_t i = 0; i < settings.size(); ++i) {
@@ -116,7 +116,7 @@ Outcome byTable(const std::string& settings) {
 
 bool parserFollowsTable(const std::string& settings) {
   oxutils::Properties properties;
-  const Outcome expected = byTable(settings);
+  const Outcome expected = parseByTable(settings);
   return properties.parse(settings) == expected.wellFormed &&
          static_cast<const Pairs&>(properties) == expected.pairs &&
          properties.lastError == expected.message;

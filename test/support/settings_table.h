@@ -5,8 +5,8 @@
 
 namespace oxli::test {
 
-// Returns whether oxutils::Properties parses `settings` as the grammar says, written down once more
-// as a table of states and characters: with the same result, pairs and error message.
+// Returns whether oxutils::Properties parses `settings` with the same result, pairs and error
+// message as a second parser, which consists of a table of states and characters.
 bool parserFollowsTable(const std::string& settings);
 
 }  // namespace oxli::test

@@ -14,7 +14,7 @@ JNIEnv* startVirtualMachine(const std::string& classPath, std::vector<std::strin
   void* created = nullptr;
   if (JNI_CreateJavaVM(&vm, &created, &args) != JNI_OK) return nullptr;
   auto* const env = static_cast<JNIEnv*>(created);
-  // Initialises the class that loads the library.
+  // FindClass initialises the class, which loads the library.
   return env->FindClass("org/quendel/oxli/impl/OxliImpl") ? env : nullptr;
 }
 
@@ -22,8 +22,8 @@ JNIEnv* startVirtualMachine(const std::string& classPath, std::vector<std::strin
 
 extern "C" {
 
-// Makes the virtual machine take this program for the library: it looks for this function when the
-// Java side loads the library by its name.
+// Makes the virtual machine accept this program as the library: it searches for this function when
+// Java code loads the library by its name.
 JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*);
 JNIEXPORT jint JNI_OnLoad_oxli_jni(JavaVM*, void*) {
   return JNI_VERSION_1_8;

@@ -8,9 +8,9 @@
 
 namespace oxli::test {
 
-// Starts the virtual machine of a program that has the library's objects linked in, on the calling
-// thread, and binds the natives to them. Returns the JNIEnv of the thread, or null on failure. One
-// in a process.
+// Starts a virtual machine on the calling thread of a program that links the library's objects, and
+// binds the natives to them. Returns the JNIEnv of the thread, or null on failure. Call once in a
+// process.
 JNIEnv* startVirtualMachine(const std::string& classPath, std::vector<std::string> options = {});
 
 }  // namespace oxli::test

@@ -11,7 +11,7 @@ int main() {
   if (!settings.parse("host=a;port=1")) return 1;
   std::string encoded(oxutils::Base64::encode_len("ok", 2), '\0');
   oxutils::Base64::encode("ok", 2, encoded.data());
-  // No environment is open, so there is nothing to wrap with.
+  // The environment is closed, so nothing can be wrapped.
   if (oxjni_conn_wrap(nullptr, nullptr)) return 2;
   std::puts(oxutils::StringUtils::format("host=%s, %zu settings, %s", settings.get("host").c_str(),
                                          settings.size(), encoded.c_str())
