@@ -1,8 +1,8 @@
 # Lists the classes, constructors and methods that native code looks up by name, in the file JSON
 # for GraalVM and in the file RULES for shrinkers. Reads them from the rows of the class cache in
-# the source CLASS_CACHE, and from the lookups of single natives in the source PASSTHROUGH. JNI
-# finds inherited methods, but both files must name the class that declares a method: the program
-# JAVAP finds it in CLASSES, the folder of the compiled classes.
+# the source CLASS_CACHE, and from the lookups of the natives in the source PASSTHROUGH, which do
+# not use the class cache. JNI finds inherited methods, but both files must name the class that
+# declares a method: the program JAVAP finds it in CLASSES, the folder of the compiled classes.
 cmake_minimum_required(VERSION 3.25)
 
 # Lists of CMake cannot contain the characters ; [ ] unchanged. They are replaced by @ ` ' until the

@@ -16,7 +16,7 @@ if(NOT EXISTS "${oxli_jdk}/bin/javac")
   message(FATAL_ERROR "JAVA_HOME is not a JDK: ${oxli_jdk}")
 endif()
 
-# The modules cache what they find. Deletes that if it belongs to another JDK.
+# The modules cache what they find. Deletes their cache variables if the JDK has changed.
 if(DEFINED OXLI_JDK AND NOT OXLI_JDK STREQUAL oxli_jdk)
   get_cmake_property(oxli_cached CACHE_VARIABLES)
   list(FILTER oxli_cached INCLUDE REGEX "^(Java_|JAVA_(AWT|JVM|INCLUDE))")

@@ -37,8 +37,8 @@ class DataObjects {
   GlobalRef unkeyedObject;  // for messages that have neither index nor id
 };
 
-// Owns the Java message objects of one listener, one for each kind of message, and fills it anew
-// for every message of its kind. Grows with the number of kinds and evicts no object.
+// Owns the Java message objects of one listener, one for each kind of message, and fills that
+// object anew for every message of the kind. Grows with the number of kinds and evicts no object.
 //
 // Not locked: get() runs on the delivering thread, clear() only while no message of the listener is
 // being delivered on another thread. REQUIRES: clear() before destruction, which deletes no

@@ -16,7 +16,8 @@ namespace oxli::jni {
 //
 // zblockMutex guards the records and the descriptors in payloads. `zblock_unwrap` does not acquire
 // it: the lock of the Java object serialises its use of the record. Only one thread at a time may
-// use the Java object that stores a handle, which is read before zblockMutex is locked.
+// use the Java object that stores a handle, because the handle is read before zblockMutex is
+// locked.
 struct ZBlockData {
   // Releases the references, removes the entry of the descriptor, and frees the descriptor if it is
   // owned. The record may be bound again.

@@ -33,7 +33,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# oxli_deb(<component> <package> <section> <description> [FIELD <value>]...)
+# oxli_deb(<component> <package> <section> <description> [FIELD <value>]...): describes the Debian
+# package of a component.
 function(oxli_deb component package section description)
   string(TOUPPER "${component}" upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME "${package}" PARENT_SCOPE)

@@ -74,8 +74,8 @@ class GatewayCalls {
       record.nextRetired_ = retired_.load();
       retired_.store(&record);
     }
-    // The store precedes this load, and leave() decrements before it loads: one of the two sees the
-    // change of the other.
+    // The store precedes this load, and leave() decrements before it loads: at least one of the two
+    // sees the change of the other.
     if (inProgress_.load() == 0) unpinRetired();
   }
 

@@ -12,7 +12,7 @@
 namespace oxli::jni {
 
 // Exists exactly while the environment is open. The threads that open and close the environment
-// create and delete it while no other native runs; meanwhile, any thread reads it without a lock.
+// create and delete it while no other native runs; in between, any thread reads it without a lock.
 // Also contains the mutexes of the four registries, which are needed for the same time.
 struct JEnv {
   // Publishes this object as spInstance, then initialises the mutexes.
@@ -35,7 +35,7 @@ struct JEnv {
   // The virtual machine of the latest opening of the environment.
   static JavaVM* spVm;
 
-  // Locked through jni/jenv/locks.h.
+  // The classes in jni/jenv/locks.h lock these.
   pthread_mutex_t lsnMutex;
   pthread_mutex_t connMutex;
   pthread_mutex_t zblockMutex;
