@@ -191,12 +191,12 @@ jobject createMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobj
 jint newMessage(JNIEnv* env, const JEnv& classes, ox_publisher_t* pub, jint keyType, jobject key,
                 jobject jscheme, jobjectArray out) {
   OutgoingRecord record(pub);
-  int made = OX_ERR_OK;
-  if (!makeRecord(env, classes, record, keyType, key, made)) return OX_ERR_INTERNAL;
+  int recordResult = OX_ERR_OK;
+  if (!makeRecord(env, classes, record, keyType, key, recordResult)) return OX_ERR_INTERNAL;
   // The scheme is always requested; its error takes precedence over that of the record.
   ox_scheme_desc_t* scheme = nullptr;
   if (const int result = ox_pub_getscheme(pub, &scheme)) return result;
-  if (made != OX_ERR_OK) return made;
+  if (recordResult != OX_ERR_OK) return recordResult;
 
   const LocalRef<jobject> message(env, createMessage(env, record.get(), scheme, jscheme));
   if (!message.get()) return OX_ERR_INTERNAL;

@@ -111,7 +111,7 @@ typedef struct SavedMsgFields {
   jboolean* nullsElements;
   const uint8_t* oldNulls;
   jbooleanArray nullsArray;
-  // State whether a field was replaced, because its old value may be null.
+  // These state whether a field was replaced, because its old value may be null.
   jboolean addrReplaced;
   jboolean refMsgReplaced;
   jboolean nullsReplaced;

@@ -86,8 +86,8 @@ class Conversion {
     return chars && !failed() ? made(env_->NewStringUTF(chars)) : nullptr;
   }
 
-  // Returns a new buffer over the gateway's memory. The conversion fails if that has more than
-  // 2^31 - 1 bytes.
+  // Returns a new buffer over the gateway's memory. The conversion fails if `size` exceeds 2^31 - 1
+  // bytes.
   jobject newView(const void* bytes, std::size_t size) {
     constexpr auto kMaxSize = std::size_t{std::numeric_limits<jint>::max()};
     if (bytes && size > kMaxSize) failed_ = true;

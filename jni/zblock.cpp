@@ -77,7 +77,7 @@ bool bind(JNIEnv* env, ZBlockData& record, ox_zblock_t* descriptor, jobject zblo
   return false;
 }
 
-jint newBlock(JNIEnv* env, JEnv& classes, jobject holder, jobject buffer, jobject zblock) {
+jint newBlock(JNIEnv* env, JEnv& classes, jobject ref, jobject buffer, jobject zblock) {
   constexpr char kSetRef[] = OXLI_STEP("zblock_1new set ref");
   const ZBlockLock lock(classes);
   const DirectMemory block(env, buffer);
@@ -87,7 +87,7 @@ jint newBlock(JNIEnv* env, JEnv& classes, jobject holder, jobject buffer, jobjec
   if (!bind(env, *record.get(), descriptor.get(), zblock, buffer, kSetRef)) return OX_ERR_INTERNAL;
   record->owned = true;
   record.insertInto(ZBlockData::sZBlockMap, descriptor.release());
-  return setOutParam(env, holder, classes.objRef.set, toHandle(record.release()), kSetRef);
+  return setOutParam(env, ref, classes.objRef.set, toHandle(record.release()), kSetRef);
 }
 
 jobject newBuffer(JNIEnv* env, const ox_zblock_t& block) {
@@ -107,22 +107,22 @@ void setData(JNIEnv* env, const JEnv& classes, jobject zblock, const ox_zblock_t
   static_cast<void>(reportIfPending(env, kSetData));
 }
 
-// Makes a record, stores its handle in the holder and registers it under the descriptor. Returns
-// null if the holder throws.
-ZBlockData* newBinding(JNIEnv* env, const JEnv& classes, jobject holder, ox_zblock_t* descriptor)
+// Makes a record, stores its handle in `ref` and registers it under the descriptor. Returns null if
+// storing the handle throws.
+ZBlockData* newBinding(JNIEnv* env, const JEnv& classes, jobject ref, ox_zblock_t* descriptor)
     REQUIRES(JEnv::spInstance->zblockMutex) {
   NewZBlock record(env);
-  env->CallVoidMethod(holder, classes.objRef.set, toHandle(record.get()));
+  env->CallVoidMethod(ref, classes.objRef.set, toHandle(record.get()));
   if (reportIfPending(env, kSetZBlock)) return nullptr;
   record.insertInto(ZBlockData::sZBlockMap, descriptor);
   return record.release();
 }
 
-void wrapBlock(JNIEnv* env, JEnv& classes, jobject payload, jobject holder, jobject zblock,
+void wrapBlock(JNIEnv* env, JEnv& classes, jobject payload, jobject ref, jobject zblock,
                jlong offset) {
-  if (!holder) return setData(env, classes, zblock, nullptr);
+  if (!ref) return setData(env, classes, zblock, nullptr);
   const DirectMemory memory(env, payload);
-  const jlong handle = env->CallLongMethod(holder, classes.message.getRef);
+  const jlong handle = env->CallLongMethod(ref, classes.message.getRef);
   if (reportIfPending(env, OXLI_STEP("zblock_1wrap get ref"))) return;
 
   const ZBlockLock lock(classes);
@@ -133,7 +133,7 @@ void wrapBlock(JNIEnv* env, JEnv& classes, jobject payload, jobject holder, jobj
   ox_zblock_t* const descriptor = memory.descriptorAt(offset);
   const auto block = descriptor ? load<ox_zblock_t>(descriptor) : ox_zblock_t{};
   if (!descriptor || !isReadable(block)) return setData(env, classes, zblock, nullptr);
-  if (!record) record = newBinding(env, classes, holder, descriptor);
+  if (!record) record = newBinding(env, classes, ref, descriptor);
   if (!record) return;
   const bool bound = bind(env, *record, descriptor, zblock, payload, kSetZBlock);
   setData(env, classes, zblock, bound ? &block : nullptr);
@@ -165,18 +165,19 @@ jint destroyBlock(JNIEnv* env, JEnv& classes, ZBlockData* record) {
 using namespace oxli::jni;
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1new(JNIEnv* env, jclass,
-                                                                       jobject holder,
-                                                                       jobject buffer,
+                                                                       jobject ref, jobject buffer,
                                                                        jobject zblock) {
   return resultWithClasses([&](JEnv& classes) -> jint {
-    if (!holder) return OX_ERR_INVALIDARGUMENT;
-    return newBlock(env, classes, holder, buffer, zblock);
+    if (!ref) return OX_ERR_INVALIDARGUMENT;
+    return newBlock(env, classes, ref, buffer, zblock);
   });
 }
 
-JNIEXPORT void JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap(
-    JNIEnv* env, jclass, jobject payload, jobject holder, jobject zblock, jlong offset) {
-  runWithClasses([&](JEnv& classes) { wrapBlock(env, classes, payload, holder, zblock, offset); });
+JNIEXPORT void JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1wrap(JNIEnv* env, jclass,
+                                                                        jobject payload,
+                                                                        jobject ref, jobject zblock,
+                                                                        jlong offset) {
+  runWithClasses([&](JEnv& classes) { wrapBlock(env, classes, payload, ref, zblock, offset); });
 }
 
 JNIEXPORT jint JNICALL Java_org_quendel_oxli_impl_OxliImpl_zblock_1unwrap(JNIEnv* env, jclass,

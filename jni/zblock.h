@@ -29,7 +29,7 @@ struct ZBlockData {
   // record is unbound.
   ox_zblock_t* zblock = nullptr;
   GlobalRef jzblock;
-  GlobalRef jbuffer;  // keeps the block, or the payload of the descriptor, reachable
+  GlobalRef jbuffer;  // of the block, or of the payload that contains the descriptor
   bool owned = false;
 
   // Maps the descriptor of the first binding of a record to the record. Owns no record.

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <new>
 
-// Headers of glibc 2.38 and later redirect these functions to versions that also read the prefix
-// "0b". The symbols below do not, and let the library run on older systems.
+// Headers of glibc 2.38 and later redirect strtol and strtoul to versions that also read the prefix
+// "0b". This redirects them to the earlier versions, which older systems have, too.
 #if defined(__x86_64__) && defined(__GLIBC__)
 __asm__(".symver __isoc23_strtol, strtol@GLIBC_2.2.5");
 __asm__(".symver __isoc23_strtoul, strtoul@GLIBC_2.2.5");
@@ -23,7 +23,7 @@ namespace {
 
 class Converter {
  public:
-  Converter(const char* to, const char* from) : descriptor_(iconv_open(to, from)) {}
+  Converter(const char* target, const char* source) : descriptor_(iconv_open(target, source)) {}
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
   ~Converter() {
@@ -42,7 +42,7 @@ class Converter {
   iconv_t descriptor_;
 };
 
-// `convert` is strtol or strtoul. What they return on overflow is out of range, too.
+// `convert` is strtol or strtoul. Their results on overflow are out of range, too.
 template <class Convert>
 int read(unsigned int& value, const char* string, int base, Convert convert) {
   char* end = nullptr;

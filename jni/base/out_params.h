@@ -12,10 +12,10 @@ namespace oxli::jni {
 // Calls `set` of an IntRef with a jint, or of an ObjRef with a jlong. Returns OX_ERR_OK. Writes the
 // line for `step` and returns OX_ERR_INTERNAL if an exception is pending or `set` throws.
 template <class Value>
-[[nodiscard]] jint setOutParam(JNIEnv* env, jobject holder, jmethodID set, Value value,
+[[nodiscard]] jint setOutParam(JNIEnv* env, jobject ref, jmethodID set, Value value,
                                const char* step) {
   if (reportIfPending(env, step)) return OX_ERR_INTERNAL;
-  env->CallVoidMethod(holder, set, value);
+  env->CallVoidMethod(ref, set, value);
   return reportIfPending(env, step) ? OX_ERR_INTERNAL : OX_ERR_OK;
 }
 
