@@ -1,6 +1,6 @@
-// The class cache: the Java classes, constructors and methods that the library uses while the
-// environment is open, looked up once, when it is opened. The Java side must provide what the
-// blocks below list.
+// The class cache: the Java classes, constructors and methods that the library uses, looked up
+// once, when the environment is opened. Natives that also work while it is closed look theirs up in
+// each call. The Java side must provide what the blocks below list.
 #ifndef OXLI_JNI_JENV_JENV_H
 #define OXLI_JNI_JENV_JENV_H
 
