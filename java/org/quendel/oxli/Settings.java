@@ -60,9 +60,10 @@ public final class Settings {
       if (isValid(settings.substring(begin, end))) begin = end + 1;
     }
     final String rest = settings.substring(begin);
-    if (isValid(rest)) throw Results.failure("Settings.parse", rest, ResultCode.INTERNAL);
+    if (isValid(rest)) throw Results.failure(
+        "Settings.parse", Results.mask(rest), ResultCode.INTERNAL);
     final String pair = rest.substring(0, (rest + ';').indexOf(';'));
-    return isValid(pair + '=') ? '"' + pair + "\" at " + begin + " has no ="
+    return isValid(pair + '=') ? '"' + Results.mask(pair) + "\" at " + begin + " has no ="
         : "the quotes or a block of the pair at " + begin + " are not closed";
   }
 }

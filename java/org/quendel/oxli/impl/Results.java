@@ -1,5 +1,7 @@
 package org.quendel.oxli.impl;
 
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import org.quendel.oxli.OxliException;
 import org.quendel.oxli.ResultCode;
 
@@ -8,6 +10,9 @@ public final class Results {
   private static final int MAX_SETTINGS = 60;
   private static final String LOG_HINT =
       "; the stand-in gateway writes its log if the environment's settings contain log=stderr";
+
+  private static final Pattern PASSWORD = Pattern.compile("password=", Pattern.CASE_INSENSITIVE);
+  private static final String MASK = "***";
 
   private Results() {}
 
@@ -37,10 +42,42 @@ public final class Results {
     return " (0x" + Integer.toHexString(code) + ')';
   }
 
-  /** Returns the name of an object by its kind and the beginning of its settings. */
+  /**
+   * Returns the name of an object by its kind and the beginning of its settings, without passwords.
+   */
   public static String nameOf(String kind, String settings) {
     if (settings.isEmpty()) return kind;
-    return kind + ' ' + (settings.length() <= MAX_SETTINGS ? settings
-        : settings.substring(0, MAX_SETTINGS) + "...");
+    final String masked = mask(settings); // before the cut, which may be inside a password
+    return kind + ' ' + (masked.length() <= MAX_SETTINGS ? masked
+        : masked.substring(0, MAX_SETTINGS) + "...");
+  }
+
+  /**
+   * Returns the settings with {@code ***} instead of what follows "password=" in a pair, and instead
+   * of user and password in addresses: what is between {@code //} and the last {@code @} of a pair.
+   */
+  public static String mask(String settings) {
+    final StringBuilder masked = new StringBuilder();
+    int begin = 0; // of the pair
+    boolean isQuoted = false;
+    for (int i = 0; i < settings.length(); ++i) {
+      final char c = settings.charAt(i);
+      final boolean isEscaped = i > 0 && settings.charAt(i - 1) == '\\';
+      if (c == '"' && !isEscaped) isQuoted = !isQuoted;
+      if (c != ';' || isEscaped || isQuoted) continue;
+      masked.append(maskPair(settings.substring(begin, i))).append(';');
+      begin = i + 1;
+    }
+    return masked.append(maskPair(settings.substring(begin))).toString();
+  }
+
+  private static String maskPair(String pair) {
+    final Matcher password = PASSWORD.matcher(pair);
+    if (password.find()) return maskPair(pair.substring(0, password.start())) + "password=" + MASK;
+    final int address = pair.indexOf("//");
+    final int login = address + "//".length();
+    final int end = pair.lastIndexOf('@');
+    if (address < 0 || end < login) return pair;
+    return pair.substring(0, login) + MASK + pair.substring(end);
   }
 }
