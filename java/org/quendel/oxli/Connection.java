@@ -1,13 +1,10 @@
 package org.quendel.oxli;
 
-import java.util.ArrayList;
-import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Objects;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.TimeUnit;
-import java.util.concurrent.locks.ReentrantLock;
 import java.util.function.IntSupplier;
 import org.quendel.oxli.impl.IntRef;
 import org.quendel.oxli.impl.ObjRef;
@@ -31,9 +28,10 @@ public final class Connection implements AutoCloseable {
 
   private final Environment environment; // null if native code owns the connection
   private final String settings;
+  private final Origin origin = new Origin();
 
   /** The delivery lock: locked during each call that may deliver. */
-  private final ReentrantLock lock = new ReentrantLock(true);
+  private final VisibleLock lock = new VisibleLock(true);
 
   /** Locked during each native that uses the handle without the delivery lock; see GatewayLock. */
   private final Object handleLock = new Object();
@@ -41,13 +39,15 @@ public final class Connection implements AutoCloseable {
   /** 0 if closed. Written inside both locks; it stays valid inside one of them. */
   private volatile long handle;
 
-  private final Set<Listener> listeners = new LinkedHashSet<>(); // guarded by handleLock
-  /** Added to inside handleLock; the thread that releases a publisher removes it. */
+  /** Added to inside handleLock; the thread that releases a listener removes it. */
+  private final Set<Listener> listeners = ConcurrentHashMap.newKeySet();
+  /** The same for publishers. */
   private final Set<Publisher> publishers = ConcurrentHashMap.newKeySet();
 
+  private volatile String status = "being made"; // the state when it was last seen
   private volatile boolean wakeup; // called, and no process has returned since
 
-  // Guarded by the delivery lock.
+  // Guarded by the delivery lock; dump reads the first one without it.
   private long deliveries;
   private int shuts;
   private Listener refusedBy; // the last listener whose subscriber returned another code than OK
@@ -77,6 +77,7 @@ public final class Connection implements AutoCloseable {
       synchronized (handleLock) {
         handle = ref.getRef();
       }
+      noteState();
     } finally {
       unlock();
     }
@@ -95,6 +96,7 @@ public final class Connection implements AutoCloseable {
     try {
       call("Connection.open", this, () -> OxliImpl.conn_open(conn, openSettings));
     } finally {
+      noteState();
       unlock();
     }
   }
@@ -109,7 +111,9 @@ public final class Connection implements AutoCloseable {
     try {
       ++shuts;
       call("Connection.shut", this, () -> OxliImpl.conn_close(conn));
+      for (Publisher publisher : publishers) publisher.noteShut();
     } finally {
+      noteState();
       unlock();
     }
   }
@@ -177,7 +181,17 @@ public final class Connection implements AutoCloseable {
     synchronized (handleLock) {
       final IntRef state = new IntRef();
       Results.check("Connection.getState", this, OxliImpl.conn_getstate(requireOpen(), state));
+      status = State.nameOf(state.get());
       return state.get();
+    }
+  }
+
+  /** Sees the state for dump, unless the connection is closed. */
+  private void noteState() {
+    synchronized (handleLock) {
+      final IntRef state = new IntRef();
+      if (handle == 0 || OxliImpl.conn_getstate(handle, state) != ResultCode.OK) return;
+      status = State.nameOf(state.get());
     }
   }
 
@@ -247,8 +261,9 @@ public final class Connection implements AutoCloseable {
       synchronized (handleLock) {
         // First: callbacks find the connection closed, to which nothing can be added.
         handle = 0;
-        openListeners = new ArrayList<>(listeners);
+        openListeners = Origin.inOrder(listeners, Listener::origin);
       }
+      status = "closing";
       final CloseErrors errors = new CloseErrors();
       for (Listener listener : openListeners) errors.run(listener::close);
       for (Publisher publisher : publishers) errors.run(publisher::close);
@@ -263,6 +278,31 @@ public final class Connection implements AutoCloseable {
   @Override
   public String toString() {
     return Results.nameOf("connection", settings);
+  }
+
+  /** Returns when it was made. */
+  Origin origin() {
+    return origin;
+  }
+
+  /** Adds the connection and what it owns. */
+  void dump(Dump dump) {
+    dump.add(summary() + ", messages delivered: " + deliveries, origin, () -> {
+      dump.addOwner(lock, "a call that may deliver");
+      for (Listener each : Origin.inOrder(listeners, Listener::origin)) each.dump(dump);
+      for (Publisher each : Origin.inOrder(publishers, Publisher::origin)) each.dump(dump);
+    });
+  }
+
+  /** Adds a line for the connection unless it is closed, and lines for its outgoing messages. */
+  void addUnclosed(List<String> lines) {
+    if (handle == 0) return;
+    lines.add(summary() + origin.place());
+    for (Publisher each : Origin.inOrder(publishers, Publisher::origin)) each.addUnclosed(lines);
+  }
+
+  private String summary() {
+    return this + ": " + status + ", " + origin.age();
   }
 
   /** Returns whether the calling thread is inside a call that may deliver or post. */
@@ -301,6 +341,7 @@ public final class Connection implements AutoCloseable {
 
   private void check(String operation, Object object, int code) {
     if (code == ResultCode.OK) return;
+    noteState(); // of a connection that the gateway may have lost
     if (refusedBy == null || refusal != code) throw Results.failure(operation, object, code);
     throw new OxliException(operation + " (" + object + "): the subscriber of " + refusedBy
         + " returned " + code + Results.inHex(code), code);
@@ -318,9 +359,7 @@ public final class Connection implements AutoCloseable {
   }
 
   void forget(Listener listener) {
-    synchronized (handleLock) {
-      listeners.remove(listener);
-    }
+    listeners.remove(listener);
   }
 
   void forget(Publisher publisher) {

@@ -1,6 +1,9 @@
 package org.quendel.oxli;
 
+import java.lang.ref.WeakReference;
 import java.nio.ByteBuffer;
+import java.util.ArrayList;
+import java.util.List;
 import java.util.Objects;
 import java.util.Set;
 import java.util.concurrent.CompletableFuture;
@@ -33,6 +36,9 @@ public final class Environment implements AutoCloseable {
    */
   private static final String CLAIM = "org.quendel.oxli.environment";
 
+  private static final int MAX_LOG_LINES = 20;
+  private static final int MAX_LOG_MILLIS = 1000;
+
   /** Locked while the environment opens or closes, and by what needs it to stay open meanwhile. */
   private static final Object LIFECYCLE = new Object();
 
@@ -48,12 +54,15 @@ public final class Environment implements AutoCloseable {
   private final Set<ZBlock> zblocks = ConcurrentHashMap.newKeySet();
 
   private final String settings;
-  private boolean closing; // guarded by this, which is not locked during natives
+  private final Origin origin = new Origin();
+  private final Thread endHook;
+  private volatile boolean closing; // written inside this, which is not locked during natives
   private final AtomicBoolean ended = new AtomicBoolean();
   private final CompletableFuture<Void> closed = new CompletableFuture<>();
 
   private Environment(String settings) {
     this.settings = settings;
+    endHook = newEndHook(new WeakReference<>(this));
   }
 
   /**
@@ -79,6 +88,7 @@ public final class Environment implements AutoCloseable {
           + " this process (0x20005)", ResultCode.INVALID_STATE);
     }
     try {
+      final Environment environment = new Environment(settings);
       synchronized (LIFECYCLE) {
         final int code = OxliImpl.env_open(settings);
         if (code != ResultCode.OK) {
@@ -89,10 +99,11 @@ public final class Environment implements AutoCloseable {
         }
         isOpen = true;
       }
+      environment.addEndHook();
+      return environment;
     } finally {
       if (!isOpen) System.getProperties().remove(CLAIM);
     }
-    return new Environment(settings);
   }
 
   /**
@@ -147,7 +158,9 @@ public final class Environment implements AutoCloseable {
 
   /**
    * Closes all connections and z-blocks, waiting for the calls in progress on them, and then the
-   * environment. When it returns another can be opened; a thread inside {@link
+   * environment. Connections, outgoing messages and z-blocks that the application has not closed
+   * before are named in the gateway's log at level info, as they are when the virtual machine ends
+   * before the close; objects that the close of their connection closes are not named. When it returns another can be opened; a thread inside {@link
    * IExitEventHandler#onExitEvent} does not wait for another one that closes.
    *
    * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a
@@ -161,10 +174,13 @@ public final class Environment implements AutoCloseable {
         throw new IllegalStateException(this + " cannot be closed inside onMessage or a post");
       }
     }
+    final boolean isFirst;
     synchronized (this) {
+      isFirst = !closing;
       closing = true;
     }
     final CloseErrors errors = new CloseErrors();
+    if (isFirst) errors.run(() -> log("Environment.close closes ", unclosed()));
     for (Connection connection : connections) errors.run(connection::close);
     for (ZBlock zblock : zblocks) errors.run(zblock::close);
     if (ended.compareAndSet(false, true)) {
@@ -182,8 +198,100 @@ public final class Environment implements AutoCloseable {
       // After that, because the gateway may raise the event while it closes.
       errors.run(ExitEvents::unregister);
       System.getProperties().remove(CLAIM);
+      errors.run(this::removeEndHook);
     }
     closed.complete(null);
+  }
+
+  private void addEndHook() {
+    try {
+      Runtime.getRuntime().addShutdownHook(endHook);
+    } catch (IllegalStateException e) {
+      // The virtual machine ends already.
+    }
+  }
+
+  private void removeEndHook() {
+    try {
+      Runtime.getRuntime().removeShutdownHook(endHook);
+    } catch (IllegalStateException e) {
+      // The virtual machine ends already: the hook finds the environment closed.
+    }
+  }
+
+  /** The hook keeps alive neither the environment nor what belongs to the thread that opens it. */
+  private static Thread newEndHook(WeakReference<Environment> reference) {
+    final Thread hook = new Thread(null, () -> {
+      final Environment environment = reference.get();
+      if (environment == null || environment.closing) return;
+      final Thread writer = new Thread(() -> {
+        final List<String> lines = environment.unclosed();
+        lines.add(0, environment + ": " + environment.origin.age() + environment.origin.place());
+        log("the virtual machine ends before the close of ", lines);
+      }, "oxli-end-log");
+      writer.setDaemon(true);
+      writer.start();
+      try {
+        writer.join(MAX_LOG_MILLIS); // the log may be a pipe that nobody reads
+      } catch (InterruptedException e) {
+        // The virtual machine ends without the rest of the lines.
+      }
+    }, "oxli-end", 0, false);
+    hook.setContextClassLoader(null);
+    return hook;
+  }
+
+  /** Returns a line for each connection that is not closed, and for groups of the other objects. */
+  private List<String> unclosed() {
+    final List<String> lines = new ArrayList<>();
+    for (Connection each : Origin.inOrder(connections, Connection::origin)) each.addUnclosed(lines);
+    for (Dump.Group group : zblockGroups()) lines.add(group + group.oldest.place());
+    return lines;
+  }
+
+  private static void log(String prefix, List<String> lines) {
+    for (int i = 0; i < lines.size(); ++i) {
+      final boolean isLast = i == MAX_LOG_LINES;
+      final String line = isLast ? lines.size() - i + " more" : lines.get(i);
+      OxliImpl.log_infostr(prefix + line);
+      if (isLast) return;
+    }
+  }
+
+  private List<Dump.Group> zblockGroups() {
+    final Dump.Groups groups = new Dump.Groups();
+    for (ZBlock each : zblocks) each.dump(groups);
+    return groups.inOrder();
+  }
+
+  /**
+   * Returns what is alive, for people: a line for each connection, listener and publisher, and one
+   * for each kind of outgoing messages and z-blocks. The format may change.
+   *
+   * <p>Connections, listeners and publishers have the beginning of their settings without
+   * passwords, their age, the number of messages delivered or posted, and the state when it was
+   * last seen: when the object was made, opened or shut, when {@code getState} returned, when a
+   * call on a connection failed, and when an {@link org.quendel.oxli.messages.OpenMessage} or
+   * {@link org.quendel.oxli.messages.CloseMessage} was delivered. The gateway is not asked. A
+   * thread that is inside a call is shown with its stack trace.
+   *
+   * <p>With {@code -Doxli.dump.origins=true} each object also has the stack trace of where it was
+   * made, and objects made at different places are of different kinds. The property is read once,
+   * when the first environment is opened. Making an object takes some microseconds more then.
+   *
+   * <p>Always possible: inside {@code onMessage}, in an exit event handler, while another thread
+   * closes the environment, and after that. Waits for no other thread; what other threads do
+   * meanwhile may be missing.
+   */
+  public String dump() {
+    final Dump dump = new Dump();
+    final String status = closed.isDone() ? "closed" : closing ? "closing" : "open";
+    dump.add(this + ": " + status + ", " + origin.age(), origin, () -> {
+      GatewayLock.dump(dump);
+      for (Connection each : Origin.inOrder(connections, Connection::origin)) each.dump(dump);
+      dump.add(zblockGroups());
+    });
+    return dump.toString();
   }
 
   /** Returns the beginning of the settings. */

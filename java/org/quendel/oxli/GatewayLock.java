@@ -1,6 +1,5 @@
 package org.quendel.oxli;
 
-import java.util.concurrent.locks.ReentrantLock;
 import java.util.function.IntSupplier;
 
 /**
@@ -23,9 +22,14 @@ import java.util.function.IntSupplier;
  * ISubscriber} says what can deadlock.
  */
 final class GatewayLock {
-  private static final ReentrantLock LOCK = new ReentrantLock();
+  private static final VisibleLock LOCK = new VisibleLock(false);
 
   private GatewayLock() {}
+
+  /** Adds the thread inside to the dump. */
+  static void dump(Dump dump) {
+    dump.addOwner(LOCK, "a call that opens, shuts, closes or makes a connection or listener");
+  }
 
   /** Returns the result of the native. */
   static int call(IntSupplier nativeCall) {

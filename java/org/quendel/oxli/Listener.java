@@ -7,6 +7,7 @@ import org.quendel.oxli.impl.ObjRef;
 import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.messages.Message;
+import org.quendel.oxli.messages.MessageType;
 
 /**
  * Receives messages of a connection and passes them to its {@link ISubscriber}. Made by {@link
@@ -17,6 +18,7 @@ public class Listener implements AutoCloseable {
   private final Connection connection; // null if native code owns the listener
   private final ISubscriber subscriber;
   private final String settings;
+  private final Origin origin = new Origin();
 
   /** Locked during each native that uses the handle without the delivery lock; see GatewayLock. */
   private final Object handleLock = new Object();
@@ -26,6 +28,8 @@ public class Listener implements AutoCloseable {
   private boolean closing;
 
   private volatile Scheme scheme; // written inside the delivery lock
+  private volatile String status = "being made"; // the state when it was last seen
+  private long deliveries; // written inside the delivery lock; dump reads it without
 
   Listener(Connection connection, ISubscriber subscriber, String settings) {
     this.connection = connection;
@@ -50,10 +54,16 @@ public class Listener implements AutoCloseable {
     synchronized (handleLock) {
       handle = ref.getRef();
     }
+    noteState();
   }
 
   private int deliver(Connection from, Listener to, Message message) {
     MessageAccess.acquire(message);
+    ++deliveries;
+    final int type = message.getType();
+    if ((type == MessageType.OPEN || type == MessageType.CLOSE) && !closing) {
+      status = State.nameOf(type == MessageType.OPEN ? State.ACTIVE : State.CLOSED);
+    }
     final int result;
     try {
       result = subscriber.onMessage(from, to, message);
@@ -80,6 +90,7 @@ public class Listener implements AutoCloseable {
       scheme = null;
       connection.call("Listener.open", this, () -> OxliImpl.lsn_open(lsn, openSettings));
     } finally {
+      noteState();
       connection.unlock();
     }
   }
@@ -94,6 +105,7 @@ public class Listener implements AutoCloseable {
     try {
       connection.call("Listener.shut", this, () -> OxliImpl.lsn_close(lsn));
     } finally {
+      noteState();
       scheme = null;
       connection.unlock();
     }
@@ -109,7 +121,18 @@ public class Listener implements AutoCloseable {
     synchronized (handleLock) {
       final IntRef state = new IntRef();
       Results.check("Listener.getState", this, OxliImpl.lsn_getstate(requireOpen(), state));
+      status = State.nameOf(state.get());
       return state.get();
+    }
+  }
+
+  /** Sees the state for dump, unless the listener is closed. */
+  private void noteState() {
+    synchronized (handleLock) {
+      final IntRef state = new IntRef();
+      if (handle == 0 || closing) return;
+      if (OxliImpl.lsn_getstate(handle, state) != ResultCode.OK) return;
+      status = State.nameOf(state.get());
     }
   }
 
@@ -168,6 +191,7 @@ public class Listener implements AutoCloseable {
       synchronized (handleLock) {
         if (handle == 0 || closing) return;
         closing = true; // not 0 yet: the messages delivered meanwhile may need the scheme
+        status = "closing";
       }
       try {
         connection.call("Listener.close", this, () -> OxliImpl.lsn_destroy(handle));
@@ -187,6 +211,17 @@ public class Listener implements AutoCloseable {
   @Override
   public String toString() {
     return Results.nameOf("listener", settings);
+  }
+
+  /** Returns when it was made. */
+  Origin origin() {
+    return origin;
+  }
+
+  /** Adds the listener. */
+  void dump(Dump dump) {
+    dump.add(this + ": " + status + ", " + origin.age() + ", messages delivered: " + deliveries,
+        origin, () -> {});
   }
 
   /** Locks the connection's delivery lock and returns the handle. */

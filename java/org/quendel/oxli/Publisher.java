@@ -1,11 +1,10 @@
 package org.quendel.oxli;
 
 import java.util.ArrayList;
-import java.util.Collections;
-import java.util.IdentityHashMap;
 import java.util.List;
+import java.util.Map;
 import java.util.Objects;
-import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
 import org.quendel.oxli.impl.IntRef;
 import org.quendel.oxli.impl.MessageAccess;
 import org.quendel.oxli.impl.MessageOwner;
@@ -25,17 +24,23 @@ public final class Publisher implements AutoCloseable {
   private static final int KEY_ID = 1;
   private static final int KEY_NAME = 2;
 
-  /** Guards what follows. Locked after the connection's locks; see GatewayLock. */
-  private final Object lock = new Object();
+  /**
+   * Guards what follows; dump reads some of it without. Locked after the connection's locks; see
+   * GatewayLock.
+   */
+  private final VisibleLock lock = new VisibleLock(false);
 
   private final Connection connection; // null if native code owns the publisher
   private final String settings;
+  private final Origin origin = new Origin();
   private final MessageOwner owner = new Owner();
-  private final Set<Message> outstanding = Collections.newSetFromMap(new IdentityHashMap<>());
+  private final Map<Message, Origin> outstanding = new ConcurrentHashMap<>(); // by identity
   private final List<Runnable> deferred = new ArrayList<>(); // releases after the call in progress
   private int depth; // number of gateway calls in progress that read a message
   private long handle;
   private Scheme scheme;
+  private long posts;
+  private volatile String status = "being made"; // the state when it was last seen
 
   Publisher(Connection connection, String settings) {
     this.connection = connection;
@@ -52,10 +57,14 @@ public final class Publisher implements AutoCloseable {
   }
 
   void create(long conn) {
-    synchronized (lock) {
+    lock.lock();
+    try {
       final ObjRef ref = new ObjRef();
       Results.check("Connection.newPublisher", this, OxliImpl.pub_new(conn, settings, ref, this));
       handle = ref.getRef();
+      noteState();
+    } finally {
+      lock.unlock();
     }
   }
 
@@ -68,9 +77,13 @@ public final class Publisher implements AutoCloseable {
    */
   public void open(String openSettings) {
     Objects.requireNonNull(openSettings, "openSettings");
-    synchronized (lock) {
+    lock.lock();
+    try {
       scheme = null;
       Results.check("Publisher.open", this, OxliImpl.pub_open(requireOpen(), openSettings));
+    } finally {
+      noteState();
+      lock.unlock();
     }
   }
 
@@ -80,9 +93,13 @@ public final class Publisher implements AutoCloseable {
    * @throws OxliException if the gateway refuses
    */
   public void shut() {
-    synchronized (lock) {
+    lock.lock();
+    try {
       scheme = null;
       Results.check("Publisher.shut", this, OxliImpl.pub_close(requireOpen()));
+    } finally {
+      noteState();
+      lock.unlock();
     }
   }
 
@@ -92,17 +109,36 @@ public final class Publisher implements AutoCloseable {
    * @throws OxliException if the gateway refuses
    */
   public int getState() {
-    synchronized (lock) {
+    lock.lock();
+    try {
       final IntRef state = new IntRef();
       Results.check("Publisher.getState", this, OxliImpl.pub_getstate(requireOpen(), state));
+      status = State.nameOf(state.get());
       return state.get();
+    } finally {
+      lock.unlock();
     }
+  }
+
+  /** Sees the state for dump, unless the publisher is closed. REQUIRES: the lock. */
+  private void noteState() {
+    final IntRef state = new IntRef();
+    if (handle == 0 || OxliImpl.pub_getstate(handle, state) != ResultCode.OK) return;
+    status = State.nameOf(state.get());
+  }
+
+  /** Called when the connection was shut, which shuts its publishers. */
+  void noteShut() {
+    status = State.nameOf(State.CLOSED);
   }
 
   /** Returns the publisher's name in the gateway, empty if it has none. */
   public String getName() {
-    synchronized (lock) {
+    lock.lock();
+    try {
       return OxliImpl.pub_getname(requireOpen());
+    } finally {
+      lock.unlock();
     }
   }
 
@@ -112,7 +148,8 @@ public final class Publisher implements AutoCloseable {
    * @throws OxliException if the gateway has none
    */
   public Scheme getScheme() {
-    synchronized (lock) {
+    lock.lock();
+    try {
       final long pub = requireOpen();
       if (scheme == null) {
         final Scheme fetched = new Scheme();
@@ -121,6 +158,8 @@ public final class Publisher implements AutoCloseable {
         scheme = fetched;
       }
       return scheme;
+    } finally {
+      lock.unlock();
     }
   }
 
@@ -147,7 +186,8 @@ public final class Publisher implements AutoCloseable {
 
   @SuppressWarnings("unchecked")
   private <M extends Message> M make(int keyType, Object key) {
-    synchronized (lock) {
+    lock.lock();
+    try {
       final Object[] made = new Object[1];
       final int code = OxliImpl.pub_msgnew(requireOpen(), keyType, key, getScheme(), made);
       if (code != ResultCode.OK) {
@@ -156,7 +196,7 @@ public final class Publisher implements AutoCloseable {
       final Message message = (Message) made[0];
       final MessageDesc desc = describe(message, keyType, key);
       MessageAccess.adopt(message, owner, desc, desc == null ? null : desc.zblockFields());
-      outstanding.add(message);
+      outstanding.put(message, new Origin());
       // Without a description, nothing checks the z-blocks that the application writes.
       if (desc == null) {
         message.close();
@@ -164,6 +204,8 @@ public final class Publisher implements AutoCloseable {
             "Publisher.newMessage", "message " + key + " of " + this, ResultCode.INTERNAL);
       }
       return (M) message;
+    } finally {
+      lock.unlock();
     }
   }
 
@@ -199,7 +241,8 @@ public final class Publisher implements AutoCloseable {
    *     to, has a z-block field that something else than {@link FieldDesc#setZBlock} wrote
    */
   public void post(Message message, int flags) {
-    synchronized (lock) {
+    lock.lock();
+    try {
       final long pub = requireOpen();
       final MessageOwner messageOwner = MessageAccess.ownerOf(message);
       if (messageOwner != null && messageOwner != owner) {
@@ -216,6 +259,9 @@ public final class Publisher implements AutoCloseable {
       if (code != ResultCode.OK) {
         throw Results.failure("Publisher.post", message + " on " + this, code);
       }
+      ++posts;
+    } finally {
+      lock.unlock();
     }
   }
 
@@ -245,12 +291,14 @@ public final class Publisher implements AutoCloseable {
    */
   @Override
   public void close() {
-    synchronized (lock) {
+    lock.lock();
+    try {
       if (handle == 0) return;
       final long pub = handle;
       final CloseErrors errors = new CloseErrors();
-      for (Message message : new ArrayList<>(outstanding)) errors.run(message::close);
+      for (Message message : outstanding.keySet()) errors.run(message::close);
       handle = 0;
+      status = "closing";
       scheme = null;
       errors.run(() -> release(() -> {
         try {
@@ -261,12 +309,45 @@ public final class Publisher implements AutoCloseable {
         }
       }));
       errors.throwFirst();
+    } finally {
+      lock.unlock();
     }
+  }
+
+  /** Returns when it was made. */
+  Origin origin() {
+    return origin;
+  }
+
+  /** Adds the publisher and its messages. */
+  void dump(Dump dump) {
+    dump.add(this + ": " + status + ", " + origin.age() + ", messages posted: " + posts, origin,
+        () -> {
+          dump.addOwner(lock, "a call");
+          dump.add(messages());
+        });
+  }
+
+  /** Adds lines for the messages that are not closed. */
+  void addUnclosed(List<String> lines) {
+    for (Dump.Group group : messages()) {
+      lines.add(group + " (" + this + ')' + group.oldest.place());
+    }
+  }
+
+  private List<Dump.Group> messages() {
+    final Dump.Groups groups = new Dump.Groups();
+    outstanding.forEach((message, made) -> {
+      final MessageDesc desc = MessageAccess.descOf(message);
+      groups.add("message " + (desc != null ? desc.getName()
+          : "of type 0x" + Integer.toHexString(message.getType())), made);
+    });
+    return groups.inOrder();
   }
 
   /** Returns whether the calling thread is inside a call on this publisher. */
   boolean isEnteredByCaller() {
-    return Thread.holdsLock(lock);
+    return lock.isHeldByCurrentThread();
   }
 
   /** Returns the beginning of the settings. */
@@ -284,18 +365,22 @@ public final class Publisher implements AutoCloseable {
   private final class Owner implements MessageOwner {
     @Override
     public void dispose(Message message) {
-      synchronized (lock) {
-        if (!outstanding.remove(message)) return;
+      lock.lock();
+      try {
+        if (outstanding.remove(message) == null) return;
         final long pub = handle;
         final long ref = MessageAccess.detach(message);
         release(() -> Results.check("Message.close", message + " of " + Publisher.this,
             OxliImpl.pub_msgdispose(pub, ref, message)));
+      } finally {
+        lock.unlock();
       }
     }
 
     @Override
     public byte[] dump(Message message, long argument) {
-      synchronized (lock) {
+      lock.lock();
+      try {
         MessageAccess.requireReadableByGateway(message);
         ++depth;
         try {
@@ -303,6 +388,8 @@ public final class Publisher implements AutoCloseable {
         } finally {
           leave();
         }
+      } finally {
+        lock.unlock();
       }
     }
   }

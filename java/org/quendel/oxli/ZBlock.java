@@ -36,6 +36,7 @@ import org.quendel.oxli.messages.Message;
  */
 public final class ZBlock extends NativeRef implements AutoCloseable {
   private final Environment environment;
+  private final Origin origin = new Origin();
   // Guarded by this, as is the handle that the superclass has.
   private boolean closed;
   private ByteBuffer memory; // the application's, to send; null in a block to receive
@@ -147,6 +148,12 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     } finally {
       OxliImpl.zblock_destroy(ref.getRef());
     }
+  }
+
+  /** Adds the block. */
+  void dump(Dump.Groups groups) {
+    // Without the lock: a block that is being made or closed has no memory.
+    groups.add(memory == null ? "z-block without memory to send" : "z-block to send", origin);
   }
 
   /** Binds the block to the descriptor that the field has in a message's payload. */

@@ -206,6 +206,7 @@ final class Misuse {
     final DataMessage message = publisher.newMessage("quote");
     printsReleases = true;
     insidePost = () -> {
+      System.out.println(environment.dump().contains("\" is inside a call\n"));
       publisher.close();
       System.out.println(thrownBy(connection::close));
       System.out.println(thrownBy(environment::close));

@@ -42,7 +42,7 @@ class MisuseTest {
             "java.util.NoSuchElementException: no class loader is left"),
         arguments("closeMessageInsideItsPost",
             "released\n[1]\n" + ILLEGAL_STATE + "DataMessage quote is closed"),
-        arguments("closePublisherInsideItsPost", ILLEGAL_STATE
+        arguments("closePublisherInsideItsPost", "true\n" + ILLEGAL_STATE
             + "connection cannot be closed inside a post of its publishers\n" + ILLEGAL_STATE
             + "environment cannot be closed inside onMessage or a post\nreleased\n" + ILLEGAL_STATE
             + "publisher is closed"));
