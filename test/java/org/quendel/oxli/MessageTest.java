@@ -241,6 +241,10 @@ class MessageTest extends GatewayTest {
     for (String text : List.of("a\0", "\ud800", "\udc00b", "\ud83dx")) {
       assertThrows(IllegalArgumentException.class, () -> quote.setText(ISIN, 12, text));
     }
+    final FieldDesc isin = quote.getDesc().getField("isin");
+    final Exception tooLong =
+        assertThrows(IllegalArgumentException.class, () -> isin.setText(quote, "ABCDEFGHIJKLM"));
+    assertEquals("13 bytes do not fit into field isin (c12)", tooLong.getMessage());
     quote.setText(ISIN, 12, "\ud83d\ude00");
     assertEquals("\ud83d\ude00", quote.getText(ISIN, 12));
     quote.setText(QUOTE_SIZE - 1, 1, "Z");
