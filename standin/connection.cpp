@@ -1,12 +1,59 @@
+#include "standin/carriage.h"
 #include "standin/delivery.h"
 #include "standin/environment.h"
 #include "standin/log.h"
+#include "standin/worker.h"
 
 using namespace standin;
 
 namespace {
 
 constexpr std::size_t kDefaultQueueLimit = 1000000;
+
+// The settings of the connection's server; empty if there is none.
+std::optional<CarriageSettings> extractCarriage(Settings& settings) {
+  CarriageSettings read;
+  const auto extractTime = [&settings](const char* key, std::chrono::milliseconds& value) {
+    const auto number = settings.extractNumber(key, static_cast<std::uint32_t>(value.count()));
+    if (number == 0) settings.refuse(std::string(key) + "=0 leaves no time");
+    value = std::chrono::milliseconds(number);
+  };
+  extractTime("server_timeout", read.serverTimeout);
+  extractTime("post_timeout", read.postTimeout);
+  read.window = settings.extractNumber("window", read.window);
+  if (read.window == 0) settings.refuse("window=0 leaves no room for a post");
+  read.logLimit = settings.extractNumber("log_limit", read.logLimit);
+  read.server = settings.extract("server");
+  return read.server.empty() ? std::nullopt : std::optional(read);
+}
+
+// Connects to the server. Returns null if the connection is closed or destroyed meanwhile.
+std::shared_ptr<Carriage> connect(Connection& conn, const CarriageSettings& settings)
+    REQUIRES(sMutex) {
+  const auto onLink = [weak = conn.weak_from_this()](bool established) REQUIRES(sMutex) {
+    const std::shared_ptr<Connection> to = weak.lock();
+    if (to && to->isOpen()) to->state = established ? kActive : kOpening;
+  };
+  std::shared_ptr<Carriage> carriage = makeCarriage(settings, onLink);
+  try {
+    carriage->open();
+  } catch (...) {
+    carriage->close();
+    throw;
+  }
+  if (environment().connections.count(conn.handle) > 0) return carriage;
+  carriage->close();
+  return nullptr;
+}
+
+// Disconnects from the server, after what was posted. Refuses if some of it is discarded.
+void disconnect(const std::shared_ptr<Carriage>& carriage) REQUIRES(sMutex) {
+  if (!carriage) return;
+  const bool sent = carriage->close();
+  joinWorkers();
+  require(sent, "posts were discarded, because the server did not acknowledge them",
+          kNotAcknowledged);
+}
 
 // The right to deliver for a connection, until the end of the scope.
 class Turn {
@@ -32,6 +79,24 @@ MessagePtr timeMessage() {
       std::int64_t{std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count()});
 }
 
+// Tells the listeners of the connection that a message got no reply.
+void announceTimeout(Connection& conn, std::uint32_t userId) REQUIRES(sMutex) {
+  const MessagePtr timeout = makeMessage(OX_MSG_ZRMQ_TIMEOUT, nullptr, 0, "", userId);
+  for (const auto& lsn : conn.listeners) {
+    if (lsn->isOpen()) enqueue(*lsn, OX_MSG_ZRMQ_TIMEOUT, timeout);
+  }
+}
+
+void endWait(Connection& conn, std::uint64_t serial, std::uint32_t userId) REQUIRES(sMutex) {
+  if (!conn.carriage) return announceTimeout(conn, userId);
+  // Another process may have replied.
+  const auto onResult = [weak = conn.weak_from_this(), userId](bool replied) REQUIRES(sMutex) {
+    const std::shared_ptr<Connection> asking = weak.lock();
+    if (asking && !replied) announceTimeout(*asking, userId);
+  };
+  conn.carriage->checkReply(serial, onResult);
+}
+
 // Queues the messages that are due by the clock. Returns the time of the next one.
 Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) REQUIRES(sMutex) {
   auto next = Clock::time_point::max();
@@ -47,11 +112,7 @@ Clock::time_point enqueueDue(Connection& conn, Clock::time_point now) REQUIRES(s
     auto first = pub->awaited.begin();
     for (; first != pub->awaited.end() && first->second.deadline <= now;
          first = pub->awaited.erase(first)) {
-      const MessagePtr timeout =
-          makeMessage(OX_MSG_ZRMQ_TIMEOUT, nullptr, 0, "", first->second.userId);
-      for (const auto& lsn : conn.listeners) {
-        if (lsn->isOpen()) enqueue(*lsn, OX_MSG_ZRMQ_TIMEOUT, timeout);
-      }
+      endWait(conn, first->first, first->second.userId);
     }
     if (first != pub->awaited.end()) next = std::min(next, first->second.deadline);
   }
@@ -107,8 +168,14 @@ int ox_conn_open(ox_conn_t* handle, const char* string) {
     settings.add(string);
     const auto limit = settings.extractNumber("queue_limit", kDefaultQueueLimit);
     if (limit == 0) settings.refuse("queue_limit=0 leaves no room for a post");
-    require(!conn.isOpen(), "the connection is open already", OX_ERR_INVALIDSTATE);
+    const std::optional<CarriageSettings> server = extractCarriage(settings);
+    const Opening opening(conn, "the connection is open already");
     logUnknown("ox_conn_open", settings);
+    if (server) {
+      conn.carriage = connect(conn, *server);
+      require(conn.carriage != nullptr, "the connection was destroyed while it was being opened",
+              OX_ERR_INVALIDSTATE);
+    }
     conn.queueLimit = limit;
     conn.state = kActive;
   });
@@ -125,8 +192,13 @@ int ox_conn_close(ox_conn_t* handle) {
       if (lsn->state != kClosed) closeListener(*lsn, kConnectionClosed);
     }
     for (const auto& pub : publishers) {
-      if (pub->isOpen()) closePublisher(*pub);
+      if (!pub->isOpen()) continue;
+      closePublisher(*pub);
+      pub->sender = nullptr;
+      pub->state = kClosed;
     }
+    const std::shared_ptr<Carriage> carriage = std::exchange(conn.carriage, nullptr);
+    disconnect(carriage);
   });
 }
 
@@ -153,5 +225,8 @@ int ox_conn_getstate(ox_conn_t* handle, int32_t* state) {
 }
 
 int ox_conn_destroy(ox_conn_t* handle) {
-  return call(__func__, {}, handle, [](Connection& conn) REQUIRES(sMutex) { destroy(conn); });
+  return call(__func__, {}, handle, [](Connection& conn) REQUIRES(sMutex) {
+    destroy(conn);
+    disconnect(std::exchange(conn.carriage, nullptr));
+  });
 }

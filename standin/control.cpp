@@ -1,7 +1,9 @@
 #include "standin/control.h"
 
+#include "standin/carriage.h"
 #include "standin/delivery.h"
 #include "standin/environment.h"
+#include "standin/worker.h"
 
 namespace standin {
 namespace {
@@ -95,6 +97,25 @@ void clearCalls() {
   const MutexLock lock(sMutex);
   environment().calls.clear();
   environment().logLines.clear();
+}
+
+bool settle() {
+  const MutexLock lock(sMutex);
+  const auto isSettled = [](const auto& entry) REQUIRES(sMutex) {
+    const Connection& conn = *entry.second;
+    return !conn.carriage || conn.carriage->isSettled();
+  };
+  const auto deadline = Clock::now() + std::chrono::seconds(20);
+  for (;;) {
+    const auto& connections = environment().connections;
+    if (std::all_of(connections.begin(), connections.end(), isSettled)) {
+      joinWorkers();
+      return true;
+    }
+    if (Clock::now() > deadline) return false;
+    const MutexUnlock unlock(sMutex);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 std::size_t liveObjects() {

@@ -21,17 +21,25 @@ enum PostFlags : int {
 // Values of ox_conn_getstate, ox_lsn_getstate and ox_pub_getstate.
 enum States : int {
   kClosed = 0,
-  kOpening = 1,  // listener: OX_MSG_OPEN is queued
+  kOpening = 1,  // listener: OX_MSG_OPEN is queued; connection: its server is not reached
   kActive = 2,
-  kClosing = 3,  // listener: OX_MSG_CLOSE is queued
+  kClosing = 3,  // listener: OX_MSG_CLOSE is queued; publisher: its posts are being sent
 };
 
 // Payload of OX_MSG_CLOSE.
-enum CloseReasons : int { kClosedByOwner = 0, kStreamClosed = 1, kConnectionClosed = 2 };
+enum CloseReasons : int {
+  kClosedByOwner = 0,
+  kStreamClosed = 1,
+  kConnectionClosed = 2,
+  kMessagesLost = 3,  // the server discarded messages before they were read
+};
 
 // Result codes that only the stand-in gateway has.
 enum ResultCodes : int {
-  kQueueFull = 0x70001,  // a post exceeds the queue_limit of a connection; no listener gets it
+  kQueueFull = 0x70001,   // a post exceeds the queue_limit of a connection; no listener gets it
+  kNoServer = 0x70002,    // the server is not reached, or refuses the connection
+  kWindowFull = 0x70003,  // the server acknowledges too slowly; the post is not sent
+  kNotAcknowledged = 0x70004,  // the server has not acknowledged in time what was posted
 };
 
 // The next call of `function`, such as "ox_conn_open", does nothing but return `code`.
@@ -54,6 +62,11 @@ void recordCalls(bool on);
 std::vector<std::string> calls();
 std::vector<std::string> logLines();
 void clearCalls();
+
+// Waits until everything that was posted in this process has arrived at its open listeners, by way
+// of servers as well, and the threads of closed ones have ended. Returns false if that takes longer
+// than 20 seconds.
+bool settle();
 
 // The number of connections, listeners, publishers, outgoing messages, streams and schemes.
 std::size_t liveObjects();

@@ -17,9 +17,9 @@ struct Frame {
 thread_local const Frame* innermost = nullptr;
 
 KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Description* description,
-                     const Outgoing* outgoing = nullptr) {
+                     const Outgoing* outgoing, const Message* delivered = nullptr) {
   const bool isRow = type == OX_MSG_STREAM_DATA;
-  KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing, description};
+  KnownRecord known{{}, isRow || type == OX_MSG_DATA || outgoing, outgoing, delivered, description};
   if (isRow) {
     known.record.row = *reinterpret_cast<const ox_msg_streamdata_t*>(from);
   } else if (known.whole) {
@@ -29,6 +29,14 @@ KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Description
   }
   known.record.head.type = type;
   return known;
+}
+
+// Called when an item has left the queue. A thread that waits for room is woken rarely.
+void countPosted(Connection& conn) REQUIRES(sMutex) {
+  --conn.posted;
+  if (!conn.crowded || conn.posted > conn.queueLimit / 2) return;
+  conn.crowded = false;
+  environment().room.notifyAll();
 }
 
 }  // namespace
@@ -49,7 +57,7 @@ Item nextItem(Connection& conn) {
   }
   Item item = std::move(next);
   conn.queue.pop_front();
-  if (item.posted) --conn.posted;
+  if (item.posted) countPosted(conn);
   return item;
 }
 
@@ -57,7 +65,7 @@ void discardQueued(const Listener& lsn) {
   Connection& conn = *lsn.conn;
   const auto discard = [&](const Item& item) REQUIRES(sMutex) {
     const bool itsOwn = item.lsn.get() == &lsn;
-    if (itsOwn && item.posted) --conn.posted;
+    if (itsOwn && item.posted) countPosted(conn);
     return itsOwn;
   };
   conn.queue.erase(std::remove_if(conn.queue.begin(), conn.queue.end(), discard), conn.queue.end());
@@ -98,10 +106,11 @@ KnownRecord knownRecord(const ox_msg_t* record) {
   for (const Frame* frame = innermost; frame; frame = frame->outer) {
     const Message* const message = frame->message;
     if (frame->record == record) {
-      return readable(record, frame->type, message ? &message->own.description : nullptr);
+      return readable(record, frame->type, message ? &message->own.description : nullptr, nullptr,
+                      message);
     }
     if (message && record == &message->ref.head) {
-      return readable(record, OX_MSG_DATA, &message->ofRef.description);
+      return readable(record, OX_MSG_DATA, &message->ofRef.description, nullptr);
     }
   }
   throw Refusal{OX_ERR_INVALIDARGUMENT, "the message is neither outgoing nor being delivered"};

@@ -21,6 +21,7 @@ struct KnownRecord {
   Record record;                   // as far as it may be read
   bool whole;                      // not the head alone
   const Outgoing* outgoing;        // null if it is being delivered
+  const Message* delivered;        // null for an outgoing record or one of deliver()
   const Description* description;  // of the message; null for a record of deliver()
 };
 // Refuses any other address without reading it.

@@ -2,7 +2,11 @@
 
 #include <dlfcn.h>
 
+#include <random>
+
+#include "standin/carriage.h"
 #include "standin/log.h"
+#include "standin/worker.h"
 
 namespace standin {
 
@@ -73,6 +77,28 @@ void requireOpenEnvironment() {
   require(environment().open, "the environment is closed", OX_ERR_INVALIDSTATE);
 }
 
+std::uint32_t newLifeNumber() {
+  std::random_device system;
+  for (;;) {
+    if (const std::uint32_t number = system()) return number;
+  }
+}
+
+std::shared_ptr<const Scheme> sharedScheme(const std::string& string) {
+  auto& schemes = environment().schemes;
+  const auto found = schemes.find(string);
+  if (found != schemes.end()) return found->second.lock();
+  auto made = std::make_unique<const Scheme>(string);
+  const auto entry = schemes.emplace(string, std::weak_ptr<const Scheme>()).first;
+  const auto release = [entry](const Scheme* scheme) REQUIRES(sMutex) {
+    environment().schemes.erase(entry);
+    delete scheme;
+  };
+  std::shared_ptr<const Scheme> scheme(made.release(), release);
+  entry->second = scheme;
+  return scheme;
+}
+
 bool raiseExitEvent() {
   ox_exit_cb_t callback = nullptr;
   void* data = nullptr;
@@ -93,7 +119,7 @@ int ox_env_open(const char* string) {
   return call(__func__, {string}, [&] {
     const MutexLock lock(sMutex);
     Environment& env = environment();
-    require(!env.open, "the environment is open already", OX_ERR_INVALIDSTATE);
+    require(!env.open && !env.closing, "the environment is open already", OX_ERR_INVALIDSTATE);
     Settings settings;
     settings.add(string);
     openLog(settings.extract("log"));
@@ -101,7 +127,9 @@ int ox_env_open(const char* string) {
     settings.extract("platform");  // added by Java hosts
     if (exitAfter > 0) startExitThread(std::chrono::milliseconds(exitAfter));
     env.open = true;
-    writeLog("info", "stand-in gateway: its streams end with this process");
+    // Other processes have other numbers.
+    env.lastSerial = std::uint64_t{std::random_device()()} << 32;
+    writeLog("info", "stand-in gateway: streams without a server end with this process");
     logUnknown("ox_env_open", settings);
   });
 }
@@ -111,11 +139,20 @@ int ox_env_close(void) {
     const MutexLock lock(sMutex);
     requireOpenEnvironment();
     Environment& env = environment();
+    std::vector<std::shared_ptr<Carriage>> carriages;
     while (!env.connections.empty()) {
       const std::shared_ptr<Connection> conn = env.connections.begin()->second;
       destroy(*conn);
+      if (conn->carriage) carriages.push_back(std::move(conn->carriage));
     }
     env.open = false;
+    env.closing = true;
+    // What is discarded is logged: a host could not close the environment again.
+    for (const auto& carriage : carriages) carriage->startClosing();
+    for (const auto& carriage : carriages) carriage->close();
+    carriages.clear();
+    joinWorkers();
+    env.closing = false;
     closeLog();
     endExitThread();
   });

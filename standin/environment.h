@@ -30,6 +30,7 @@ struct Table : std::unordered_map<Handle*, std::shared_ptr<T>> {
 };
 
 struct ExitThread;
+class Worker;
 
 struct Environment {
   auto& table(ox_conn_t*) REQUIRES(sMutex) { return connections; }
@@ -44,6 +45,7 @@ struct Environment {
   }
 
   bool open GUARDED_BY(sMutex) = false;
+  bool closing GUARDED_BY(sMutex) = false;  // until nothing is left of a closed environment
   std::uintptr_t lastHandle GUARDED_BY(sMutex) = 0x10000;
   std::uint64_t lastSerial GUARDED_BY(sMutex) = 0;
   Table<ox_conn_t, Connection> connections GUARDED_BY(sMutex);
@@ -53,6 +55,8 @@ struct Environment {
   // Streams and schemes remove themselves when they are destroyed.
   std::map<std::string, std::weak_ptr<Stream>> streams GUARDED_BY(sMutex);        // by name
   std::map<std::string, std::weak_ptr<const Scheme>> schemes GUARDED_BY(sMutex);  // by string
+  std::vector<std::shared_ptr<Worker>> workers GUARDED_BY(sMutex);
+  Condition room;  // a connection that was crowded has room again
   std::FILE* log GUARDED_BY(sMutex) = nullptr;
 
   ox_exit_cb_t exitCallback GUARDED_BY(sMutex) = nullptr;
@@ -73,6 +77,14 @@ struct Environment {
 Environment& environment();
 
 void requireOpenEnvironment() REQUIRES(sMutex);
+
+// The scheme of a string. Equal strings share one object, so that schemes are compared by their
+// addresses.
+std::shared_ptr<const Scheme> sharedScheme(const std::string& string) REQUIRES(sMutex);
+
+// Random, so that the state of an earlier stream, also in another process, does not resume on this
+// one. Not 0, which is the default of a state without a life number.
+std::uint32_t newLifeNumber();
 
 // Calls the exit callback on this thread. Returns false if none is registered.
 bool raiseExitEvent() EXCLUDES(sMutex);

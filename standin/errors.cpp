@@ -37,7 +37,13 @@ const char* ox_err_getstr(int code) {
       {OX_ERR_INVALIDSTATE,
        "OX_ERR_INVALIDSTATE: the object's state does not allow the call; the log says why"},
       {OX_ERR_BUFFERTOOSMALL, "OX_ERR_BUFFERTOOSMALL: the buffer does not hold the result"},
-      {standin::kQueueFull, "STANDIN_ERR_QUEUEFULL: the queue of a receiving connection is full"}};
+      {standin::kQueueFull, "STANDIN_ERR_QUEUEFULL: the queue of a receiving connection is full"},
+      {standin::kNoServer,
+       "STANDIN_ERR_NOSERVER: the server is not reached or refuses; the log says why"},
+      {standin::kWindowFull,
+       "STANDIN_ERR_WINDOWFULL: the server acknowledges too slowly; the post is not sent"},
+      {standin::kNotAcknowledged,
+       "STANDIN_ERR_NOTACKNOWLEDGED: the server has not acknowledged in time what was posted"}};
   for (const auto& [known, string] : kStrings) {
     if (known == code) return string;
   }

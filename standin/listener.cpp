@@ -60,14 +60,14 @@ int ox_lsn_open(ox_listener_t* handle, const char* string) {
     const std::chrono::milliseconds interval(settings.extractNumber<std::uint32_t>("time", 0));
     const bool replica = extractReplica(settings);
     const std::string stream = settings.extract("stream");
-    require(lsn.state == kClosed, "the listener is open already", OX_ERR_INVALIDSTATE);
+    const Opening opening(lsn, "the listener is open already");
     require(lsn.conn->isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     logUnknown("ox_lsn_open", settings);
     logUnknown("ox_lsn_open: replstate", resume);
     lsn.replica = replica;
+    Stream::follow(stream, lsn, life, rev);
     lsn.interval = interval;
     lsn.nextTime = Clock::now() + interval;
-    lsn.stream = Stream::follow(stream, lsn, life, rev);
     lsn.state = kOpening;
   });
 }

@@ -74,6 +74,17 @@ MessagePtr copyOf(const Record& record, Description own, const Description* ofRe
   return message;
 }
 
+std::string rowKey(const Message& row) {
+  const Scheme::Message& table = *row.own.description;
+  const ox_msg_streamdata_t& record = row.record.row;
+  std::string key = std::to_string(table.position) + ':';
+  if (table.key.empty()) return record.rev == 0 ? key : key + std::to_string(record.rev);
+  for (const ox_field_desc_t* field : table.key) {
+    key.append(static_cast<const char*>(record.head.data) + field->offset, field->size);
+  }
+  return key;
+}
+
 MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size, const char* name,
                        std::uint32_t userId) {
   const ox_msg_t head{type, size, const_cast<void*>(data), 0};

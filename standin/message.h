@@ -31,6 +31,7 @@ struct Message {
   Record record{};
   ox_msg_data_t ref{};  // what `record` refers to, if it does
   Bytes own, ofRef;
+  std::uint32_t replyWithin = 0;  // milliseconds; 0 if no reply is wanted or nobody elsewhere asks
 };
 using MessagePtr = std::shared_ptr<const Message>;
 
@@ -40,6 +41,10 @@ bool isNull(const ox_msg_streamdata_t* row, std::uint32_t field);
 // Copies a record and what it points to: its payload, the message it refers to, and the blocks of
 // both, as the descriptions say. Refuses a block with a size and no address.
 MessagePtr copyOf(const Record& record, Description own = {}, const Description* ofRef = nullptr);
+
+// What tells a row from the others of its stream. A row of a table without an index is told by its
+// revision, which the key of a row that has none lacks.
+std::string rowKey(const Message& row);
 
 // Makes a message that no publisher posted.
 MessagePtr makeMessage(std::uint32_t type, const void* data, std::size_t size,

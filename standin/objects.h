@@ -23,6 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 extern Mutex sMutex;
 
+class Carriage;
+class Sender;
 class Stream;
 struct Connection;
 
@@ -33,6 +35,7 @@ struct Object {
   Handle* handle = nullptr;
   Settings settings GUARDED_BY(sMutex);  // given when it was made
   States state GUARDED_BY(sMutex) = kClosed;
+  bool beingOpened GUARDED_BY(sMutex) = false;  // closed, and a thread waits for a server
 };
 
 struct Listener : Object<ox_listener_t>, std::enable_shared_from_this<Listener> {
@@ -44,6 +47,9 @@ struct Listener : Object<ox_listener_t>, std::enable_shared_from_this<Listener> 
   std::chrono::milliseconds interval GUARDED_BY(sMutex){};  // of time messages; 0 for none
   Clock::time_point nextTime GUARDED_BY(sMutex);
   std::int64_t seen GUARDED_BY(sMutex) = 0;  // revision of the latest row delivered
+  // A replica listener whose rows have not arrived yet: it gets those after that revision.
+  bool awaitsRows GUARDED_BY(sMutex) = false;
+  std::int64_t from GUARDED_BY(sMutex) = 0;
 };
 
 struct AwaitedReply {
@@ -57,6 +63,8 @@ struct Publisher : Object<ox_publisher_t> {
   std::chrono::milliseconds replyTimeout GUARDED_BY(sMutex){};
   // By serial number, which is also the order of the deadlines.
   std::map<std::uint64_t, AwaitedReply> awaited GUARDED_BY(sMutex);
+  std::shared_ptr<Sender> sender GUARDED_BY(sMutex);        // null in this process
+  bool acknowledged GUARDED_BY(sMutex) = false;             // each post waits for the server
   std::shared_ptr<Stream> stream GUARDED_BY(sMutex);        // of the latest open
   std::shared_ptr<const Scheme> scheme GUARDED_BY(sMutex);  // null until it is given one
 };
@@ -71,13 +79,15 @@ struct Item {
   std::size_t times = 1;
 };
 
-struct Connection : Object<ox_conn_t> {
+struct Connection : Object<ox_conn_t>, std::enable_shared_from_this<Connection> {
   std::vector<std::shared_ptr<Listener>> listeners GUARDED_BY(sMutex);
   std::vector<std::shared_ptr<Publisher>> publishers GUARDED_BY(sMutex);
+  std::shared_ptr<Carriage> carriage GUARDED_BY(sMutex);  // null in this process
   std::deque<Item> queue GUARDED_BY(sMutex);
   std::size_t queueLimit GUARDED_BY(sMutex) = 0;  // of posted items
   std::size_t posted GUARDED_BY(sMutex) = 0;      // items in `queue`
   std::size_t incoming GUARDED_BY(sMutex) = 0;    // items of the post that is being checked
+  bool crowded GUARDED_BY(sMutex) = false;        // a thread waits until half the queue is free
   std::thread::id deliverer GUARDED_BY(sMutex);   // inside ox_conn_process; {} for none
   Condition changed;
 };
@@ -93,6 +103,7 @@ struct Outgoing {
 
 // Stops the listener and delivers its closing messages before it returns.
 void closeListener(Listener& lsn, std::int32_t reason) REQUIRES(sMutex);
+// Lets the publisher leave its stream. Does not wait for its posts.
 void closePublisher(Publisher& pub) REQUIRES(sMutex);
 
 // These call no listener. The handles are stale afterwards.
@@ -102,6 +113,22 @@ void destroy(Connection& conn) REQUIRES(sMutex);
 
 // Whether the setting `mode` is given, as `replica`. Refuses any other value.
 bool extractReplica(Settings& settings);
+
+// Marks an object as being opened until the end of the scope.
+template <class T>
+class Opening {
+ public:
+  Opening(T& object, const char* refusal) REQUIRES(sMutex) : object_(object) {
+    require(object.state == kClosed && !object.beingOpened, refusal, OX_ERR_INVALIDSTATE);
+    object_.beingOpened = true;
+  }
+  ~Opening() REQUIRES(sMutex) { object_.beingOpened = false; }
+  Opening(const Opening&) = delete;
+  Opening& operator=(const Opening&) = delete;
+
+ private:
+  T& object_;
+};
 
 template <class T, class U>
 void eraseFrom(std::vector<T>& list, const U& object) {

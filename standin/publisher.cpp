@@ -7,23 +7,10 @@ using namespace standin;
 
 namespace {
 
-// The setting `scheme`; null if it is missing. Equal strings share one object, so that schemes are
-// compared by their addresses.
+// The setting `scheme`; null if it is missing.
 std::shared_ptr<const Scheme> extractScheme(Settings& settings) REQUIRES(sMutex) {
   if (!settings.has("scheme")) return nullptr;
-  const std::string string = settings.extractNested("scheme");
-  auto& schemes = environment().schemes;
-  const auto found = schemes.find(string);
-  if (found != schemes.end()) return found->second.lock();
-  auto made = std::make_unique<const Scheme>(string);
-  const auto entry = schemes.emplace(string, std::weak_ptr<const Scheme>()).first;
-  const auto release = [entry](const Scheme* scheme) REQUIRES(sMutex) {
-    environment().schemes.erase(entry);
-    delete scheme;
-  };
-  std::shared_ptr<const Scheme> scheme(made.release(), release);
-  entry->second = scheme;
-  return scheme;
+  return sharedScheme(settings.extractNested("scheme"));
 }
 
 std::shared_ptr<const Scheme> schemeOf(const Publisher& pub) REQUIRES(sMutex) {
@@ -37,12 +24,40 @@ void await(Publisher& pub, std::uint64_t serial, std::uint32_t userId) REQUIRES(
   pub.conn->changed.notifyAll();  // a waiting thread may have to wake earlier now
 }
 
+void noteReply(const Publisher& pub, const KnownRecord& to) REQUIRES(sMutex) {
+  const std::uint64_t serial = to.record.head.reserved;
+  std::size_t noted = 0;
+  for (const auto& [other, asking] : environment().publishers) {
+    noted += asking->awaited.erase(serial);
+  }
+  const std::uint32_t within = to.delivered ? to.delivered->replyWithin : 0;
+  if (noted == 0 && within > 0 && pub.sender) {
+    pub.sender->noteReply(serial, std::chrono::milliseconds(within));
+  }
+}
+
+// Waits until what the publisher posted is acknowledged, if it has posted to a server.
+void awaitLeft(Publisher& pub) REQUIRES(sMutex) {
+  const std::shared_ptr<Sender> sender = std::exchange(pub.sender, nullptr);
+  if (!sender) return;
+  const auto close = [&pub]() REQUIRES(sMutex) {
+    if (pub.state == kClosing) pub.state = kClosed;
+  };
+  try {
+    sender->awaitLeft();
+  } catch (...) {
+    close();
+    throw;
+  }
+  close();
+}
+
 }  // namespace
 
 void standin::closePublisher(Publisher& pub) {
-  pub.state = kClosed;
+  pub.state = pub.sender ? kClosing : kClosed;
   pub.awaited.clear();
-  pub.stream->leave();
+  pub.stream->leave(pub);
 }
 
 void standin::destroy(Publisher& pub) {
@@ -77,13 +92,16 @@ int ox_pub_open(ox_publisher_t* handle, const char* string) {
     const std::shared_ptr<const Scheme> scheme = pub.scheme ? pub.scheme : given;
     const std::chrono::milliseconds timeout(
         settings.extractNumber<std::uint32_t>("reply_timeout", 1000));
+    const std::string ack = settings.extract("ack");
+    if (!ack.empty() && ack != "always") settings.refuse("ack=" + ack + " is unknown");
     const bool replica = extractReplica(settings);
     const std::string stream = settings.extract("stream");
-    require(!pub.isOpen(), "the publisher is open already", OX_ERR_INVALIDSTATE);
+    const Opening opening(pub, "the publisher is open already");
     require(pub.conn->isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     logUnknown("ox_pub_open", settings);
-    pub.stream = Stream::join(stream, scheme);
+    Stream::join(pub, stream, scheme);
     pub.scheme = scheme;
+    pub.acknowledged = !ack.empty();
     pub.replica = replica;
     pub.replyTimeout = timeout;
     pub.state = kActive;
@@ -94,6 +112,7 @@ int ox_pub_close(ox_publisher_t* handle) {
   return call(__func__, {}, handle, [](Publisher& pub) REQUIRES(sMutex) {
     require(pub.isOpen(), "the publisher is not open", OX_ERR_INVALIDSTATE);
     closePublisher(pub);
+    awaitLeft(pub);
   });
 }
 
@@ -109,7 +128,10 @@ int ox_pub_getscheme(ox_publisher_t* handle, ox_scheme_desc_t** scheme) {
 }
 
 int ox_pub_destroy(ox_publisher_t* handle) {
-  return call(__func__, {}, handle, [](Publisher& pub) REQUIRES(sMutex) { destroy(pub); });
+  return call(__func__, {}, handle, [](Publisher& pub) REQUIRES(sMutex) {
+    destroy(pub);
+    awaitLeft(pub);
+  });
 }
 
 int ox_pub_msgnew(ox_publisher_t* handle, int keyType, const void* key, ox_msg_t** msg) {
@@ -152,7 +174,7 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
     KnownRecord known = knownRecord(msg);
     require(!known.outgoing || known.outgoing->owner == &pub, "the message is another publisher's");
     require(known.whole, "only data messages and rows can be posted");
-    if (flags & kClearDeleted) return pub.stream->clear(known);
+    if (flags & kClearDeleted) return pub.stream->clear(pub, known);
     Record& record = known.record;
     const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
     const bool asks = (flags & kReplyWanted) != 0;
@@ -166,13 +188,10 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
 
     const std::uint64_t serial = ++environment().lastSerial;
     record.head.reserved = serial;
-    pub.stream->post(known, ref.description);
+    pub.stream->post(pub, known, ref.description,
+                     asks ? pub.replyTimeout : std::chrono::milliseconds());
     // A message that refers to a delivered one is the reply to it.
-    if (refers && !ref.outgoing) {
-      for (const auto& [other, asking] : environment().publishers) {
-        asking->awaited.erase(ref.record.head.reserved);
-      }
-    }
+    if (refers && !ref.outgoing) noteReply(pub, ref);
     if (asks) await(pub, serial, record.data.user_id);
   });
 }

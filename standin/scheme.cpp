@@ -22,15 +22,6 @@ std::pair<std::string, std::string> splitAtColon(const std::string& item) {
   return {item.substr(0, colon), item.substr(colon + 1)};
 }
 
-bool isKnownType(std::uint32_t code) {
-  static constexpr std::uint32_t kKnown[] = {
-      OX_MSG_OPEN,         OX_MSG_CLOSE,         OX_MSG_TIME,           OX_MSG_DATA,
-      OX_MSG_STREAM_DATA,  OX_MSG_PARSEERR,      OX_MSG_TN_BEGIN,       OX_MSG_TN_COMMIT,
-      OX_MSG_ZRMQ_TIMEOUT, OX_MSG_ZRREPL_ONLINE, OX_MSG_ZRREPL_LIFENUM, OX_MSG_ZRREPL_CLEARDELETED,
-      OX_MSG_ZRREPL_STATE};
-  return std::find(std::begin(kKnown), std::end(kKnown), code) != std::end(kKnown);
-}
-
 // The bits of an integer of that type; empty if the digits are not one.
 std::optional<std::int64_t> toInteger(Type type, const std::string& digits) {
   std::optional<std::int64_t> number = toNumber<std::int64_t>(digits);
@@ -207,6 +198,15 @@ bool sameFields(const ox_message_desc_t& a, const ox_message_desc_t& b) {
 
 }  // namespace
 
+bool isKnownType(std::uint32_t code) {
+  static constexpr std::uint32_t kKnown[] = {
+      OX_MSG_OPEN,         OX_MSG_CLOSE,         OX_MSG_TIME,           OX_MSG_DATA,
+      OX_MSG_STREAM_DATA,  OX_MSG_PARSEERR,      OX_MSG_TN_BEGIN,       OX_MSG_TN_COMMIT,
+      OX_MSG_ZRMQ_TIMEOUT, OX_MSG_ZRREPL_ONLINE, OX_MSG_ZRREPL_LIFENUM, OX_MSG_ZRREPL_CLEARDELETED,
+      OX_MSG_ZRREPL_STATE};
+  return std::find(std::begin(kKnown), std::end(kKnown), code) != std::end(kKnown);
+}
+
 std::optional<Type> typeOf(const std::string& string) {
   if (string.empty()) return std::nullopt;
   const char kind = string.front();
@@ -227,7 +227,7 @@ std::int64_t integerAt(Type type, const void* data) {
   return static_cast<std::int64_t>(bits << unused) >> unused;
 }
 
-Scheme::Scheme(const std::string& string) {
+Scheme::Scheme(const std::string& string) : string_(string) {
   Settings source("scheme", string);
   ox_message_desc_t** end = &description.messages;
   for (const std::string& name : source.extractList("messages", kMaxItems)) {

@@ -22,6 +22,9 @@ struct Type {
   std::size_t size;  // in bytes; 0 for m
 };
 
+// Whether that is one of the gateway's type codes of messages.
+bool isKnownType(std::uint32_t code);
+
 // Empty if there is no such type.
 std::optional<Type> typeOf(const std::string& string);
 // The integer at `data`, with its sign; an unsigned one of 8 bytes as its bits.
@@ -80,9 +83,13 @@ class Scheme {
   // Whether every message of the other scheme is in this one, with the same fields.
   bool covers(const Scheme& other) const;
 
+  // What the object was made of.
+  const std::string& string() const { return string_; }
+
   ox_scheme_desc_t description{};
 
  private:
+  const std::string string_;
   Arena arena_;
   std::deque<Message> messages_;  // a deque, because its elements do not move
   std::map<std::string, const Message*, std::less<>> byName_;

@@ -1,30 +1,10 @@
 #include "standin/stream.h"
 
-#include <random>
-
 #include "standin/environment.h"
 #include "standin/log.h"
 
 namespace standin {
 namespace {
-
-// Random, so that the state of an earlier stream, also in another process, does not resume on this
-// one. Not 0, which is the default of a state without a life number.
-std::uint32_t newLifeNumber() {
-  std::random_device system;
-  for (;;) {
-    if (const std::uint32_t number = system()) return number;
-  }
-}
-
-std::string keyOf(const Scheme::Message& table, const ox_msg_streamdata_t& row) {
-  std::string key = std::to_string(table.position) + ':';
-  if (table.key.empty()) return key + std::to_string(row.rev);
-  for (const ox_field_desc_t* field : table.key) {
-    key.append(static_cast<const char*>(row.head.data) + field->offset, field->size);
-  }
-  return key;
-}
 
 MessagePtr clearedMessage(std::uint32_t table, std::int64_t olderThan) {
   return makeMessage(OX_MSG_ZRREPL_CLEARDELETED, ox_data_cleardeleted_t{table, olderThan});
@@ -38,56 +18,66 @@ void enqueueChange(Listener& lsn, std::uint32_t type, const MessagePtr& change) 
 
 }  // namespace
 
-Stream::Stream(std::string name) : name_(std::move(name)), life_(newLifeNumber()) {
+Stream::Stream(const std::string& address, std::string name)
+    : name_(std::move(name)), key_(address + '\n' + name_) {
+  if (!isMirror()) life_ = newLifeNumber();
 }
 
 Stream::~Stream() {
-  auto& streams = environment().streams;
-  const auto found = streams.find(name_);
-  // Another stream may have replaced this one.
-  if (found != streams.end() && found->second.expired()) streams.erase(found);
+  forget();
 }
 
-std::shared_ptr<Stream> Stream::named(const std::string& name) {
+std::shared_ptr<Stream> Stream::named(const Connection& conn, const std::string& name) {
   auto& streams = environment().streams;
-  const auto found = streams.find(name);
+  const std::string address = conn.carriage ? conn.carriage->address() : "";
+  const auto found = streams.find(address + '\n' + name);
   if (found != streams.end()) return found->second.lock();
-  auto stream = std::make_shared<Stream>(name);
-  streams.emplace(name, stream);
+  auto stream = std::make_shared<Stream>(address, name);
+  streams.emplace(stream->key_, stream);
   return stream;
 }
 
-std::shared_ptr<Stream> Stream::join(const std::string& name,
-                                     const std::shared_ptr<const Scheme>& scheme) {
-  std::shared_ptr<Stream> stream = named(name);
-  if (scheme && stream->scheme_ && !stream->scheme_->covers(*scheme)) {
+// Lets the next one that joins or follows make another stream of that name.
+void Stream::forget() {
+  auto& streams = environment().streams;
+  const auto found = streams.find(key_);
+  // Another stream may have replaced this one.
+  if (found == streams.end()) return;
+  const std::shared_ptr<Stream> stream = found->second.lock();
+  if (!stream || stream.get() == this) streams.erase(found);
+}
+
+void Stream::join(Publisher& pub, const std::string& name,
+                  const std::shared_ptr<const Scheme>& scheme) {
+  std::shared_ptr<Stream> stream =
+      pub.conn->carriage ? joined(pub, name, scheme) : named(*pub.conn, name);
+  if (!pub.sender && scheme && stream->scheme_ && !stream->scheme_->covers(*scheme)) {
     if (stream->publishers_ > 0) {
       throw Refusal{OX_ERR_INVALIDARGUMENT,
                     "stream=" + name + " has open publishers with another layout"};
     }
     stream->closeListeners();
-    environment().streams.erase(name);
-    stream = named(name);
+    stream->forget();
+    stream = named(*pub.conn, name);
   }
-  if (!stream->scheme_) stream->scheme_ = scheme;
-  auto& schemes = stream->schemes_;
-  if (scheme && std::find(schemes.begin(), schemes.end(), scheme) == schemes.end()) {
-    schemes.push_back(scheme);
-  }
+  stream->add(scheme);
   ++stream->publishers_;
-  return stream;
+  pub.stream = std::move(stream);
 }
 
-void Stream::leave() {
-  if (--publishers_ == 0) closeListeners();
+void Stream::leave(const Publisher& pub) {
+  --publishers_;
+  if (pub.sender) return pub.sender->leave();
+  if (publishers_ == 0) closeListeners();
 }
 
-void Stream::post(const KnownRecord& known, const Description* ofRef) {
+void Stream::post(const Publisher& pub, const KnownRecord& known, const Description* ofRef,
+                  std::chrono::milliseconds replyWithin) {
   Record record = known.record;
   const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
   Description description = describe(known);
   require(description || !isRow, "the stream's scheme does not describe the row");
-  requireRoom(false);
+  if (!pub.sender) requireRoom(false);
   if (!description) {
     const char* const message = record.data.msg_name ? record.data.msg_name : "";
     if (isLogging()) {
@@ -96,35 +86,58 @@ void Stream::post(const KnownRecord& known, const Description* ofRef) {
                            ": its listeners get a parse error");
     }
     const std::int32_t code = OX_ERR_INVALIDARGUMENT;
-    addMessage(makeMessage(OX_MSG_PARSEERR, &code, sizeof code, message, record.data.user_id));
-    return;
+    return arrive(pub,
+                  makeMessage(OX_MSG_PARSEERR, &code, sizeof code, message, record.data.user_id),
+                  replyWithin);
   }
   record.data.msg_index = description->index;
   record.data.msg_id = description->id;
-  if (!isRow) return addMessage(copyOf(record, std::move(description), ofRef));
-  record.row.rev = rev_ + 1;
-  addRow(copyOf(record, std::move(description)));
+  if (isRow) record.row.rev = pub.sender ? 0 : rev_ + 1;
+  arrive(pub, copyOf(record, std::move(description), ofRef), replyWithin);
 }
 
-void Stream::clear(const KnownRecord& known) {
+// At once in this process, and by way of the server otherwise.
+void Stream::arrive(const Publisher& pub, const MessagePtr& message,
+                    std::chrono::milliseconds replyWithin) {
+  // The publisher may be closed while its sender waits.
+  if (const std::shared_ptr<Sender> sender = pub.sender) {
+    return sender->post(*message, {pub.acknowledged, replyWithin});
+  }
+  message->record.head.type == OX_MSG_STREAM_DATA ? addRow(message) : addMessage(message);
+}
+
+void Stream::clear(const Publisher& pub, const KnownRecord& known) {
   const Description description = describe(known);
   require(description && known.record.head.type == OX_MSG_STREAM_DATA,
           "only rows that the stream's scheme describes can be cleared");
+  if (const std::shared_ptr<Sender> sender = pub.sender) {
+    return sender->clear(description->position, known.record.row.rev, {pub.acknowledged, {}});
+  }
   requireRoom(true);
   removeRows(description->position, known.record.row.rev);
 }
 
-std::shared_ptr<Stream> Stream::follow(const std::string& name, Listener& lsn, std::uint32_t life,
-                                       std::int64_t seen) {
-  std::shared_ptr<Stream> stream = named(name);
-  stream->listeners_.push_back(&lsn);
+void Stream::follow(const std::string& name, Listener& lsn, std::uint32_t life, std::int64_t seen) {
+  do {
+    lsn.stream = named(*lsn.conn, name);
+  } while (lsn.stream->isMirror() && !lsn.stream->awaitFollowed(lsn));
+  Stream& stream = *lsn.stream;
+  stream.listeners_.push_back(&lsn);
   enqueue(lsn, OX_MSG_OPEN);
-  if (lsn.replica) stream->enqueueSnapshot(lsn, life == stream->life_ ? seen : 0);
-  return stream;
+  // A revision that the stream does not have is not one of its life.
+  lsn.from = life == stream.life_ && seen >= 0 && seen <= stream.rev_ ? seen : 0;
+  lsn.seen = lsn.from;
+  lsn.awaitsRows = lsn.replica && lsn.from < stream.completeFrom_;
+  if (lsn.replica && !lsn.awaitsRows) stream.enqueueSnapshot(lsn);
+  if (stream.follower_) {
+    if (lsn.awaitsRows) stream.follower_->request(lsn.from);
+    stream.follower_->proceed();
+  }
 }
 
 void Stream::unfollow(Listener& lsn) {
   eraseFrom(listeners_, lsn);
+  stopFollowing();
 }
 
 std::string Stream::replState(std::int64_t seen) const {
@@ -138,38 +151,53 @@ void Stream::addMessage(const MessagePtr& message) {
 void Stream::addRow(const MessagePtr& row) {
   const ox_msg_streamdata_t& record = row->record.row;
   rev_ = record.rev;
-  rows_[keyOf(*row->own.description, record)] = row;
+  rows_[rowKey(*row)] = row;
   for (Listener* lsn : listeners_) {
-    if (lsn->replica) {
-      enqueueChange(*lsn, OX_MSG_STREAM_DATA, row);
-    } else {
+    if (!lsn->replica) {
       enqueue(*lsn, OX_MSG_STREAM_DATA, row, true);
+    } else if (!lsn->awaitsRows) {
+      enqueueChange(*lsn, OX_MSG_STREAM_DATA, row);
     }
   }
 }
 
 void Stream::removeRows(std::uint32_t table, std::int64_t olderThan) {
-  for (auto at = rows_.begin(); at != rows_.end();) {
-    const Message& row = *at->second;
-    const bool goes = row.own.description->position == table && row.record.row.rev < olderThan;
-    at = goes ? rows_.erase(at) : std::next(at);
-  }
-  Cleared& cleared = cleared_[table];
   // Later rows stay, even if their revisions are lower than `olderThan`.
-  const std::int64_t oldest = std::min(olderThan, rev_ + 1);
-  if (oldest > cleared.oldest) cleared = {oldest, rev_};
+  remove({table, std::min(olderThan, rev_ + 1), rev_});
   const MessagePtr message = clearedMessage(table, olderThan);
   for (Listener* lsn : listeners_) {
-    if (lsn->replica) enqueueChange(*lsn, OX_MSG_ZRREPL_CLEARDELETED, message);
+    if (lsn->replica && !lsn->awaitsRows) {
+      enqueueChange(*lsn, OX_MSG_ZRREPL_CLEARDELETED, message);
+    }
   }
 }
 
+void Stream::remove(const ClearedTable& cleared) {
+  for (auto at = rows_.begin(); at != rows_.end();) {
+    const Message& row = *at->second;
+    const bool goes =
+        row.own.description->position == cleared.table && row.record.row.rev < cleared.oldest;
+    at = goes ? rows_.erase(at) : std::next(at);
+  }
+  ClearedTable& known = cleared_[cleared.table];
+  if (cleared.oldest > known.oldest) known = cleared;
+}
+
 void Stream::closeListeners() {
-  const MessagePtr close = makeMessage(OX_MSG_CLOSE, std::int32_t{kStreamClosed});
-  for (Listener* lsn : std::exchange(listeners_, {})) {
-    lsn->state = kClosing;
-    if (lsn->replica) enqueue(*lsn, OX_MSG_ZRREPL_STATE);
-    enqueue(*lsn, OX_MSG_CLOSE, close);
+  for (Listener* lsn : std::exchange(listeners_, {})) close(*lsn, kStreamClosed);
+  stopFollowing();
+}
+
+void Stream::close(Listener& lsn, std::int32_t reason) const {
+  lsn.state = kClosing;
+  if (lsn.replica) enqueue(lsn, OX_MSG_ZRREPL_STATE);
+  enqueue(lsn, OX_MSG_CLOSE, makeMessage(OX_MSG_CLOSE, reason));
+}
+
+void Stream::add(const std::shared_ptr<const Scheme>& scheme) {
+  if (!scheme_) scheme_ = scheme;
+  if (scheme && std::find(schemes_.begin(), schemes_.end(), scheme) == schemes_.end()) {
+    schemes_.push_back(scheme);
   }
 }
 
@@ -196,23 +224,23 @@ void Stream::requireRoom(bool replicasOnly) const {
   require(!full, "the queue of a receiving connection is full", kQueueFull);
 }
 
-void Stream::enqueueSnapshot(Listener& lsn, std::int64_t from) const {
-  std::map<std::int64_t, MessagePtr> rows;
+void Stream::enqueueSnapshot(Listener& lsn) const {
+  std::vector<std::pair<std::int64_t, const MessagePtr*>> rows;
   for (const auto& [key, row] : rows_) {
     const std::int64_t rev = row->record.row.rev;
-    if (rev > from) rows.emplace(rev, row);
+    if (rev > lsn.from) rows.emplace_back(rev, &row);
   }
-  lsn.seen = from;
+  std::sort(rows.begin(), rows.end());
   enqueue(lsn, OX_MSG_ZRREPL_LIFENUM,
           makeMessage(OX_MSG_ZRREPL_LIFENUM, ox_data_lifenum_t{life_, 0}));
   enqueue(lsn, OX_MSG_TN_BEGIN);
   for (const auto& [table, cleared] : cleared_) {
     // A state with the revision at which rows were cleared may be older or newer than that.
-    if (from > 0 && from <= cleared.at) {
+    if (lsn.from > 0 && lsn.from <= cleared.at) {
       enqueue(lsn, OX_MSG_ZRREPL_CLEARDELETED, clearedMessage(table, cleared.oldest));
     }
   }
-  for (const auto& [rev, row] : rows) enqueue(lsn, OX_MSG_STREAM_DATA, row);
+  for (const auto& [rev, row] : rows) enqueue(lsn, OX_MSG_STREAM_DATA, *row);
   enqueue(lsn, OX_MSG_TN_COMMIT);
   enqueue(lsn, OX_MSG_ZRREPL_ONLINE);
 }

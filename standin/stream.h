@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "standin/carriage.h"
 #include "standin/delivery.h"
 #include "standin/objects.h"
 
@@ -17,11 +18,13 @@ namespace standin {
 // Publishers and listeners that were opened on a stream own it together.
 //
 // They use the first two groups of functions. What arrives in the stream passes through the third
-// group, which alone changes rows and queues changes. A post in this process arrives at once, on
-// the thread that posts.
-class Stream {
+// group, which alone changes rows and queues changes. In this process a post arrives at once, on
+// the thread that posts. A stream of a server is a mirror: posts leave through the sender of their
+// publisher, and a follower lets them arrive while a listener is open.
+class Stream final : private Receiver {
  public:
-  explicit Stream(std::string name);
+  // The address is that of the server; empty in this process.
+  Stream(const std::string& address, std::string name);
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
   ~Stream() REQUIRES(sMutex);
@@ -29,24 +32,25 @@ class Stream {
   // For publishers. Finds or makes the stream of that name for one more open publisher, whose
   // scheme may be null. If the stream's scheme does not cover it, it is refused while another
   // publisher is open; otherwise the stream is replaced by a new one. When the last publisher
-  // leaves, the listeners are closed.
-  static std::shared_ptr<Stream> join(const std::string& name,
-                                      const std::shared_ptr<const Scheme>& scheme) REQUIRES(sMutex);
-  void leave() REQUIRES(sMutex);
+  // leaves, the listeners are closed. With a server, joining waits and releases sMutex.
+  static void join(Publisher& pub, const std::string& name,
+                   const std::shared_ptr<const Scheme>& scheme) REQUIRES(sMutex);
+  void leave(const Publisher& pub) REQUIRES(sMutex);
   // Posts a copy of a record, unless the queue of a receiver is full. If the stream's scheme does
   // not describe the record, a row is refused, and any other message becomes a parse error.
-  void post(const KnownRecord& known, const Description* ofRef) REQUIRES(sMutex);
+  void post(const Publisher& pub, const KnownRecord& known, const Description* ofRef,
+            std::chrono::milliseconds replyWithin) REQUIRES(sMutex);
   // Removes the rows of the record's message whose revisions are lower than the record's.
-  void clear(const KnownRecord& known) REQUIRES(sMutex);
+  void clear(const Publisher& pub, const KnownRecord& known) REQUIRES(sMutex);
 
   // For listeners. Finds or makes the stream of that name and queues what the listener gets first.
   // A replica listener gets all rows; if `life` is the life number of the stream, it gets what has
-  // changed since the revision `seen`.
-  static std::shared_ptr<Stream> follow(const std::string& name, Listener& lsn, std::uint32_t life,
-                                        std::int64_t seen) REQUIRES(sMutex);
+  // changed since the revision `seen`. With a server, following waits and releases sMutex.
+  static void follow(const std::string& name, Listener& lsn, std::uint32_t life, std::int64_t seen)
+      REQUIRES(sMutex);
   void unfollow(Listener& lsn) REQUIRES(sMutex);
   // The setting `replstate` of a listener that has received the rows up to the revision `seen`.
-  std::string replState(std::int64_t seen) const;
+  std::string replState(std::int64_t seen) const REQUIRES(sMutex);
 
   // What arrives. The revision of a row is higher than that of the row before.
   void addMessage(const MessagePtr& message) REQUIRES(sMutex);
@@ -58,18 +62,41 @@ class Stream {
   const std::shared_ptr<const Scheme>& scheme() const REQUIRES(sMutex) { return scheme_; }
 
  private:
-  struct Cleared {
-    std::int64_t oldest = 0;  // the lowest revision that a row can have
-    std::int64_t at = 0;      // the revision of the stream when rows were cleared
-  };
-
-  static std::shared_ptr<Stream> named(const std::string& name) REQUIRES(sMutex);
+  static std::shared_ptr<Stream> named(const Connection& conn, const std::string& name)
+      REQUIRES(sMutex);
+  bool isMirror() const { return key_.front() != '\n'; }
+  void forget() REQUIRES(sMutex);
   Description describe(const KnownRecord& known) const REQUIRES(sMutex);
+  void arrive(const Publisher& pub, const MessagePtr& message,
+              std::chrono::milliseconds replyWithin) REQUIRES(sMutex);
   void requireRoom(bool replicasOnly) const REQUIRES(sMutex);
-  void enqueueSnapshot(Listener& lsn, std::int64_t from) const REQUIRES(sMutex);
+  void close(Listener& lsn, std::int32_t reason) const REQUIRES(sMutex);
+  void add(const std::shared_ptr<const Scheme>& scheme) REQUIRES(sMutex);
+  void remove(const ClearedTable& cleared) REQUIRES(sMutex);
+  void enqueueSnapshot(Listener& lsn) const REQUIRES(sMutex);
+
+  // Of a mirror.
+  static std::shared_ptr<Stream> joined(Publisher& pub, const std::string& name,
+                                        const std::shared_ptr<const Scheme>& scheme)
+      REQUIRES(sMutex);
+  bool awaitFollowed(Listener& lsn) REQUIRES(sMutex);
+  void stopFollowing() REQUIRES(sMutex);
+  void requestRows() REQUIRES(sMutex);
+  void onJoined(std::uint32_t life, std::int64_t rev) override REQUIRES(sMutex);
+  std::shared_ptr<const Scheme> onScheme(const std::string& scheme) override REQUIRES(sMutex);
+  void onClearedBefore(const ClearedTable& cleared) override REQUIRES(sMutex);
+  void onRetained(const MessagePtr& row) override REQUIRES(sMutex);
+  void onOnline(std::int64_t from) override REQUIRES(sMutex);
+  bool hasRoom() override REQUIRES(sMutex);
+  void onRow(const MessagePtr& row) override REQUIRES(sMutex);
+  void onMessage(const MessagePtr& message) override REQUIRES(sMutex);
+  void onCleared(std::uint32_t table, std::int64_t olderThan) override REQUIRES(sMutex);
+  void onLost() override REQUIRES(sMutex);
+  void onEnd(bool anew) override REQUIRES(sMutex);
 
   const std::string name_;
-  const std::uint32_t life_;
+  const std::string key_;                      // address and name
+  std::uint32_t life_ GUARDED_BY(sMutex) = 0;  // 0 until a server has told it
   std::shared_ptr<const Scheme> scheme_ GUARDED_BY(sMutex);
   // Of all publishers that have joined. `scheme_` covers them.
   std::vector<std::shared_ptr<const Scheme>> schemes_ GUARDED_BY(sMutex);
@@ -77,7 +104,11 @@ class Stream {
   std::size_t publishers_ GUARDED_BY(sMutex) = 0;
   std::int64_t rev_ GUARDED_BY(sMutex) = 0;                              // of the latest row
   std::unordered_map<std::string, MessagePtr> rows_ GUARDED_BY(sMutex);  // by key
-  std::map<std::uint32_t, Cleared> cleared_ GUARDED_BY(sMutex);          // by table
+  std::map<std::uint32_t, ClearedTable> cleared_ GUARDED_BY(sMutex);     // by table
+
+  std::unique_ptr<Follower> follower_ GUARDED_BY(sMutex);  // null while no listener is open
+  std::size_t openings_ GUARDED_BY(sMutex) = 0;            // listeners that wait for the follower
+  std::int64_t completeFrom_ GUARDED_BY(sMutex) = 0;       // later rows are all in `rows_`
 };
 
 }  // namespace standin
