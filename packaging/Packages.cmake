@@ -65,7 +65,7 @@ oxli_deb(java liboxli-java java "The Java classes, their sources and their docum
 if(NOT OXLI_GATEWAY)
   oxli_deb(standin oxli-standin misc
     "A stand-in for the gateway's liboxli.so, for development and tests."
-    DEPENDS "${depends_standin}")
+    DEPENDS "${depends_standin}" RECOMMENDS "${OXLI_HIREDIS_PACKAGE}")
 endif()
 install(FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/liboxli-jni" COMPONENT library)

@@ -1,0 +1,80 @@
+// One connection to a server, for one thread.
+#ifndef OXLI_STANDIN_REDIS_LINK_H
+#define OXLI_STANDIN_REDIS_LINK_H
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "standin/redis/address.h"
+#include "standin/redis/hiredis.h"
+#include "standin/worker.h"
+
+namespace standin::redis {
+
+// Thrown when a connection is not established or cannot be used any more.
+struct LinkError {
+  std::string reason;
+};
+
+// What the server answered. Its content is untrusted: the accessors check what they read, and throw
+// a LinkError if it has another form.
+class Reply {
+ public:
+  explicit Reply(redisReply* reply) : owned_(reply), reply_(reply) {}
+
+  bool isError() const { return reply_->type == REDIS_REPLY_ERROR; }
+  bool isNil() const { return reply_->type == REDIS_REPLY_NIL; }
+  bool isArray() const { return reply_->type == REDIS_REPLY_ARRAY; }
+  // A string, a status or an error.
+  std::string_view string() const;
+  std::int64_t integer() const;               // an integer, or a string that is one
+  std::size_t size() const;                   // of an array
+  Reply operator[](std::size_t index) const;  // lives as long as the array
+
+ private:
+  struct Free {
+    void operator()(redisReply* reply) const { hiredis().freeReply(reply); }
+  };
+  Reply(const redisReply* element, std::nullptr_t) : reply_(element) {}
+
+  std::unique_ptr<redisReply, Free> owned_;
+  const redisReply* reply_;
+};
+
+// Connects in the constructor. Waiting ends with a LinkError when the worker is told to stop, or
+// when it takes longer than the timeout. Looking up a host's name takes as long as the system lets
+// it.
+class Link {
+ public:
+  Link(const Address& address, std::chrono::milliseconds timeout, const Worker& worker);
+  ~Link();
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  // Adds a command to those that are sent by the next receive().
+  void append(const std::vector<std::string_view>& command);
+  // Returns the next reply. `extra` is added to the timeout.
+  Reply receive(std::chrono::milliseconds extra = {});
+  // The same. Throws a LinkError if the reply is an error.
+  Reply receiveResult(std::chrono::milliseconds extra = {});
+  // Sends one command and returns its reply. Throws a LinkError if that is an error.
+  Reply call(const std::vector<std::string_view>& command, std::chrono::milliseconds extra = {});
+
+ private:
+  void connect(const Address& address);
+  void connectTo(int family, const void* socketAddress, std::size_t size);
+  void logIn(const Address& address);
+  void await(short events, Clock::time_point until) const;
+  [[noreturn]] void fail() const;
+
+  const std::chrono::milliseconds timeout_;
+  const Worker& worker_;
+  redisContext* context_ = nullptr;
+};
+
+}  // namespace standin::redis
+
+#endif  // OXLI_STANDIN_REDIS_LINK_H

@@ -1,0 +1,117 @@
+// What a process receives of one stream of a server.
+#ifndef OXLI_STANDIN_REDIS_READER_H
+#define OXLI_STANDIN_REDIS_READER_H
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "standin/carriage.h"
+#include "standin/redis/scripts.h"
+#include "standin/redis/wire.h"
+#include "standin/worker.h"
+
+namespace standin::redis {
+
+// Reads the log of a stream, on a thread and a connection of its own. Requested rows are read in
+// pages between the changes. They are complete when the log has been read up to where it ended
+// after the last page.
+class Reader : public std::enable_shared_from_this<Reader> {
+ public:
+  Reader(Address address, std::chrono::milliseconds timeout, std::string stream,
+         Receiver& receiver);
+  void start() REQUIRES(sMutex);
+  // The receiver is not called any more.
+  void stop() REQUIRES(sMutex);
+
+  void awaitJoined() REQUIRES(sMutex);
+  void proceed() REQUIRES(sMutex);
+  void request(std::int64_t from) REQUIRES(sMutex);
+
+  // Whether all readers of this process have read what was written to the stream at that address.
+  static bool haveRead(const std::string& address, const std::string& keys, std::uint32_t life,
+                       const Id& end) REQUIRES(sMutex);
+
+ private:
+  // A change in the log, or a row of a page.
+  struct Arrival {
+    Id id;
+    char kind = 0;  // an EntryKind; 0 for what is passed over
+    MessagePtr message;
+    std::uint32_t table = 0;
+    std::int64_t olderThan = 0;
+    std::string scheme;
+  };
+  using Arrivals = std::vector<Arrival>;
+  // The stream as a look finds it.
+  struct Look {
+    std::uint32_t life = 0;
+    std::string scheme;
+    std::int64_t rev = 0;
+    Id end;  // of the log
+    std::vector<ClearedTable> cleared;
+    std::map<std::string, std::string> publishers;  // that are open, with their beats
+  };
+
+  void run(Worker& worker) EXCLUDES(sMutex);
+  void serve(const Scripts& scripts, Link& link, const Worker& worker) EXCLUDES(sMutex);
+  Look callLook(const Scripts& scripts) const;
+  Look look(const Scripts& scripts) EXCLUDES(sMutex);
+  void join(const Look& found) EXCLUDES(sMutex);
+  void awaitProceed(const Worker& worker) EXCLUDES(sMutex);
+  void expireDead(const Scripts& scripts, const Look& found);
+  // Adapts how many items are read at once to their size.
+  static void adapt(std::int64_t& count, std::size_t read, std::size_t bytes);
+  void startLoading() EXCLUDES(sMutex);
+  void requestPage(Link& link);
+  void readPage(const Scripts& scripts, Link& link) EXCLUDES(sMutex);
+  void passPage(const Reply& page, const Reply& bodies) EXCLUDES(sMutex);
+  void endLoading() EXCLUDES(sMutex);
+  bool readLog(Link& link, const Worker& worker) EXCLUDES(sMutex);
+  Arrival arrivalOf(const Reply& entry) const EXCLUDES(sMutex);
+  MessagePtr decodeOrSkip(std::string_view body, std::int64_t rev, const std::string& name) const
+      EXCLUDES(sMutex);
+  void skip(const std::string& name, const std::string& reason) const EXCLUDES(sMutex);
+  void pass(Arrivals& arrivals, const Worker& worker) EXCLUDES(sMutex);
+  void passOne(const Arrival& arrival) REQUIRES(sMutex);
+  void end(const char* reason) EXCLUDES(sMutex);
+  void onFailure(const std::string& reason, const Worker& worker) EXCLUDES(sMutex);
+
+  const Address address_;
+  const std::chrono::milliseconds timeout_;
+  const std::string stream_, keys_;
+  Receiver* receiver_ GUARDED_BY(sMutex);
+  std::shared_ptr<Worker> worker_ GUARDED_BY(sMutex);
+  Condition changed_;
+  bool joined_ GUARDED_BY(sMutex) = false;
+  bool proceeding_ GUARDED_BY(sMutex) = false;
+  std::string failure_ GUARDED_BY(sMutex);
+  std::int64_t wanted_ GUARDED_BY(sMutex) = INT64_MAX;  // lowest revision requested
+
+  // Written by the reader's thread with the mutex acquired. Rows after `complete_` have been read.
+  // While `loading_`, those after `low_` are being read.
+  std::uint32_t life_ = 0;
+  Id position_;  // of the change that was passed last
+  std::int64_t complete_ = 0;
+  bool loading_ = false;
+
+  // For the reader's thread alone.
+  std::shared_ptr<const Scheme> scheme_;
+  std::int64_t low_ = 0;
+  std::string after_;           // rows up to that revision have been requested
+  std::optional<Reply> page_;   // the keys and revisions of the rows that are read next
+  std::int64_t requested_ = 0;  // how many of them
+  std::optional<Id> target_;    // where the log ended after the last page
+  std::int64_t logCount_ = 16;  // how many entries, and how many rows, are read at once
+  std::int64_t pageCount_ = 16;
+  bool replaced_ = false;  // the stream has another life number now
+  bool ended_ = false;
+  // Of each open publisher, its beats and how many looks have found them unchanged.
+  std::map<std::string, std::pair<std::string, int>> beats_;
+  Clock::time_point nextLook_;
+};
+
+}  // namespace standin::redis
+
+#endif  // OXLI_STANDIN_REDIS_READER_H

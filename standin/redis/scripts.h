@@ -1,0 +1,85 @@
+// What a server does in one step: scripts, and the keys of a stream that they use.
+//
+// All keys of a stream begin with "ox:{NAME}:", so that a cluster has them in one place. NAME is
+// the stream's name with %7B, %7D and %25 for {, } and %; a single % if it is empty.
+//
+//   ox:{NAME}:meta         hash: `life`, the stream's life number; `scheme`
+//   ox:{NAME}:LIFE:state   hash: `rev`, the revision of the latest row; `bytes` of the log since
+//                          the latest mark
+//   ox:{NAME}:LIFE:log     stream: all changes; one field each, whose name is an EntryKind
+//   ox:{NAME}:LIFE:marks   list: ids of the log at which it can be trimmed
+//   ox:{NAME}:LIFE:rows    hash: the rows by their keys
+//   ox:{NAME}:LIFE:index   sorted set: the keys of the rows by revision
+//   ox:{NAME}:LIFE:cleared hash: for each table of which rows were removed, "OLDEST:AT"
+//   ox:{NAME}:LIFE:pubs    hash: for each open publisher, how often it said that it is alive
+//   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day later,
+//                          or an hour after the publisher has left
+//   ox:answered:SERIAL     a request that was replied to; expires
+//
+// The id of a row in the log is REV-0, that of any other change REV-N with the next N. No id is
+// left out, so that a reader notices what was trimmed.
+#ifndef OXLI_STANDIN_REDIS_SCRIPTS_H
+#define OXLI_STANDIN_REDIS_SCRIPTS_H
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "standin/redis/link.h"
+
+namespace standin::redis {
+
+// Names of fields in the log, and the kinds of posts.
+enum EntryKind : char {
+  kRow = 'r',
+  kUnkeyedRow = 'k',  // posted; the row's key lacks its revision
+  kMessage = 'm',
+  kClear = 'c',   // "TABLE:OLDER_THAN"
+  kScheme = 's',  // the stream's first scheme
+  kEnd = 'e',     // the last publisher has left
+  kAnew = 'a',    // a publisher has made the stream anew, under another life number
+};
+
+// All take the beginning of the stream's keys as their key. Arguments and results:
+enum class Script {
+  // PUBLISHER SCHEME NEW_LIFE MODE LIFE: joins the stream, unless it has another scheme; then MODE
+  // "covered" says that the scheme of LIFE covers it, and "anew" that the stream of LIFE is to be
+  // made anew. With "leaving", a publisher of LIFE that has left already is not open again. Returns
+  // {1, life, scheme, id} or {0, life, scheme, {publisher, beats, ...}}.
+  kJoin,
+  // LIFE PUBLISHER BEATS: lets the publisher leave; if BEATS is not empty, only if it has not said
+  // that it is alive since. Returns the id of the log's end.
+  kLeave,
+  // LIFE PUBLISHER FIRST NEW LIMIT, and KIND KEY BODY of each post: writes the posts that have not
+  // been written before. FIRST is the number of the first one. NEW is 1 if the publisher's earlier
+  // posts may be unknown. Returns the id of the log's end, LIFE if the stream was made anew, or GAP
+  // if earlier posts are missing.
+  kPost,
+  // NEW_LIFE: returns {life, scheme, rev, id, {table, "OLDEST:AT", ...}, {publisher, beats, ...}}.
+  kLook,
+};
+constexpr std::size_t kScripts = 4;
+
+// The scripts of a server, loaded over one link.
+class Scripts {
+ public:
+  explicit Scripts(Link& link);
+  // Adds "EVALSHA ..." to the commands of the link.
+  void append(Script script, const std::string& keys,
+              const std::vector<std::string_view>& arguments) const;
+  // Throws a LinkError if the reply is an error.
+  Reply call(Script script, const std::string& keys,
+             const std::vector<std::string_view>& arguments) const;
+
+ private:
+  std::vector<std::string_view> command(Script script, const std::string& keys,
+                                        const std::vector<std::string_view>& arguments) const;
+
+  Link& link_;
+  std::array<std::string, kScripts> hashes_;
+};
+
+}  // namespace standin::redis
+
+#endif  // OXLI_STANDIN_REDIS_SCRIPTS_H
