@@ -237,14 +237,6 @@ TEST_F(PublisherTest, MessageWithoutRecordNeverReachesTheGateway) {
   EXPECT_EQ(OX_ERR_OK, OXLI(pub_1msgdispose)(env, nullptr, publisher, ref, second));
 }
 
-TEST_F(PublisherTest, StatesAreReturned) {
-  const jobject state = intRef();
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1getstate)(env, nullptr, publisher, state));
-  EXPECT_EQ(static_cast<jint>(standin::kActive), getInt(state, "get"));
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1close)(env, nullptr, publisher));
-  EXPECT_EQ(OX_ERR_INVALIDSTATE, OXLI(pub_1close)(env, nullptr, publisher));
-}
-
 }  // namespace
 
 }  // namespace oxli::test

@@ -103,11 +103,6 @@ TEST_F(RegistryTest, PublisherReleasesTheRecordItReplaces) {
   EXPECT_TRUE(env->IsSameObject(second, find(PublisherData::sPubMap, pub)->jpub.get()));
 }
 
-TEST_F(RegistryTest, DestroyOfWhatIsNotRegistered) {
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, toHandle(pub)));
-  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(pub_1destroy)(env, nullptr, toHandle(pub)));
-}
-
 TEST_F(RegistryTest, WrappedListenerReturnsMessageObjects) {
   ASSERT_NE(nullptr, oxjni_lsn_wrap(env, conn, lsn, &record));
   ASSERT_EQ(OX_ERR_OK, ox_conn_process(conn, 0, nullptr));

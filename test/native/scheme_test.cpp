@@ -219,28 +219,6 @@ TEST_F(SchemeTest, EndlessListsAndNestingFail) {
   }
 }
 
-TEST_F(SchemeTest, NativesFillSchemes) {
-  const jlong connection = newConnection();
-  const jlong publisher =
-      newPublisher(connection, "stream=s;scheme=?{messages=m;message.m=?{fields=f:i1}}");
-  const jlong listener = newOpenListener(connection);
-  const std::pair<decltype(&OXLI(lsn_1newscheme)), jlong> natives[] = {
-      {&OXLI(lsn_1newscheme), listener}, {&OXLI(pub_1newscheme), publisher}};
-  for (const auto& [native, handle] : natives) {
-    const jobject filled = make("org/quendel/oxli/Scheme");
-    EXPECT_EQ(OX_ERR_OK, native(env, nullptr, handle, filled));
-    EXPECT_EQ(
-        "scheme of type 0, features 0\n  message m\n"
-        "    field f (i1), number 0, size 1, offset 0, null flag 0\n",
-        getText(filled, "toString"));
-    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, native(env, nullptr, handle, nullptr));
-    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, native(env, nullptr, 0, filled));
-  }
-  OXLI(lsn_1destroy)(env, nullptr, listener);
-  OXLI(pub_1destroy)(env, nullptr, publisher);
-  OXLI(conn_1destroy)(env, nullptr, connection);
-}
-
 TEST_F(SchemeTest, PartsConvertOnTheirOwn) {
   ox_hint_t second = {nullptr, "b", nullptr};
   const ox_hint_t first = {&second, "a", "1"};
