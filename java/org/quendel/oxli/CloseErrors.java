@@ -1,14 +1,16 @@
 package org.quendel.oxli;
 
-/** Collects what the steps of a close throw, so that each step runs. Not thread-safe. */
+/**
+ * Runs steps, each even if an earlier one throws, and collects what they throw. Not thread-safe.
+ */
 final class CloseErrors {
   private Throwable first;
 
-  /** Runs a step. */
+  /** Runs a step and collects its exception, if any. */
   void run(Runnable step) {
     try {
       step.run();
-    } catch (Throwable e) { // Java lets subscribers throw checked exceptions undeclared
+    } catch (Throwable e) { // subscribers can throw undeclared checked exceptions, too
       if (first == null) {
         first = e;
       } else if (first != e) {
@@ -17,7 +19,9 @@ final class CloseErrors {
     }
   }
 
-  /** Throws what the first failed step threw, with the others suppressed; else returns. */
+  /**
+   * Throws the first exception collected, with the later ones suppressed. Returns if there is none.
+   */
   void throwFirst() {
     if (first != null) CloseErrors.<RuntimeException>throwUndeclared(first);
   }

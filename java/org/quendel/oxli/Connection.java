@@ -12,42 +12,46 @@ import org.quendel.oxli.impl.OxliImpl;
 import org.quendel.oxli.impl.Results;
 
 /**
- * A connection to the gateway. Made by {@link Environment#newConnection}; owns its listeners and
+ * A connection to the gateway. Made by {@link Environment#newConnection}. Owns its listeners and
  * publishers. Thread-safe.
  *
  * <p>The calls that may deliver messages ({@link #process}, and opening, shutting and closing the
- * connection or one of its listeners) wait for each other: one thread at a time is inside, and
- * those that wait get their turn in the order in which they came. A {@link #process} that waits for
- * messages lets another thread in at least every {@value #SLICE_MILLIS} milliseconds. The thread
- * inside may call again from {@code onMessage}, within the limits that {@link ISubscriber} gives.
- * All other calls, and those on publishers, do not wait for a {@code process} in progress.
+ * connection or one of its listeners) exclude each other by the delivery lock of the connection.
+ * Threads that wait for the lock acquire it in the order of their calls. While {@link #process}
+ * waits for messages, it lets another thread acquire the lock at least every {@value #SLICE_MILLIS}
+ * milliseconds. Inside {@code onMessage} the delivering thread may make further calls; {@link
+ * ISubscriber} states the limits. All other calls, and calls on publishers, do not wait for a
+ * {@code process} in progress.
  */
 public final class Connection implements AutoCloseable {
-  /** Milliseconds that {@link #process} at most waits in the gateway at a time. */
+  /** Maximum duration in milliseconds of one wait of {@link #process} in the gateway. */
   private static final int SLICE_MILLIS = 50;
 
   private final Environment environment; // null if native code owns the connection
   private final String settings;
   private final Origin origin = new Origin();
 
-  /** The delivery lock: locked during each call that may deliver. */
+  /** The delivery lock: locked during each call that may deliver messages. Fair. */
   private final VisibleLock lock = new VisibleLock(true);
 
-  /** Locked during each native that uses the handle without the delivery lock; see GatewayLock. */
+  /**
+   * Locked during each native that uses the handle without the delivery lock. GatewayLock states
+   * the lock order.
+   */
   private final Object handleLock = new Object();
 
-  /** 0 if closed. Written inside both locks; it stays valid inside one of them. */
+  /** 0 if closed. Written inside both locks, so it stays valid inside either of them. */
   private volatile long handle;
 
-  /** Added to inside handleLock; the thread that releases a listener removes it. */
+  /** The listeners that are not released. Listeners are added inside handleLock. */
   private final Set<Listener> listeners = ConcurrentHashMap.newKeySet();
-  /** The same for publishers. */
+  /** The publishers that are not released. Publishers are added inside handleLock. */
   private final Set<Publisher> publishers = ConcurrentHashMap.newKeySet();
 
-  private volatile String status = "being made"; // the state when it was last seen
-  private volatile boolean wakeup; // called, and no process has returned since
+  private volatile String status = "being made"; // the latest known state, for dump
+  private volatile boolean wakeup; // whether wakeup was called since the last return of process
 
-  // Guarded by the delivery lock; dump reads the first one without it.
+  // Guarded by the delivery lock, except that dump reads `deliveries` without it.
   private long deliveries;
   private int shuts;
   private Listener refusedBy; // the last listener whose subscriber returned another code than OK
@@ -59,9 +63,9 @@ public final class Connection implements AutoCloseable {
   }
 
   /**
-   * Called by native code for a connection that other native code owns. The object stands for it in
-   * callbacks: it owns nothing, {@link #close} does nothing and every other call throws {@link
-   * IllegalStateException}.
+   * Makes an object for a connection that native code owns. Native code calls this constructor. The
+   * object represents that connection in callbacks. It owns nothing, {@link #close} does nothing,
+   * and every other method that uses the gateway throws {@link IllegalStateException}.
    */
   Connection(long handle) {
     this(null, "of native code");
@@ -70,7 +74,7 @@ public final class Connection implements AutoCloseable {
   void create() {
     lock.lock();
     try {
-      // First, inside the lock: closing the environment then waits for the native object.
+      // Registered first, inside the lock: a close of the environment then waits for this call.
       environment.register(this);
       final ObjRef ref = new ObjRef();
       call("Environment.newConnection", this, () -> OxliImpl.conn_new(settings, ref, this));
@@ -102,7 +106,7 @@ public final class Connection implements AutoCloseable {
   }
 
   /**
-   * Closes the connection on the gateway's side; it can be opened again. May deliver messages.
+   * Closes the connection in the gateway only; it can be opened again. May deliver messages.
    *
    * @throws OxliException if the gateway refuses
    */
@@ -119,19 +123,19 @@ public final class Connection implements AutoCloseable {
   }
 
   /**
-   * Delivers the messages that are queued for the listeners, on this thread. To be called again and
-   * again.
+   * Delivers the messages that are queued for the listeners, on the calling thread. Call it in a
+   * loop.
    *
-   * <p>If nothing is queued it waits until something is, at most for the timeout. It returns after
-   * a message was delivered to a listener made from this connection, when the timeout has passed,
-   * after {@link #wakeup}, or when another thread has shut or closed the connection meanwhile.
+   * <p>If no message is queued, waits for one, at most for the timeout. Returns after a message was
+   * delivered to a listener made from this connection, when the timeout has passed, after {@link
+   * #wakeup}, or when another thread has shut or closed the connection.
    *
    * <p>A virtual thread is pinned to its carrier thread during the call, as in every native: use a
    * platform thread.
    *
-   * @param timeoutMillis in milliseconds, 0 for no wait; what a negative one means is up to the
-   *     gateway
-   * @throws OxliException if the gateway refuses, or with a subscriber's result other than 0
+   * @param timeoutMillis the timeout in milliseconds; 0 means no wait; the gateway defines the
+   *     meaning of a negative timeout
+   * @throws OxliException if the gateway refuses, or if a subscriber returns a code other than 0
    */
   public void process(int timeoutMillis) {
     final long conn = enter();
@@ -146,7 +150,7 @@ public final class Connection implements AutoCloseable {
         refusedBy = null;
         check("Connection.process", this, OxliImpl.conn_process(conn, slice));
         if (!isLong || wakeup || deliveries != deliveriesBefore) return;
-        letOthersIn();
+        yieldDeliveryLock();
         left = timeoutMillis - TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - start);
       } while (left > 0 && handle == conn && shuts == shutsBefore);
     } finally {
@@ -155,17 +159,17 @@ public final class Connection implements AutoCloseable {
     }
   }
 
-  /** Unlocks the delivery lock for those that wait for it, unless a call is in progress around. */
-  private void letOthersIn() {
+  /** Lets waiting threads acquire the delivery lock, unless this call is nested in another one. */
+  private void yieldDeliveryLock() {
     if (lock.getHoldCount() > 1 || !lock.hasQueuedThreads()) return;
     unlock();
-    lock.lock(); // fair: after them
+    lock.lock(); // the lock is fair: this thread acquires it after those that wait
   }
 
   /**
-   * Makes a {@link #process} in progress return within {@value #SLICE_MILLIS} milliseconds, or, if
-   * none is in progress, the next one without waiting for messages. Several calls count as one.
-   * Does not wait.
+   * Makes a {@link #process} in progress return within {@value #SLICE_MILLIS} milliseconds. If none
+   * is in progress, makes the next one return without waiting for messages. Several calls have the
+   * effect of one. Does not wait.
    */
   public void wakeup() {
     requireOpen();
@@ -173,7 +177,7 @@ public final class Connection implements AutoCloseable {
   }
 
   /**
-   * Returns the state: one of {@link State} with the stand-in gateway.
+   * Returns the state: with the stand-in gateway, one of {@link State}.
    *
    * @throws OxliException if the gateway refuses
    */
@@ -186,7 +190,7 @@ public final class Connection implements AutoCloseable {
     }
   }
 
-  /** Sees the state for dump, unless the connection is closed. */
+  /** Reads the state for dump, unless the connection is closed. */
   private void noteState() {
     synchronized (handleLock) {
       final IntRef state = new IntRef();
@@ -195,7 +199,9 @@ public final class Connection implements AutoCloseable {
     }
   }
 
-  /** Returns the connection's name in the gateway, empty if it has none. */
+  /**
+   * Returns an empty string: the gateway's library has no function for the name of a connection.
+   */
   public String getName() {
     synchronized (handleLock) {
       return OxliImpl.conn_getname(requireOpen());
@@ -203,8 +209,8 @@ public final class Connection implements AutoCloseable {
   }
 
   /**
-   * Makes a listener, closed at first. Waits only for calls that open, shut, close or make a
-   * connection or listener: such calls of the whole process run one at a time.
+   * Makes a listener. It is closed until {@link Listener#open}. Waits only for calls that make,
+   * open, shut or close a connection or listener: the whole process runs one such call at a time.
    *
    * @param listenerSettings the gateway's settings
    * @param subscriber receives the messages
@@ -225,7 +231,7 @@ public final class Connection implements AutoCloseable {
   }
 
   /**
-   * Makes a publisher, closed at first.
+   * Makes a publisher. It is closed until {@link Publisher#open}.
    *
    * @param publisherSettings the gateway's settings
    * @throws OxliException if the gateway refuses
@@ -241,12 +247,13 @@ public final class Connection implements AutoCloseable {
   }
 
   /**
-   * Closes listeners, publishers and the connection, waiting for the calls in progress on other
-   * threads. Possible inside {@code onMessage}.
+   * Closes the listeners, the publishers and the connection. Waits for the calls in progress on
+   * other threads. Allowed inside {@code onMessage}.
    *
    * @throws IllegalStateException if the calling thread is inside a post of one of the publishers;
    *     nothing is closed then
-   * @throws OxliException the first error reported, with others suppressed; all is closed
+   * @throws OxliException with the first error reported, with later ones suppressed; everything is
+   *     closed nevertheless
    */
   @Override
   public void close() {
@@ -259,7 +266,7 @@ public final class Connection implements AutoCloseable {
       final long conn = handle;
       final List<Listener> openListeners;
       synchronized (handleLock) {
-        // First: callbacks find the connection closed, to which nothing can be added.
+        // Closed for callers first, so that callbacks can add no listener or publisher.
         handle = 0;
         openListeners = Origin.inOrder(listeners, Listener::origin);
       }
@@ -274,18 +281,17 @@ public final class Connection implements AutoCloseable {
     }
   }
 
-  /** Returns the beginning of the settings. */
+  /** Returns "connection" and the first 60 characters of the settings, without passwords. */
   @Override
   public String toString() {
     return Results.nameOf("connection", settings);
   }
 
-  /** Returns when it was made. */
   Origin origin() {
     return origin;
   }
 
-  /** Adds the connection and what it owns. */
+  /** Adds the connection, its listeners and its publishers to the dump. */
   void dump(Dump dump) {
     dump.add(summary() + ", messages delivered: " + deliveries, origin, () -> {
       dump.addOwner(lock, "a call that may deliver");
@@ -294,7 +300,7 @@ public final class Connection implements AutoCloseable {
     });
   }
 
-  /** Adds a line for the connection unless it is closed, and lines for its outgoing messages. */
+  /** Adds lines for the connection and its outgoing messages, unless the connection is closed. */
   void addUnclosed(List<String> lines) {
     if (handle == 0) return;
     lines.add(summary() + origin.place());
@@ -305,7 +311,7 @@ public final class Connection implements AutoCloseable {
     return this + ": " + status + ", " + origin.age();
   }
 
-  /** Returns whether the calling thread is inside a call that may deliver or post. */
+  /** Returns whether the calling thread is inside a call that may deliver, or inside a post. */
   boolean isEnteredByCaller() {
     return lock.isHeldByCurrentThread() || isPostingCaller();
   }
@@ -317,21 +323,24 @@ public final class Connection implements AutoCloseable {
     return false;
   }
 
-  /** Locks the delivery lock, which {@link #unlock} unlocks. */
+  /** Locks the delivery lock. Call {@link #unlock} to unlock it. */
   void lock() {
     lock.lock();
   }
 
-  /** A closed connection leaves the environment when its outermost call returns. */
+  /**
+   * Unlocks the delivery lock. At the end of the outermost call on a closed connection, removes the
+   * connection from the environment.
+   */
   void unlock() {
     if (handle == 0 && environment != null && lock.getHoldCount() == 1) environment.forget(this);
     lock.unlock();
   }
 
   /**
-   * Runs a native that has a process-wide mutex locked and may deliver messages.
+   * Runs a native that locks a process-wide mutex and may deliver messages.
    *
-   * @param object what it is called on
+   * @param object the object that the operation is called on
    * @throws OxliException if the result is not OK
    */
   void call(String operation, Object object, IntSupplier nativeCall) {
@@ -341,18 +350,18 @@ public final class Connection implements AutoCloseable {
 
   private void check(String operation, Object object, int code) {
     if (code == ResultCode.OK) return;
-    noteState(); // of a connection that the gateway may have lost
+    noteState(); // the gateway may have lost the connection
     if (refusedBy == null || refusal != code) throw Results.failure(operation, object, code);
     throw new OxliException(operation + " (" + object + "): the subscriber of " + refusedBy
         + " returned " + code + Results.inHex(code), code);
   }
 
-  /** Called inside the delivery lock, by the listener that a message was delivered to. */
+  /** Counts a delivered message. Called by its listener, inside the delivery lock. */
   void noteDelivery() {
     ++deliveries;
   }
 
-  /** Called inside the delivery lock, by the listener whose subscriber refused a message. */
+  /** Records the result of a subscriber. Called by its listener, inside the delivery lock. */
   void noteResult(Listener listener, int code) {
     refusedBy = listener;
     refusal = code;
@@ -366,7 +375,7 @@ public final class Connection implements AutoCloseable {
     publishers.remove(publisher);
   }
 
-  /** Locks the delivery lock, which {@link #unlock} unlocks, and returns the handle. */
+  /** Locks the delivery lock and returns the handle. Call {@link #unlock} to unlock it. */
   private long enter() {
     lock.lock();
     if (handle != 0) return handle;
@@ -374,14 +383,14 @@ public final class Connection implements AutoCloseable {
     throw closed();
   }
 
-  /** Returns the handle, which stays valid inside one of the locks. */
+  /** Returns the handle. REQUIRES: one of the two locks is locked. */
   private long requireOpen() {
     if (handle == 0) throw closed();
     return handle;
   }
 
   private IllegalStateException closed() {
-    final String reason = environment == null ? " cannot be used" : " is closed";
-    return new IllegalStateException(this + reason);
+    return new IllegalStateException(this + (environment != null ? " is closed"
+        : " belongs to native code: Java code cannot use it"));
   }
 }

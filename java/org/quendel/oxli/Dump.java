@@ -8,17 +8,17 @@ import java.util.List;
 import java.util.Map;
 
 /**
- * Collects the lines of {@link Environment#dump}. What is called while it is made takes no lock and
- * calls no native: it must not wait for a thread that is inside a call. Not thread-safe.
+ * Collects the lines of {@link Environment#dump}. Code that adds lines acquires no lock and calls
+ * no native, because it must not wait for a thread that is inside a call. Not thread-safe.
  */
 final class Dump {
-  /** Frames of a stack trace that are shown. */
+  /** Maximum number of frames that are shown of a stack trace. */
   static final int MAX_FRAMES = 32;
 
   private final StringBuilder lines = new StringBuilder();
   private String indent = "";
 
-  /** Objects of one name that were made at one place. Immutable. */
+  /** A number of objects with the same name that were made at the same place. Immutable. */
   static final class Group {
     final Origin oldest;
     private final String name;
@@ -42,7 +42,7 @@ final class Dump {
     }
   }
 
-  /** Makes groups of objects that may be many. Not thread-safe. */
+  /** Groups objects by their name and the place where they were made. Not thread-safe. */
   static final class Groups {
     private final Map<List<Object>, Group> groups = new LinkedHashMap<>();
 
@@ -50,12 +50,13 @@ final class Dump {
       groups.merge(List.of(name, origin.frames()), new Group(name, origin, 1), Group::plus);
     }
 
+    /** Returns the groups in the order in which their oldest objects were made. */
     List<Group> inOrder() {
       return Origin.inOrder(groups.values(), group -> group.oldest);
     }
   }
 
-  /** Adds an object, then what is inside it. */
+  /** Adds the line of an object and, indented, its origin and what {@code inside} adds. */
   void add(String line, Origin origin, Runnable inside) {
     addLine(line);
     final String outer = indent;
@@ -69,7 +70,11 @@ final class Dump {
     for (Group group : groups) add(group.toString(), group.oldest, () -> {});
   }
 
-  /** Adds the thread that has the lock, if there is one. */
+  /**
+   * Adds the stack trace of the thread that has locked the lock, if there is one.
+   *
+   * @param where the call during which the lock is locked, for example "a call"
+   */
   void addOwner(VisibleLock lock, String where) {
     final Thread owner = lock.owner();
     if (owner == null) return;

@@ -19,19 +19,20 @@ import org.quendel.oxli.impl.Version;
  * The gateway's environment: at most one is open in a process. Owns the connections and z-blocks
  * made from it. Thread-safe.
  *
- * <p>An application that closes the environment in a shutdown hook ({@link
- * Runtime#addShutdownHook}) first makes its own threads leave {@link Connection#process}, for
- * example with {@link Connection#wakeup}, and waits for them: the virtual machine does not stop
- * them, and {@link #close} waits for the calls in progress.
+ * <p>A shutdown hook ({@link Runtime#addShutdownHook}) that closes the environment must first make
+ * the application's threads return from {@link Connection#process}, for example with {@link
+ * Connection#wakeup}, and wait for them: the virtual machine does not stop them, and {@link #close}
+ * waits for the calls in progress.
  *
- * <p>Two class loaders of one process cannot load the same file of the native library. With a copy
- * of the file for each they share one gateway library. While one has the environment open, {@link
- * #open} of the other is refused and changes nothing; after the close it opens the environment with
- * its own settings, and finds none of the first one's objects, streams or exit handler.
+ * <p>Two class loaders of one process cannot load the same file of the native library. If each
+ * loads its own copy of the file, they share one gateway library. While one class loader has opened
+ * the environment, {@link #open} of the other one throws and changes nothing. After the close, the
+ * other one can open the environment with its own settings, without the objects, streams and exit
+ * handler of the first one.
  */
 public final class Environment implements AutoCloseable {
   /**
-   * The system property that is set while an environment is open: all class loaders of the virtual
+   * The system property that is set while an environment is open. All class loaders of the virtual
    * machine share it.
    */
   private static final String CLAIM = "org.quendel.oxli.environment";
@@ -39,24 +40,26 @@ public final class Environment implements AutoCloseable {
   private static final int MAX_LOG_LINES = 20;
   private static final int MAX_LOG_MILLIS = 1000;
 
-  /** Locked while the environment opens or closes, and by what needs it to stay open meanwhile. */
+  /**
+   * Locked while an environment is opened or closed, and by calls during which the environment must
+   * stay open.
+   */
   private static final Object LIFECYCLE = new Object();
 
   private static volatile boolean isOpen; // written inside LIFECYCLE
 
   /**
-   * Every connection in a native or about to enter one: a closed one remains until its outermost
-   * call has returned.
+   * The connections that are not closed, and the closed ones whose outermost call has not returned.
    */
   private final Set<Connection> connections = ConcurrentHashMap.newKeySet();
 
-  /** Every z-block that is not closed. */
+  /** The z-blocks that are not released. */
   private final Set<ZBlock> zblocks = ConcurrentHashMap.newKeySet();
 
   private final String settings;
   private final Origin origin = new Origin();
   private final Thread endHook;
-  private volatile boolean closing; // written inside this, which is not locked during natives
+  private volatile boolean closing; // written inside the lock of this, without a native call
   private final AtomicBoolean ended = new AtomicBoolean();
   private final CompletableFuture<Void> closed = new CompletableFuture<>();
 
@@ -66,23 +69,24 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Opens the environment. Loads the native library if that has not happened: from the directory of
-   * the system property {@code oxli.library.path} if it is set and not empty, and then from nowhere
-   * else; otherwise from {@code java.library.path}, then from the directory of {@code oxli.jar}, then
-   * from a jar of native libraries on the class path or the module path, which is unpacked into a
-   * directory of {@code java.io.tmpdir} that only the user can enter.
+   * Opens the environment. Loads the native library if it is not loaded: if the system property
+   * {@code oxli.library.path} is set and not empty, from this directory only; otherwise from {@code
+   * java.library.path}, then from the directory of {@code oxli.jar}, then from a jar of native
+   * libraries on the class path or module path. The libraries of that jar are unpacked into a
+   * subdirectory of {@code java.io.tmpdir} that only the user can enter.
    *
    * @param settings the gateway's settings
-   * @throws OxliException with {@link ResultCode#INVALID_STATE} if one is open in this process,
-   *     which stays as it is; or with the gateway's code. An environment that native code has
-   *     opened itself is not noticed: the failed attempt closes it.
-   * @throws UnsatisfiedLinkError if the native library cannot be loaded; its message says why and
-   *     what to do. Later attempts throw the same again.
+   * @throws OxliException with {@link ResultCode#INVALID_STATE} if an environment is open in this
+   *     process; that environment is not changed. With the gateway's code if the gateway refuses.
+   *     This method does not detect an environment that native code has opened by itself: the
+   *     failed attempt closes that environment.
+   * @throws UnsatisfiedLinkError if the native library cannot be loaded; the message states the
+   *     reason and the remedy. Later attempts throw an error with the same message.
    */
   public static Environment open(String settings) {
     Objects.requireNonNull(settings, "settings");
     NativeLibrary.load();
-    // The second test is enough unless the application has replaced the system properties.
+    // `isOpen` is needed if the application has replaced the system properties.
     if (isOpen || System.getProperties().putIfAbsent(CLAIM, "open") != null) {
       throw new OxliException("Environment.open: OX_ERR_INVALIDSTATE: an environment is open in"
           + " this process (0x20005)", ResultCode.INVALID_STATE);
@@ -94,7 +98,7 @@ public final class Environment implements AutoCloseable {
         if (code != ResultCode.OK) {
           final OxliException failure =
               Results.failure("Environment.open", Results.nameOf("environment", settings), code);
-          OxliImpl.env_close(); // what a failed attempt leaves would refuse the next one
+          OxliImpl.env_close(); // otherwise the next attempt finds the class cache and fails
           throw failure;
         }
         isOpen = true;
@@ -107,7 +111,7 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Makes a connection, closed at first.
+   * Makes a connection. It is closed until {@link Connection#open}.
    *
    * @param settings the gateway's settings
    * @throws OxliException if the gateway refuses
@@ -119,7 +123,7 @@ public final class Environment implements AutoCloseable {
     return connection;
   }
 
-  /** Makes a z-block to receive blocks with. */
+  /** Makes a z-block to receive with. */
   public ZBlock newZBlock() {
     final ZBlock zblock = new ZBlock(this);
     zblock.create(null);
@@ -129,10 +133,10 @@ public final class Environment implements AutoCloseable {
   /**
    * Makes a z-block to send.
    *
-   * @param memory a direct buffer: the bytes from its position to its limit; later changes of its
-   *     position and limit do not matter. The z-block keeps the buffer's memory alive, which has an
-   *     effect only on the application's own memory: not on payloads and received blocks, whose
-   *     memory the gateway frees.
+   * @param memory a direct buffer; the z-block consists of the bytes from its position to its
+   *     limit. Later changes of position and limit have no effect. The z-block references the
+   *     buffer, which keeps memory of the application alive. It does not keep payloads and received
+   *     blocks alive, which the gateway frees.
    * @throws IllegalArgumentException if the buffer is not direct
    */
   public ZBlock newZBlock(ByteBuffer memory) {
@@ -143,9 +147,9 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Sets who receives the gateway's exit event until the next call or the close.
+   * Sets the handler of the gateway's exit event, until the next call or the close.
    *
-   * @param handler null for nobody
+   * @param handler the handler, or null for none
    * @throws OxliException if the gateway refuses
    */
   public void onExit(IExitEventHandler handler) {
@@ -158,14 +162,19 @@ public final class Environment implements AutoCloseable {
 
   /**
    * Closes all connections and z-blocks, waiting for the calls in progress on them, and then the
-   * environment. Connections, outgoing messages and z-blocks that the application has not closed
-   * before are named in the gateway's log at level info, as they are when the virtual machine ends
-   * before the close; objects that the close of their connection closes are not named. When it returns another can be opened; a thread inside {@link
-   * IExitEventHandler#onExitEvent} does not wait for another one that closes.
+   * environment. When this method returns, another environment can be opened. If another thread is
+   * closing this environment, this method waits for it, except inside {@link
+   * IExitEventHandler#onExitEvent}.
+   *
+   * <p>First writes lines to the gateway's log, at level info, for the connections and z-blocks
+   * that are not closed, and for the outgoing messages of these connections. The lines are also
+   * written if the virtual machine ends before the close. Objects that the application closes by
+   * closing their connection are not logged.
    *
    * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a
    *     post; nothing is closed then
-   * @throws OxliException the first error reported, with others suppressed; all is closed
+   * @throws OxliException with the first error reported, with later ones suppressed; everything is
+   *     closed nevertheless
    */
   @Override
   public void close() {
@@ -185,7 +194,7 @@ public final class Environment implements AutoCloseable {
     for (ZBlock zblock : zblocks) errors.run(zblock::close);
     if (ended.compareAndSet(false, true)) {
       end(errors);
-    } else if (!ExitEvents.isCaller()) { // for which the gateway may wait while it closes
+    } else if (!ExitEvents.isCaller()) { // the gateway may wait for the handler while it closes
       closed.join();
     }
     errors.throwFirst();
@@ -195,7 +204,7 @@ public final class Environment implements AutoCloseable {
     synchronized (LIFECYCLE) {
       isOpen = false;
       errors.run(() -> Results.check("Environment.close", this, OxliImpl.env_close()));
-      // After that, because the gateway may raise the event while it closes.
+      // After env_close, because the gateway may raise the event while it closes.
       errors.run(ExitEvents::unregister);
       System.getProperties().remove(CLAIM);
       errors.run(this::removeEndHook);
@@ -207,7 +216,7 @@ public final class Environment implements AutoCloseable {
     try {
       Runtime.getRuntime().addShutdownHook(endHook);
     } catch (IllegalStateException e) {
-      // The virtual machine ends already.
+      // The virtual machine is shutting down.
     }
   }
 
@@ -215,11 +224,14 @@ public final class Environment implements AutoCloseable {
     try {
       Runtime.getRuntime().removeShutdownHook(endHook);
     } catch (IllegalStateException e) {
-      // The virtual machine ends already: the hook finds the environment closed.
+      // The virtual machine is shutting down. The hook returns, because the environment is closing.
     }
   }
 
-  /** The hook keeps alive neither the environment nor what belongs to the thread that opens it. */
+  /**
+   * Makes the shutdown hook, which references neither the environment nor the class loader and
+   * thread locals of the calling thread.
+   */
   private static Thread newEndHook(WeakReference<Environment> reference) {
     final Thread hook = new Thread(null, () -> {
       final Environment environment = reference.get();
@@ -232,7 +244,7 @@ public final class Environment implements AutoCloseable {
       writer.setDaemon(true);
       writer.start();
       try {
-        writer.join(MAX_LOG_MILLIS); // the log may be a pipe that nobody reads
+        writer.join(MAX_LOG_MILLIS); // limited, because writing to a full pipe does not return
       } catch (InterruptedException e) {
         // The virtual machine ends without the rest of the lines.
       }
@@ -241,7 +253,10 @@ public final class Environment implements AutoCloseable {
     return hook;
   }
 
-  /** Returns a line for each connection that is not closed, and for groups of the other objects. */
+  /**
+   * Returns lines for what is not closed: one for each connection, and one for each group of
+   * outgoing messages and z-blocks.
+   */
   private List<String> unclosed() {
     final List<String> lines = new ArrayList<>();
     for (Connection each : Origin.inOrder(connections, Connection::origin)) each.addUnclosed(lines);
@@ -265,23 +280,25 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Returns what is alive, for people: a line for each connection, listener and publisher, and one
-   * for each kind of outgoing messages and z-blocks. The format may change.
+   * Returns the objects that are not closed, for people: one line for each connection, listener and
+   * publisher, and one for each group of outgoing messages and z-blocks. The format may change.
    *
-   * <p>Connections, listeners and publishers have the beginning of their settings without
-   * passwords, their age, the number of messages delivered or posted, and the state when it was
-   * last seen: when the object was made, opened or shut, when {@code getState} returned, when a
-   * call on a connection failed, and when an {@link org.quendel.oxli.messages.OpenMessage} or
-   * {@link org.quendel.oxli.messages.CloseMessage} was delivered. The gateway is not asked. A
-   * thread that is inside a call is shown with its stack trace.
+   * <p>The line of a connection, listener or publisher contains the first 60 characters of its
+   * settings, without passwords, its latest known state, its age, and the number of messages
+   * delivered or posted. The state is recorded when the object is made, opened or shut, when {@code
+   * getState} returns, when a call on a connection fails, and when an {@link
+   * org.quendel.oxli.messages.OpenMessage} or {@link org.quendel.oxli.messages.CloseMessage} is
+   * delivered. This method does not call the gateway. The stack trace of each thread that is inside
+   * a call is added.
    *
-   * <p>With {@code -Doxli.dump.origins=true} each object also has the stack trace of where it was
-   * made, and objects made at different places are of different kinds. The property is read once,
-   * when the first environment is opened. Making an object takes some microseconds more then.
+   * <p>With {@code -Doxli.dump.origins=true} the stack trace of the call that made it is added to
+   * each object, and objects made at different places are in different groups. The property is read
+   * once, when the first environment is opened. It makes the creation of an object some
+   * microseconds slower.
    *
-   * <p>Always possible: inside {@code onMessage}, in an exit event handler, while another thread
-   * closes the environment, and after that. Waits for no other thread; what other threads do
-   * meanwhile may be missing.
+   * <p>This method can be called at any time: inside {@code onMessage}, in an exit event handler,
+   * while another thread closes the environment, and after that. It waits for no other thread. The
+   * effect of calls in progress on other threads may be missing.
    */
   public String dump() {
     final Dump dump = new Dump();
@@ -294,7 +311,7 @@ public final class Environment implements AutoCloseable {
     return dump.toString();
   }
 
-  /** Returns the beginning of the settings. */
+  /** Returns "environment" and the first 60 characters of the settings, without passwords. */
   @Override
   public String toString() {
     return Results.nameOf("environment", settings);
@@ -327,13 +344,13 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Runs what needs some environment to be open and uses none of its objects; it does not close
-   * meanwhile.
+   * Runs a call that needs an open environment and uses none of its objects. The environment is not
+   * closed during the call.
    *
-   * @throws IllegalStateException if none is open
+   * @throws IllegalStateException if no environment is open
    */
   static <T> T whileOpen(Supplier<T> call) {
-    requireAnyOpen(); // before the lock, which a thread that closes may have locked for long
+    requireAnyOpen(); // before the lock, which a thread that closes may lock for a long time
     synchronized (LIFECYCLE) {
       requireAnyOpen();
       return call.get();
@@ -378,7 +395,7 @@ public final class Environment implements AutoCloseable {
   }
 
   private static String checked(String line) {
-    NativeLibrary.load(); // whose failure is thrown each time; that of a class initialiser is not
+    NativeLibrary.load(); // throws each time; a class initialiser throws the reason only once
     return Objects.requireNonNull(line, "line");
   }
 }

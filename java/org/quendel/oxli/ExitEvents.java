@@ -8,9 +8,9 @@ import org.quendel.oxli.impl.Results;
 /**
  * Receives the exit event from native code and passes it to the application's handler.
  *
- * <p>Native code does not guard a registration against an event that is being delivered. So it is
- * registered once for an open environment, with the first handler, and unregistered after the
- * gateway has closed its environment, when it raises no more events.
+ * <p>Native code does not synchronise a registration with an event that is being delivered. This
+ * object is therefore registered once for an open environment, with the first handler, and
+ * unregistered after the gateway has closed its environment, because it raises no event then.
  */
 final class ExitEvents implements IExitEventHandler {
   private static final ExitEvents INSTANCE = new ExitEvents();
@@ -21,7 +21,11 @@ final class ExitEvents implements IExitEventHandler {
 
   private ExitEvents() {}
 
-  /** Sets the handler, or none. Calls of this and of {@link #unregister} are serialised. */
+  /**
+   * Sets the handler; null removes it.
+   *
+   * <p>REQUIRES: the caller serialises the calls of this method and of {@link #unregister}.
+   */
   static void setHandler(IExitEventHandler newHandler) {
     INSTANCE.handler = newHandler;
     if (INSTANCE.isRegistered) return;
@@ -33,7 +37,7 @@ final class ExitEvents implements IExitEventHandler {
     }
   }
 
-  /** Removes the handler and what native code knows. */
+  /** Removes the handler, and unregisters this object in native code. */
   static void unregister() {
     INSTANCE.handler = null;
     if (!INSTANCE.isRegistered) return;
@@ -54,8 +58,8 @@ final class ExitEvents implements IExitEventHandler {
     try {
       current.onExitEvent();
     } catch (Throwable e) {
-      // An exception would stay pending on a thread of the gateway. Only its class is logged: any
-      // method of the exception may be the application's and throw again.
+      // Caught, because it would stay pending on a thread of the gateway. Only its class is logged,
+      // because the application may have overridden its methods with ones that throw.
       OxliImpl.log_errorstr("exit event handler threw " + e.getClass().getName());
     } finally {
       delivering.remove(Thread.currentThread());

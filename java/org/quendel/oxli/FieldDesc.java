@@ -15,9 +15,9 @@ import org.quendel.oxli.messages.Message;
 import org.quendel.oxli.messages.StreamDataMessage;
 
 /**
- * One field of a {@link MessageDesc}: what it is, and how to read and write it in a message of that
- * description. Look fields up once, when the scheme is known, and use them for each message of that
- * opening, on any thread:
+ * Describes one field of a {@link MessageDesc}, and reads and writes it in messages of that
+ * description. Look a field up once for each opening, and use it for all messages of the opening,
+ * on any thread:
  *
  * <pre>{@code
  * FieldDesc volume = scheme.getMessage("quote").getField("volume");
@@ -25,26 +25,28 @@ import org.quendel.oxli.messages.StreamDataMessage;
  * long traded = volume.getLong(message);
  * }</pre>
  *
- * <p>The type says which methods fit: {@code i...} and {@code u...} of 1, 2, 4 or 8 bytes are
- * integers, {@code c...} is a string of fixed size, {@code d} a decimal, {@code z} a z-block; a
- * field that has a {@link #getMessage} is nested. Every method that takes a message throws
+ * <p>The methods that apply depend on the type: {@code i...} and {@code u...} of 1, 2, 4 or 8 bytes
+ * are integers, {@code c...} is a string of fixed size, {@code d} a decimal, {@code z} a z-block; a
+ * field whose {@link #getMessage} is not null is a nested message. Every method that takes a
+ * message throws
  *
  * <ul>
  *   <li>{@link IllegalArgumentException} if the field is of another type,
  *   <li>{@link IndexOutOfBoundsException} if the field is not inside the payload, and
- *   <li>{@link IllegalStateException} if the message is closed, may not be used here and now (see
- *       {@link Message}) or has no payload, and if it was delivered and would be written.
+ *   <li>{@link IllegalStateException} if the message is not usable (see {@link Message}) or has no
+ *       payload, or if the method writes and the message was delivered.
  * </ul>
  *
- * <p>Only the methods for z-blocks check that the message is of the field's description, because
- * their bytes contain an address. A field belongs to the opening that its scheme came with: the
- * next opening may have another layout.
+ * <p>The methods for z-blocks check that the description of the message has a z-block at the
+ * field's offset, because its bytes contain an address. All other methods do not check the
+ * description. Use a field only with messages of the opening that its scheme belongs to: the layout
+ * may differ in the next opening.
  *
- * <p>Made by native code, and immutable once its scheme is filled; until then the scheme sets the
- * position in the null map.
+ * <p>Native code makes the objects of this class. They are immutable after their scheme is filled;
+ * until then, the position in the null map is set.
  */
 public final class FieldDesc {
-  static final int NOWHERE = -1;
+  static final int NO_POSITION = -1;
 
   private enum Kind {
     INTEGER("an integer"),
@@ -73,7 +75,7 @@ public final class FieldDesc {
   private final MessageDesc message;
   private final Kind kind;
   private final boolean isUnsigned;
-  private int position = NOWHERE; // in the null map; fields of nested messages have none
+  private int position = NO_POSITION; // in the null map; fields of nested messages have none
 
   FieldDesc(long number, String name, String description, String type, int size, int offset,
       ByteBuffer value, FieldValueDesc[] values, MessageDesc message) {
@@ -92,7 +94,7 @@ public final class FieldDesc {
     if (message != null) message.markNested();
   }
 
-  /** Makes a nested message's field at its offset in the outer message. */
+  /** Makes a copy of a nested message's field, with its offset and name in the outer message. */
   private FieldDesc(FieldDesc inner, FieldDesc outer) {
     number = inner.number;
     name = outer.name + '.' + inner.name;
@@ -131,8 +133,8 @@ public final class FieldDesc {
   }
 
   /**
-   * Returns the field's name. A field that {@link #getField} returned has a name with a dot, as in
-   * {@code prices.bid}.
+   * Returns the field's name. The name of a field that {@link #getField} returned contains the
+   * names of both fields and a dot, as in {@code prices.bid}.
    */
   public String getName() {
     return name;
@@ -143,7 +145,7 @@ public final class FieldDesc {
     return description;
   }
 
-  /** Returns the field's type: {@code i...} is a signed integer, {@code u...} an unsigned one. */
+  /** Returns the field's type, as in the gateway's description. */
   public String getType() {
     return type;
   }
@@ -154,8 +156,8 @@ public final class FieldDesc {
   }
 
   /**
-   * Returns the number of bytes before the field: in the payload, or in the nested message if the
-   * field comes from the description of a nested message.
+   * Returns the offset in bytes: in the payload, or in the nested message if the field belongs to
+   * the description of a nested message.
    */
   public int getOffset() {
     return offset;
@@ -177,22 +179,25 @@ public final class FieldDesc {
   /**
    * Returns a named value of the field.
    *
-   * @throws NoSuchElementException if there is none of that name
+   * @throws NoSuchElementException if there is no value of that name
    */
   public FieldValueDesc getValue(String valueName) {
     return Descriptions.get(valuesByName, valueName, this, "value");
   }
 
-  /** Returns the nested message, or null. The offsets of its fields count from its own start. */
+  /**
+   * Returns the description of the nested message, or null. The offsets of its fields are relative
+   * to the start of the nested message.
+   */
   public MessageDesc getMessage() {
     return message;
   }
 
   /**
-   * Returns a field of the nested message at its offset in the outer message: to be used with
-   * messages of the outer description. A new object each time.
+   * Returns a field of the nested message, with its offset in the outer message. Use it with
+   * messages of the outer description. Each call returns a new object.
    *
-   * @throws NoSuchElementException if there is none of that name, or no nested message
+   * @throws NoSuchElementException if there is no field of that name, or no nested message
    */
   public FieldDesc getField(String fieldName) {
     if (message == null) {
@@ -202,8 +207,8 @@ public final class FieldDesc {
   }
 
   /**
-   * Returns the value of an integer, with the sign that its type says. An unsigned one of 8 bytes
-   * comes as its bits; see {@link Long#toUnsignedString(long)}. Allocates nothing.
+   * Returns the value of an integer, signed or unsigned as its type. An unsigned integer of 8 bytes
+   * is returned as its bits; see {@link Long#toUnsignedString(long)}. Allocates nothing.
    */
   public long getLong(Message from) {
     return NumberCodec.readInteger(payload(from, Kind.INTEGER), offset, size, isUnsigned);
@@ -222,7 +227,7 @@ public final class FieldDesc {
     NumberCodec.writeInteger(data, offset, size, newValue);
   }
 
-  /** Returns the name of the value that an integer has, or null if that value has none. */
+  /** Returns the name of an integer's value, or null if the value has no name. */
   public String getValueName(Message from) {
     final long found = getLong(from);
     for (int i = 0; i < values.size(); ++i) {
@@ -233,7 +238,7 @@ public final class FieldDesc {
   }
 
   /**
-   * Writes an integer by its name.
+   * Writes the integer that has the name.
    *
    * @throws NoSuchElementException if the field has no value of that name
    */
@@ -246,7 +251,9 @@ public final class FieldDesc {
     NumberCodec.writeInteger(data, offset, size, valueOf(named));
   }
 
-  /** The integer that the description gives beside the bytes is -1 if there is none. */
+  /**
+   * Returns whether a named value has bytes. Without bytes, its integer is -1 and has no meaning.
+   */
   private static boolean hasBytes(FieldValueDesc named) {
     return named != null && named.bytes() != null;
   }
@@ -256,8 +263,8 @@ public final class FieldDesc {
   }
 
   /**
-   * Returns the string, without the zero bytes that pad it: its bytes read as standard UTF-8. For
-   * another encoding use {@link #getBytes}.
+   * Returns the string, without the zero bytes that pad it. Decodes the bytes as standard UTF-8.
+   * For another encoding use {@link #getBytes}.
    */
   public String getText(Message from) {
     return Utf8String.read(payload(from, Kind.STRING), offset, size);
@@ -266,17 +273,17 @@ public final class FieldDesc {
   /**
    * Writes a string as UTF-8, padded with zero bytes.
    *
-   * @throws IllegalArgumentException also if the string is longer than the field, has a U+0000 or
-   *     half of a surrogate pair
+   * @throws IllegalArgumentException also if the string is longer than the field, or contains a
+   *     U+0000 or half of a surrogate pair
    */
   public void setText(Message to, String text) {
     Utf8String.write(writable(to, Kind.STRING), offset, size, text, this::toString);
   }
 
   /**
-   * Returns the decimal, as the gateway reads it.
+   * Returns the decimal, which the gateway decodes.
    *
-   * @throws OxliException if the gateway finds none
+   * @throws OxliException if the gateway cannot decode the bytes
    */
   public BigDecimal getDecimal(Message from) {
     final BigDecimal decimal = NumberCodec.readDecimal(payload(from, Kind.DECIMAL), offset);
@@ -286,10 +293,10 @@ public final class FieldDesc {
   }
 
   /**
-   * Writes a decimal: the unscaled value as 8 bytes, then the scale as one. The gateway only reads
-   * decimals, so it is asked to read this one back.
+   * Writes a decimal: the unscaled value as 8 bytes, then the scale as one byte. The gateway has no
+   * function that encodes decimals, so this method lets the gateway decode the bytes as a check.
    *
-   * @throws IllegalArgumentException also if the gateway does not read the same value and scale;
+   * @throws IllegalArgumentException also if the gateway does not decode the same value and scale;
    *     the field is unchanged then
    */
   public void setDecimal(Message to, BigDecimal decimal) {
@@ -299,9 +306,9 @@ public final class FieldDesc {
   }
 
   /**
-   * Returns the nested message's bytes, little-endian: a view of the payload, read-only if the
-   * message was delivered, and not to be used after the message's life. To read and write its
-   * fields by name see {@link #getField}.
+   * Returns the nested message's bytes: a little-endian view of the payload, read-only if the
+   * message was delivered. Do not use it when the message is no longer usable. To read and write
+   * fields of the nested message by name, use {@link #getField}.
    */
   public ByteBuffer getNested(Message in) {
     return bytes(in, Kind.NESTED);
@@ -319,25 +326,25 @@ public final class FieldDesc {
   }
 
   /**
-   * Points a z-block made to receive at the block of bytes that the field refers to, without
-   * copying them. They may be read as long as the message may be used; see {@link ZBlock}.
+   * Binds a z-block made to receive to the bytes that the field refers to, without copying them.
+   * The bytes may be read while the message is usable; see {@link ZBlock}.
    *
    * @throws IllegalArgumentException also if the message's own description has no z-block there
    * @throws IllegalStateException also if the message was not delivered, the z-block was made to
    *     send or is closed, or the description of the message is ambiguous; see {@link
    *     AbstractDataMessage#getDesc}
    * @throws NoSuchElementException if the description of the message is not known
-   * @throws OxliException if the block is larger than a buffer can be, or the field is damaged
+   * @throws OxliException if the field contains no address, or a size of more than 2^31 - 1 bytes
    */
   public void getZBlock(Message from, ZBlock block) {
     block.receive(from, zblockPayload(from), this);
   }
 
   /**
-   * Makes the field of an outgoing message refer to the z-block's bytes. A post sends the bytes
-   * that are there then. The message keeps their memory alive until the field is set again or the
-   * message is closed, whatever happens to the z-block; a later {@link ZBlock#rebind} does not
-   * change the message. A post refuses a field that something else was written into.
+   * Makes the field of an outgoing message refer to the z-block's bytes. A post sends the content
+   * that the memory has at the time of the post. The message keeps the memory alive until the field
+   * is set again or the message is closed. A later {@link ZBlock#rebind} or close of the z-block
+   * does not change the message. A post throws if anything but this method has written the field.
    *
    * @throws IllegalArgumentException also if the message's own description has no z-block there
    * @throws IllegalStateException also if the message is not outgoing, or the z-block was made to
@@ -354,20 +361,20 @@ public final class FieldDesc {
   /**
    * Returns whether the field is null in a row; false if the row has no null map.
    *
-   * @throws IllegalArgumentException if the field is a nested message's, which has no flag
+   * @throws IllegalArgumentException if the field belongs to a nested message and has no flag
    */
   public boolean isNull(StreamDataMessage row) {
-    return row.isNull(flag());
+    return row.isNull(requirePosition());
   }
 
   /**
    * Marks the field of an outgoing row as null or not.
    *
-   * @throws IllegalArgumentException if the field is a nested message's, which has no flag
+   * @throws IllegalArgumentException if the field belongs to a nested message and has no flag
    * @throws IllegalStateException if the row has no null map
    */
   public void setNull(StreamDataMessage row, boolean isNull) {
-    row.setNull(flag(), isNull);
+    row.setNull(requirePosition(), isNull);
   }
 
   /** Returns the name and the type. */
@@ -376,8 +383,8 @@ public final class FieldDesc {
     return "field " + name + " (" + type + ')';
   }
 
-  /** Called by the message's description: sets the position in the null map. */
-  void place(int newPosition) {
+  /** Sets the position in the null map. Called by the description of the message. */
+  void setPosition(int newPosition) {
     position = newPosition;
   }
 
@@ -385,12 +392,15 @@ public final class FieldDesc {
     return position;
   }
 
-  private int flag() {
-    if (position != NOWHERE) return position;
-    throw new IllegalArgumentException(this + " is a nested message's and has no null flag");
+  private int requirePosition() {
+    if (position != NO_POSITION) return position;
+    throw new IllegalArgumentException(this + " belongs to a nested message: it has no null flag");
   }
 
-  /** Returns the message's payload, which contains the field. */
+  /**
+   * Returns the payload after checking the kind of the field and that the field is inside the
+   * payload.
+   */
   private ByteBuffer payload(Message of, Kind wanted) {
     if (kind != wanted) throw new IllegalArgumentException(this + " is not " + wanted.label);
     final ByteBuffer data = MessageAccess.payloadOf(of);
@@ -408,18 +418,18 @@ public final class FieldDesc {
     return data;
   }
 
-  /** Returns the payload of a message that has a z-block where this field is. */
+  /** Returns the payload after checking that the message has a z-block at the field's offset. */
   private ByteBuffer zblockPayload(Message of) {
     final ByteBuffer data = payload(of, Kind.ZBLOCK);
     MessageDesc desc = MessageAccess.descOf(of);
     if (desc == null && of instanceof AbstractDataMessage) {
-      desc = ((AbstractDataMessage) of).getDesc(); // throws, saying why
+      desc = ((AbstractDataMessage) of).getDesc(); // throws an exception with the reason
     }
     if (desc != null && desc.hasZblockAt(offset)) return data;
     throw new IllegalArgumentException(of + " has no z-block where " + this + " is");
   }
 
-  /** Returns the fields that contain z-blocks: this one, or those of the nested message. */
+  /** Returns this field if it is a z-block, or the z-block fields of the nested message. */
   Stream<FieldDesc> zblockFields() {
     if (message != null) {
       return Stream.of(message.zblockFields()).map(inner -> new FieldDesc(inner, this));

@@ -2,7 +2,7 @@ package org.quendel.oxli;
 
 import java.nio.ByteBuffer;
 
-/** A named value of a {@link FieldDesc}. Immutable; made by native code. */
+/** Describes one named value of a {@link FieldDesc}. Made by native code; immutable. */
 public final class FieldValueDesc {
   private final String name;
   private final String description;
@@ -34,7 +34,10 @@ public final class FieldValueDesc {
     return Descriptions.viewOf(value);
   }
 
-  /** Returns the value of an integer field, sign-extended for unsigned types too; else -1. */
+  /**
+   * Returns the value of an integer field, sign-extended even if the type is unsigned. Returns -1
+   * for a field of another type and for a value without bytes.
+   */
   public long getIntValue() {
     return intValue;
   }
@@ -45,7 +48,7 @@ public final class FieldValueDesc {
     return "value " + name + " = " + intValue;
   }
 
-  /** Returns the bytes themselves, whose state must not change, or null. */
+  /** Returns the buffer itself, or null. Do not change its position, limit and order. */
   ByteBuffer bytes() {
     return value;
   }

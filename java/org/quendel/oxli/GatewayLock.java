@@ -4,11 +4,11 @@ import java.util.function.IntSupplier;
 
 /**
  * Serialises, in the whole process, the natives that make, open, close and release connections and
- * listeners. Each of them has a process-wide native mutex locked during its gateway call, and what
- * {@code onMessage} calls meanwhile locks others: two threads that locked them in different orders
- * would wait for each other for ever.
+ * listeners. Each of these natives locks a process-wide mutex during its gateway call. The gateway
+ * call may call {@code onMessage}, which may call natives that lock other mutexes. Without this
+ * lock, two threads could lock the mutexes in different orders and wait for each other for ever.
  *
- * <p>Lock order of the package; a thread that has locked one locks only those after it:
+ * <p>Lock order of the package: a thread that has locked one of these locks only those after it.
  *
  * <ol>
  *   <li>the delivery lock of a connection ({@link Connection}),
@@ -18,20 +18,20 @@ import java.util.function.IntSupplier;
  *   <li>the lock of a publisher, z-block or environment.
  * </ol>
  *
- * <p>Inside {@code onMessage} a thread has locked some of these and may lock each again: {@link
- * ISubscriber} says what can deadlock.
+ * <p>Inside {@code onMessage} a thread has locked some of these locks, and may lock any of them.
+ * {@link ISubscriber} lists the deadlocks that are possible then.
  */
 final class GatewayLock {
   private static final VisibleLock LOCK = new VisibleLock(false);
 
   private GatewayLock() {}
 
-  /** Adds the thread inside to the dump. */
+  /** Adds the thread that has locked this lock to the dump. */
   static void dump(Dump dump) {
     dump.addOwner(LOCK, "a call that opens, shuts, closes or makes a connection or listener");
   }
 
-  /** Returns the result of the native. */
+  /** Runs the native inside the lock and returns its result. */
   static int call(IntSupplier nativeCall) {
     LOCK.lock();
     try {

@@ -4,10 +4,11 @@ package org.quendel.oxli;
 @FunctionalInterface
 public interface IExitEventHandler {
   /**
-   * Called on a thread of the gateway. What is thrown is written to the gateway's log and goes no
-   * further. May close the environment. Must not open one, set an exit handler or parse settings:
-   * these calls wait for a thread that closes the environment, which may wait for this method. Pass
-   * such work to a thread of the application.
+   * Called on a thread of the gateway. If this method throws, the class of the exception is written
+   * to the gateway's log, and the exception is discarded. The method may close the environment. It
+   * must not open an environment, set an exit handler or parse settings: these calls wait for a
+   * thread that is closing the environment, and that thread may wait for this method. Make such
+   * calls on a thread of the application.
    */
   void onExitEvent();
 }

@@ -3,7 +3,10 @@ package org.quendel.oxli;
 import java.util.List;
 import java.util.Map;
 
-/** One index of a {@link MessageDesc}. Immutable; made by native code. */
+/**
+ * Describes one index of a {@link MessageDesc}. Made by native code; immutable after the scheme is
+ * filled.
+ */
 public final class IndexDesc {
   private final String name;
   private final String description;
@@ -43,12 +46,12 @@ public final class IndexDesc {
     return "index " + name;
   }
 
-  /** Gives each field the position in null maps that the message's field of the same name has. */
-  void placeLike(Map<String, FieldDesc> fieldsByName) {
+  /** Copies the positions in the null map from the message's fields of the same names. */
+  void copyPositions(Map<String, FieldDesc> fieldsByName) {
     for (IndexFieldDesc member : fields) {
       final FieldDesc field = member == null ? null : member.getField();
       final FieldDesc same = field == null ? null : fieldsByName.get(field.getName());
-      if (same != null) field.place(same.getPosition());
+      if (same != null) field.setPosition(same.getPosition());
     }
   }
 }

@@ -1,6 +1,6 @@
 package org.quendel.oxli;
 
-/** A field of an {@link IndexDesc}. Immutable; made by native code. */
+/** Describes one field of an {@link IndexDesc}. Made by native code; immutable. */
 public final class IndexFieldDesc {
   private final FieldDesc field;
   private final int parameter;
@@ -10,7 +10,7 @@ public final class IndexFieldDesc {
     this.parameter = parameter;
   }
 
-  /** Returns the field: another object than the message's, with the same content. */
+  /** Returns the field. It equals the message's field in content, but is another object. */
   public FieldDesc getField() {
     return field;
   }

@@ -10,9 +10,9 @@ import org.quendel.oxli.messages.Message;
 import org.quendel.oxli.messages.MessageType;
 
 /**
- * Receives messages of a connection and passes them to its {@link ISubscriber}. Made by {@link
- * Connection#newListener}. {@link #open}, {@link #shut} and {@link #close} wait for the
- * connection's delivery lock; see {@link Connection}.
+ * Receives messages of a connection and passes them to an {@link ISubscriber}. Made by {@link
+ * Connection#newListener}; owned by the connection. Thread-safe. {@link #open}, {@link #shut} and
+ * {@link #close} wait for the connection's delivery lock; see {@link Connection}.
  */
 public class Listener implements AutoCloseable {
   private final Connection connection; // null if native code owns the listener
@@ -20,16 +20,20 @@ public class Listener implements AutoCloseable {
   private final String settings;
   private final Origin origin = new Origin();
 
-  /** Locked during each native that uses the handle without the delivery lock; see GatewayLock. */
+  /**
+   * Locked during each native that uses the handle without the delivery lock. GatewayLock states
+   * the lock order.
+   */
   private final Object handleLock = new Object();
 
-  // Written inside both locks, read inside one of them.
+  // `create` writes the handle inside handleLock only, before a caller can use the listener. After
+  // that, both variables are written inside both locks and read inside one of them.
   private long handle;
   private boolean closing;
 
   private volatile Scheme scheme; // written inside the delivery lock
-  private volatile String status = "being made"; // the state when it was last seen
-  private long deliveries; // written inside the delivery lock; dump reads it without
+  private volatile String status = "being made"; // the latest known state, for dump
+  private long deliveries; // written inside the delivery lock; dump reads it without the lock
 
   Listener(Connection connection, ISubscriber subscriber, String settings) {
     this.connection = connection;
@@ -38,9 +42,10 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Called by native code for a listener that other native code owns. The object stands for it in
-   * callbacks: it owns nothing, {@link #close} does nothing, and every call but {@link #getScheme}
-   * throws {@link IllegalStateException}.
+   * Makes an object for a listener that native code owns. Native code calls this constructor. The
+   * object represents that listener in callbacks. It owns nothing, {@link #close} does nothing, and
+   * every other method that uses the gateway, except {@link #getScheme}, throws {@link
+   * IllegalStateException}.
    */
   Listener(long handle) {
     this(null, null, "of native code");
@@ -76,8 +81,8 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Opens the listener: its messages are delivered by {@link Connection#process}, some by this
-   * call.
+   * Opens the listener. After that, {@link Connection#process} delivers its messages. May deliver
+   * messages.
    *
    * @param openSettings the gateway's settings, in addition to those that the listener was made
    *     with
@@ -96,7 +101,7 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Closes the listener on the gateway's side; it can be opened again. May deliver messages.
+   * Closes the listener in the gateway only; it can be opened again. May deliver messages.
    *
    * @throws OxliException if the gateway refuses
    */
@@ -112,7 +117,7 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Returns the state: one of {@link State} with the stand-in gateway. Does not wait for a {@link
+   * Returns the state: with the stand-in gateway, one of {@link State}. Does not wait for a {@link
    * Connection#process} in progress.
    *
    * @throws OxliException if the gateway refuses
@@ -126,7 +131,7 @@ public class Listener implements AutoCloseable {
     }
   }
 
-  /** Sees the state for dump, unless the listener is closed. */
+  /** Reads the state for dump, unless the listener is closed. */
   private void noteState() {
     synchronized (handleLock) {
       final IntRef state = new IntRef();
@@ -137,8 +142,7 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Returns the listener's name in the gateway, empty if it has none. Does not wait for a {@link
-   * Connection#process} in progress.
+   * Returns an empty string: the gateway's library has no function for the name of a listener.
    */
   public final String getName() {
     synchronized (handleLock) {
@@ -147,16 +151,16 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Returns the scheme of this opening, the same object until the listener is shut. Waits for a
-   * {@link Connection#process} in progress if no one has asked for it in this opening. Native code
-   * calls it for the first data message of an opening.
+   * Returns the scheme of this opening: the same object until the listener is shut or opened again.
+   * The first call of an opening waits for a {@link Connection#process} in progress. Native code
+   * calls this method when it delivers the first data message of an opening.
    *
    * @throws OxliException if the gateway has none
    */
   public Scheme getScheme() {
     final Scheme known = scheme;
     if (known != null) return known;
-    // The native code that calls owns the listener: nothing here closes it.
+    // Native code owns the listener, so no Java thread can close it meanwhile.
     if (connection == null) return fetchScheme();
     connection.lock();
     try {
@@ -178,10 +182,9 @@ public class Listener implements AutoCloseable {
   }
 
   /**
-   * Releases the listener, delivering the messages that its closing makes. Possible inside {@code
-   * onMessage}.
+   * Releases the listener. May deliver messages. Allowed inside {@code onMessage}.
    *
-   * @throws OxliException if the gateway reports an error; the listener is closed all the same
+   * @throws OxliException if the gateway reports an error; the listener is closed nevertheless
    */
   @Override
   public final void close() {
@@ -190,7 +193,7 @@ public class Listener implements AutoCloseable {
     try {
       synchronized (handleLock) {
         if (handle == 0 || closing) return;
-        closing = true; // not 0 yet: the messages delivered meanwhile may need the scheme
+        closing = true; // the handle stays valid: messages delivered meanwhile may need the scheme
         status = "closing";
       }
       try {
@@ -207,24 +210,25 @@ public class Listener implements AutoCloseable {
     }
   }
 
-  /** Returns the beginning of the settings. */
+  /** Returns "listener" and the first 60 characters of the settings, without passwords. */
   @Override
   public String toString() {
     return Results.nameOf("listener", settings);
   }
 
-  /** Returns when it was made. */
   Origin origin() {
     return origin;
   }
 
-  /** Adds the listener. */
+  /** Adds the listener to the dump. */
   void dump(Dump dump) {
     dump.add(this + ": " + status + ", " + origin.age() + ", messages delivered: " + deliveries,
         origin, () -> {});
   }
 
-  /** Locks the connection's delivery lock and returns the handle. */
+  /**
+   * Locks the delivery lock and returns the handle. Call {@code connection.unlock} to unlock it.
+   */
   private long enter() {
     if (connection == null) throw closed();
     connection.lock();
@@ -233,14 +237,14 @@ public class Listener implements AutoCloseable {
     throw closed();
   }
 
-  /** Returns the handle. REQUIRES: one of the locks. */
+  /** Returns the handle. REQUIRES: one of the two locks is locked. */
   private long requireOpen() {
     if (connection == null || handle == 0 || closing) throw closed();
     return handle;
   }
 
   private IllegalStateException closed() {
-    final String reason = connection == null ? " cannot be used" : " is closed";
-    return new IllegalStateException(this + reason);
+    return new IllegalStateException(this + (connection != null ? " is closed"
+        : " belongs to native code: Java code can only read its scheme"));
   }
 }

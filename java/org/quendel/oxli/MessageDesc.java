@@ -5,7 +5,10 @@ import java.util.Map;
 import java.util.NoSuchElementException;
 import java.util.Objects;
 
-/** One message of a {@link Scheme}. Immutable once the scheme is filled; made by native code. */
+/**
+ * Describes one message of a {@link Scheme}. Made by native code; immutable after the scheme is
+ * filled.
+ */
 public final class MessageDesc {
   private final long number;
   private final String name;
@@ -15,7 +18,7 @@ public final class MessageDesc {
   private final List<IndexDesc> indices;
   private final Map<String, FieldDesc> fieldsByName;
   private final Map<String, IndexDesc> indicesByName;
-  private final FieldDesc[] zblockFields; // those of nested messages at their outer offset
+  private final FieldDesc[] zblockFields; // all with offsets in this message
 
   MessageDesc(long number, String name, String description, String[] hints, FieldDesc[] fields,
       IndexDesc[] indices) {
@@ -28,29 +31,32 @@ public final class MessageDesc {
     fieldsByName = Descriptions.byName(fields, FieldDesc::getName);
     indicesByName = Descriptions.byName(indices, IndexDesc::getName);
     for (int i = 0; i < fields.length; ++i) {
-      if (fields[i] != null) fields[i].place(i);
+      if (fields[i] != null) fields[i].setPosition(i);
     }
-    placeIndices();
+    setPositionsInIndices();
     zblockFields = this.fields.stream().filter(Objects::nonNull).flatMap(FieldDesc::zblockFields)
         .toArray(FieldDesc[]::new);
   }
 
-  /** Called by the field whose nested message this describes: null maps are of outer fields. */
+  /**
+   * Removes the positions in the null map: a null map has no flags for fields of nested messages.
+   * Called by the field whose nested message this describes.
+   */
   void markNested() {
     for (FieldDesc field : fields) {
-      if (field != null) field.place(FieldDesc.NOWHERE);
+      if (field != null) field.setPosition(FieldDesc.NO_POSITION);
     }
-    placeIndices();
+    setPositionsInIndices();
   }
 
-  /** Native code gives indexes field objects of their own. */
-  private void placeIndices() {
+  /** Sets the positions in the separate field objects that native code makes for indexes. */
+  private void setPositionsInIndices() {
     for (IndexDesc index : indices) {
-      if (index != null) index.placeLike(fieldsByName);
+      if (index != null) index.copyPositions(fieldsByName);
     }
   }
 
-  /** Returns the fields that contain z-blocks, those of nested messages too; not to be written. */
+  /** Returns the z-block fields, including those of nested messages. Do not change the array. */
   FieldDesc[] zblockFields() {
     return zblockFields;
   }
@@ -62,12 +68,12 @@ public final class MessageDesc {
     return false;
   }
 
-  /** Returns the message's id, unsigned 32-bit; 4294967295 if it has none. */
+  /** Returns the message's id, an unsigned 32-bit number; 4294967295 if it has none. */
   public long getNumber() {
     return number;
   }
 
-  /** Returns the name by which a publisher makes the message. */
+  /** Returns the message's name, which {@link Publisher#newMessage} takes. */
   public String getName() {
     return name;
   }
@@ -88,10 +94,10 @@ public final class MessageDesc {
   }
 
   /**
-   * Returns a field by its name. It is the same for each message of the scheme's opening: look it
-   * up once.
+   * Returns a field by its name. The field applies to all messages of this description in the
+   * opening: look it up once.
    *
-   * @throws NoSuchElementException if there is none of that name
+   * @throws NoSuchElementException if there is no field of that name
    */
   public FieldDesc getField(String fieldName) {
     return Descriptions.get(fieldsByName, fieldName, this, "field");
@@ -105,7 +111,7 @@ public final class MessageDesc {
   /**
    * Returns an index by its name.
    *
-   * @throws NoSuchElementException if there is none of that name
+   * @throws NoSuchElementException if there is no index of that name
    */
   public IndexDesc getIndex(String indexName) {
     return Descriptions.get(indicesByName, indexName, this, "index");

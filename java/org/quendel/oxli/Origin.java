@@ -8,7 +8,10 @@ import java.util.Locale;
 import java.util.Set;
 import java.util.function.Function;
 
-/** When an object was made, and where if the system property asks for it. Immutable. */
+/**
+ * The time at which an object was made and, with {@code -Doxli.dump.origins=true}, the stack trace.
+ * Immutable.
+ */
 final class Origin {
   private static final boolean KEEPS_FRAMES = Boolean.getBoolean("oxli.dump.origins");
   private static final Set<String> OWN_CLASSES = Set.of(Origin.class.getName(),
@@ -16,7 +19,7 @@ final class Origin {
       Listener.class.getName(), ZBlock.class.getName());
 
   private final long time = System.nanoTime();
-  // Strings, because an element of a stack trace may keep its class alive.
+  // Strings, because a StackTraceElement may keep the class of the frame reachable.
   private final List<String> frames = KEEPS_FRAMES ? callers() : Collections.emptyList();
 
   private static List<String> callers() {
@@ -28,7 +31,7 @@ final class Origin {
     return callers;
   }
 
-  /** Returns the objects, those made first before others. */
+  /** Returns the objects in the order in which they were made. */
   static <T> List<T> inOrder(Collection<T> objects, Function<T, Origin> originOf) {
     final List<T> sorted = new ArrayList<>(objects);
     sorted.sort((a, b) -> originOf.apply(a).isBefore(originOf.apply(b)) ? -1
@@ -40,17 +43,17 @@ final class Origin {
     return time - other.time < 0;
   }
 
-  /** Returns the time since then, such as "1.5 s old". */
+  /** Returns the time since the object was made, such as "1.5 s old". */
   String age() {
     return String.format(Locale.ROOT, "%.1f s old", (System.nanoTime() - time) / 1e9);
   }
 
-  /** Returns the callers of this library, the innermost first; empty if they are not known. */
+  /** Returns the frames that called this library, innermost first; empty without the property. */
   List<String> frames() {
     return frames;
   }
 
-  /** Returns ", made at" and the innermost caller, or "" if it is not known. */
+  /** Returns ", made at " and the innermost of these frames, or "" if there is none. */
   String place() {
     return frames.isEmpty() ? "" : ", made at " + frames.get(0);
   }

@@ -1,13 +1,13 @@
 package org.quendel.oxli;
 
 /**
- * Flags of {@link Publisher#post(org.quendel.oxli.messages.Message, int)}, as the stand-in gateway
- * takes them; combine them with {@code |}. Another gateway may have its own.
+ * Flags of {@link Publisher#post(org.quendel.oxli.messages.Message, int)} that the stand-in gateway
+ * defines. Combine them with {@code |}. Another gateway may define other flags.
  */
 public final class PostFlag {
   /**
-   * A reply is wanted: if none comes within the publisher's {@code reply_timeout}, the listeners of
-   * its connection receive a {@link org.quendel.oxli.messages.ZrMqTimeOutMessage}.
+   * Requests a reply. If no reply is posted within the publisher's {@code reply_timeout}, the
+   * listeners of its connection receive a {@link org.quendel.oxli.messages.ZrMqTimeOutMessage}.
    */
   public static final int REPLY_WANTED = 1;
   /** Deletes the rows of the message's table that are older than the message's revision. */

@@ -15,9 +15,9 @@ import org.quendel.oxli.messages.AbstractDataMessage;
 import org.quendel.oxli.messages.Message;
 
 /**
- * Makes and posts messages. Made by {@link Connection#newPublisher}; owns the messages made from
- * it. Thread-safe: each call waits for another one on the publisher, but not for {@link
- * Connection#process}.
+ * Makes and posts messages. Made by {@link Connection#newPublisher}; owned by the connection. Owns
+ * the messages made from it. Thread-safe: calls on one publisher exclude each other. They do not
+ * wait for {@link Connection#process}.
  */
 public final class Publisher implements AutoCloseable {
   private static final int KEY_INDEX = 0;
@@ -25,8 +25,8 @@ public final class Publisher implements AutoCloseable {
   private static final int KEY_NAME = 2;
 
   /**
-   * Guards what follows; dump reads some of it without. Locked after the connection's locks; see
-   * GatewayLock.
+   * Guards `deferred`, `depth`, `handle`, `scheme`, `posts` and changes of `outstanding`, except
+   * that dump reads `posts` without it. GatewayLock states the lock order.
    */
   private final VisibleLock lock = new VisibleLock(false);
 
@@ -34,13 +34,13 @@ public final class Publisher implements AutoCloseable {
   private final String settings;
   private final Origin origin = new Origin();
   private final MessageOwner owner = new Owner();
-  private final Map<Message, Origin> outstanding = new ConcurrentHashMap<>(); // by identity
-  private final List<Runnable> deferred = new ArrayList<>(); // releases after the call in progress
+  private final Map<Message, Origin> outstanding = new ConcurrentHashMap<>(); // when each was made
+  private final List<Runnable> deferred = new ArrayList<>(); // run after the outermost gateway call
   private int depth; // number of gateway calls in progress that read a message
   private long handle;
   private Scheme scheme;
   private long posts;
-  private volatile String status = "being made"; // the state when it was last seen
+  private volatile String status = "being made"; // the latest known state, for dump
 
   Publisher(Connection connection, String settings) {
     this.connection = connection;
@@ -48,9 +48,9 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Called by native code for a publisher that other native code owns. The object stands for it: it
-   * owns nothing, {@link #close} does nothing and every other call throws {@link
-   * IllegalStateException}.
+   * Makes an object for a publisher that native code owns. Native code calls this constructor. The
+   * object represents that publisher. It owns nothing, {@link #close} does nothing, and every other
+   * method that uses the gateway throws {@link IllegalStateException}.
    */
   Publisher(long handle) {
     this(null, "of native code");
@@ -88,7 +88,7 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Closes the publisher on the gateway's side; it can be opened again. Its messages stay.
+   * Closes the publisher in the gateway only; it can be opened again. Its messages stay valid.
    *
    * @throws OxliException if the gateway refuses
    */
@@ -104,7 +104,7 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Returns the state: one of {@link State} with the stand-in gateway.
+   * Returns the state: with the stand-in gateway, one of {@link State}.
    *
    * @throws OxliException if the gateway refuses
    */
@@ -120,19 +120,23 @@ public final class Publisher implements AutoCloseable {
     }
   }
 
-  /** Sees the state for dump, unless the publisher is closed. REQUIRES: the lock. */
+  /** Reads the state for dump, unless the publisher is closed. REQUIRES: the lock is locked. */
   private void noteState() {
     final IntRef state = new IntRef();
     if (handle == 0 || OxliImpl.pub_getstate(handle, state) != ResultCode.OK) return;
     status = State.nameOf(state.get());
   }
 
-  /** Called when the connection was shut, which shuts its publishers. */
+  /**
+   * Sets the status for dump. Called after {@link Connection#shut}, which closes publishers, too.
+   */
   void noteShut() {
     status = State.nameOf(State.CLOSED);
   }
 
-  /** Returns the publisher's name in the gateway, empty if it has none. */
+  /**
+   * Returns an empty string: the gateway's library has no function for the name of a publisher.
+   */
   public String getName() {
     lock.lock();
     try {
@@ -143,7 +147,8 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Returns the scheme of this opening, the same object until the publisher is shut.
+   * Returns the scheme of this opening: the same object until the publisher is shut or opened
+   * again.
    *
    * @throws OxliException if the gateway has none
    */
@@ -164,9 +169,10 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Makes a message by its name in the scheme. It lives until it is closed, or the publisher is.
+   * Makes an outgoing message by its name in the scheme. The message is valid until it or the
+   * publisher is closed.
    *
-   * @param <M> the class that the caller knows the message to be of; of another class, the caller's
+   * @param <M> the class of the message, which the caller must know; if it differs, the caller's
    *     assignment throws {@link ClassCastException}
    * @throws OxliException if the gateway refuses
    */
@@ -174,12 +180,12 @@ public final class Publisher implements AutoCloseable {
     return make(KEY_NAME, Objects.requireNonNull(name, "name"));
   }
 
-  /** Makes a message by its id in the scheme; see {@link #newMessage}. */
+  /** Makes an outgoing message by its id in the scheme; see {@link #newMessage}. */
   public <M extends Message> M newMessageById(int id) {
     return make(KEY_ID, id);
   }
 
-  /** Makes a message by its position in the scheme; see {@link #newMessage}. */
+  /** Makes an outgoing message by its position in the scheme; see {@link #newMessage}. */
   public <M extends Message> M newMessageByIndex(int index) {
     return make(KEY_INDEX, index);
   }
@@ -197,7 +203,7 @@ public final class Publisher implements AutoCloseable {
       final MessageDesc desc = describe(message, keyType, key);
       MessageAccess.adopt(message, owner, desc, desc == null ? null : desc.zblockFields());
       outstanding.put(message, new Origin());
-      // Without a description, nothing checks the z-blocks that the application writes.
+      // Refused, because without a description no post can check the z-blocks of the message.
       if (desc == null) {
         message.close();
         throw Results.failure(
@@ -209,7 +215,9 @@ public final class Publisher implements AutoCloseable {
     }
   }
 
-  /** Returns the description that the message was made from; only some classes have its name. */
+  /**
+   * Returns the description of a new message, or null. Some classes contain its name; else the key.
+   */
   private MessageDesc describe(Message message, int keyType, Object key) {
     if (message instanceof AbstractDataMessage) {
       return scheme.findMessage(((AbstractDataMessage) message).getMsgName());
@@ -226,19 +234,20 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Posts a message: an outgoing one of this publisher, as often as wanted, or a delivered one
-   * inside {@code onMessage}.
+   * Posts a message: an outgoing message of this publisher, any number of times, or a delivered
+   * message inside {@code onMessage}.
    *
-   * <p>An exception does not always mean that nothing was sent: if there is no memory for passing
-   * the address, the reference or the null map to the gateway, the message is posted without it,
-   * and then the exception is thrown.
+   * <p>If this method throws, the message may have been posted: if memory is missing to pass the
+   * address, the referred message or the null map, the message is posted without that field and
+   * those after it, and the exception is thrown afterwards.
    *
-   * @param flags the gateway's: of the stand-in gateway, {@link PostFlag}
+   * @param flags the gateway's flags; with the stand-in gateway, those of {@link PostFlag}
    * @throws OxliException if the gateway refuses
-   * @throws IllegalArgumentException if the message is another publisher's
-   * @throws IllegalStateException if the message is a copy, is closed, or was delivered and may not
-   *     be used here and now; if it refers to such a message; if it, or the message that it refers
-   *     to, has a z-block field that something else than {@link FieldDesc#setZBlock} wrote
+   * @throws IllegalArgumentException if the message belongs to another publisher
+   * @throws IllegalStateException if the publisher is closed; or if the message, or the message
+   *     that it refers to, is a copy, is closed, was delivered and is used after {@code onMessage}
+   *     has returned or on another thread, or has a z-block field that was not written by {@link
+   *     FieldDesc#setZBlock}
    */
   public void post(Message message, int flags) {
     lock.lock();
@@ -265,7 +274,10 @@ public final class Publisher implements AutoCloseable {
     }
   }
 
-  /** Ends a gateway call that read a message; the outermost one runs what waited for it. */
+  /**
+   * Ends a gateway call that read a message. After the outermost such call, runs the deferred
+   * steps.
+   */
   private void leave() {
     if (--depth > 0 || deferred.isEmpty()) return;
     final CloseErrors errors = new CloseErrors();
@@ -273,7 +285,10 @@ public final class Publisher implements AutoCloseable {
     errors.throwFirst();
   }
 
-  /** Runs a release of what a gateway call in progress on this thread may still read, after it. */
+  /**
+   * Runs a step that releases memory. During a gateway call on this thread, which may still read
+   * the memory, defers the step until after the call.
+   */
   private void release(Runnable step) {
     if (depth > 0) {
       deferred.add(step);
@@ -283,11 +298,12 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Closes the messages made from it that are not closed, and releases the publisher. Waits for
-   * calls in progress on other threads, but not for a thread that writes into a message, whose
-   * memory is freed. Inside a post of this publisher the release waits for the end of that post.
+   * Closes the messages of this publisher that are not closed, and releases the publisher. Waits
+   * for calls in progress on other threads. Does not wait for a thread that writes into a payload,
+   * whose memory is freed. Inside a post of this publisher, memory is freed after that post.
    *
-   * @throws OxliException the first error reported, with others suppressed; all is closed
+   * @throws OxliException with the first error reported, with later ones suppressed; everything is
+   *     closed nevertheless
    */
   @Override
   public void close() {
@@ -304,7 +320,7 @@ public final class Publisher implements AutoCloseable {
         try {
           Results.check("Publisher.close", this, OxliImpl.pub_destroy(pub));
         } finally {
-          // Last: a connection that closes waits for the publishers that it knows.
+          // Last, because Connection.close waits only for publishers in its set.
           connection.forget(this);
         }
       }));
@@ -314,12 +330,11 @@ public final class Publisher implements AutoCloseable {
     }
   }
 
-  /** Returns when it was made. */
   Origin origin() {
     return origin;
   }
 
-  /** Adds the publisher and its messages. */
+  /** Adds the publisher and its outgoing messages to the dump. */
   void dump(Dump dump) {
     dump.add(this + ": " + status + ", " + origin.age() + ", messages posted: " + posts, origin,
         () -> {
@@ -328,7 +343,7 @@ public final class Publisher implements AutoCloseable {
         });
   }
 
-  /** Adds lines for the messages that are not closed. */
+  /** Adds a line for each group of outgoing messages that are not closed. */
   void addUnclosed(List<String> lines) {
     for (Dump.Group group : messages()) {
       lines.add(group + " (" + this + ')' + group.oldest.place());
@@ -350,16 +365,17 @@ public final class Publisher implements AutoCloseable {
     return lock.isHeldByCurrentThread();
   }
 
-  /** Returns the beginning of the settings. */
+  /** Returns "publisher" and the first 60 characters of the settings, without passwords. */
   @Override
   public String toString() {
     return Results.nameOf("publisher", settings);
   }
 
-  /** Returns the handle. REQUIRES: the lock. */
+  /** Returns the handle. REQUIRES: the lock is locked. */
   private long requireOpen() {
     if (handle != 0) return handle;
-    throw new IllegalStateException(this + (connection == null ? " cannot be used" : " is closed"));
+    throw new IllegalStateException(this + (connection != null ? " is closed"
+        : " belongs to native code: Java code cannot use it"));
   }
 
   private final class Owner implements MessageOwner {

@@ -1,6 +1,6 @@
 package org.quendel.oxli;
 
-/** Result codes that this library knows by name. The gateway has others. */
+/** Result codes that this library uses. The gateway has further codes. */
 public final class ResultCode {
   /** Success. */
   public static final int OK = 0;

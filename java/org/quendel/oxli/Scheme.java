@@ -11,13 +11,14 @@ import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.messages.AbstractDataMessage;
 
 /**
- * The layout of a listener's or publisher's messages: {@link MessageDesc messages} of {@link
- * FieldDesc fields} and {@link IndexDesc indexes}. It belongs to one opening: the next opening has
- * a new one. Native code fills it once; after that the whole tree is immutable and thread-safe.
+ * Describes the messages of a listener or publisher: {@link MessageDesc messages} with {@link
+ * FieldDesc fields} and {@link IndexDesc indexes}. A scheme belongs to one opening: the next
+ * opening has a new one. Native code fills it once; after that the whole tree is immutable and
+ * thread-safe.
  *
- * <p>The names, descriptions, hints and types of a scheme pass through the virtual machine's
- * modified UTF-8: characters beyond U+FFFF that the gateway writes in standard UTF-8 arrive as
- * others. Strings in payloads do not pass through it; see {@link FieldDesc#getText}.
+ * <p>The names, descriptions, hints and types of a scheme are converted by the virtual machine's
+ * modified UTF-8: characters above U+FFFF that the gateway writes in standard UTF-8 become other
+ * characters. Strings in payloads are not converted in this way; see {@link FieldDesc#getText}.
  */
 public final class Scheme {
   private static final int NONE = -1;
@@ -35,7 +36,7 @@ public final class Scheme {
 
   Scheme() {}
 
-  /** Returns the address of the gateway's description, which lives no longer than the opening. */
+  /** Returns the address of the gateway's description, which is valid during the opening. */
   public long getRef() {
     return ref;
   }
@@ -58,21 +59,21 @@ public final class Scheme {
   /**
    * Returns a message by its name.
    *
-   * @throws NoSuchElementException if there is none of that name
+   * @throws NoSuchElementException if there is no message of that name
    */
   public MessageDesc getMessage(String name) {
     return Descriptions.get(messagesByName, name, "the scheme", "message");
   }
 
-  /** Returns a message by its name, or null. */
+  /** Returns a message by its name, or null if there is none. */
   public MessageDesc findMessage(String name) {
     return messagesByName.get(name);
   }
 
   /**
-   * Returns the description of a delivered message, or null if it is unknown: the scheme has none
-   * of its name, or the message may be of {@link #findAlternative another one}, and its record does
-   * not tell of which.
+   * Returns the description of a delivered message. Returns null if the scheme has no message of
+   * its name, or if {@link #findAlternative another description} is possible and the message's
+   * record does not tell which of the two applies.
    */
   public MessageDesc findMessage(AbstractDataMessage message) {
     final int msgIndex = message.getMsgIndex();
@@ -80,7 +81,7 @@ public final class Scheme {
     final String msgName = message.getMsgName();
     final MessageDesc alternative = findAlternative(msgIndex, msgId, msgName);
     if (alternative != null) {
-      // Native code says with which key an object was made; the record, which key this message has.
+      // The object has the key of the first message in it; the record has the key of this message.
       final boolean haveSameId = msgIndex == NONE
           && alternative.getNumber() == Integer.toUnsignedLong(msgId);
       final long record = MessageAccess.refOf(message);
@@ -90,17 +91,18 @@ public final class Scheme {
   }
 
   /**
-   * Returns a description whose messages may be delivered in the same object as those of the
-   * description with that name, or null if there is none.
+   * Returns another description whose messages may be delivered in the same object as the messages
+   * of the description with the name, or null if there is none.
    *
-   * <p>The messages that a listener delivers share an object if they have the same key: the index,
-   * or the id of a message without an index. So two descriptions can share an object if the id of
-   * one is the index of the other, or if they have the same id. A description does not say whether
-   * its messages have an index: the one returned may in fact have an object of its own.
+   * <p>A listener delivers messages in the same object if they have the same key: the index, or the
+   * id of a message without an index. Two descriptions can therefore share an object if the id of
+   * one is the index of the other, or if they have the same id. A description does not contain
+   * whether its messages have an index, so the messages of the returned description may have an
+   * object of their own.
    *
    * @param msgIndex the index with which the object was made, or -1
-   * @param msgId the id with which it was made, or -1
-   * @param msgName the name with which it was made
+   * @param msgId the id with which the object was made, or -1
+   * @param msgName the name with which the object was made
    */
   public MessageDesc findAlternative(int msgIndex, int msgId, String msgName) {
     final MessageDesc own = findMessage(msgName);
@@ -112,18 +114,18 @@ public final class Scheme {
     return ofIndex == own ? null : ofIndex;
   }
 
-  /** Returns all that the scheme says, as a tree: a line for each part, indented by its depth. */
+  /** Returns the whole scheme as a tree: one line for each part, indented by its depth. */
   @Override
   public String toString() {
     return SchemePrinter.print(this);
   }
 
-  /** Returns the message at that position, or null. */
+  /** Returns the message at the position, or null if there is none. */
   MessageDesc findMessageByIndex(int index) {
     return index >= 0 && index < messages.size() ? messages.get(index) : null;
   }
 
-  /** Returns the first message of that id, or null. */
+  /** Returns the first message with the id, or null if there is none. */
   MessageDesc findMessageById(int id) {
     final List<MessageDesc> found = ofId(id);
     return found.isEmpty() ? null : found.get(0);
@@ -148,8 +150,10 @@ public final class Scheme {
   }
 
   /**
-   * Throws if the native conversion has stopped at a limit, such as that of the nesting of messages,
-   * which leaves no exception.
+   * Checks that native code has filled the scheme: at a limit, such as the nesting depth of
+   * messages, the conversion stops without an exception.
+   *
+   * @throws OxliException if the scheme is not filled
    */
   void requireComplete(String operation, Object object) {
     if (isComplete) return;

@@ -3,7 +3,7 @@ package org.quendel.oxli;
 import java.nio.ByteBuffer;
 import java.util.Map;
 
-/** Prints a scheme as a tree, without addresses: see {@link Scheme#toString}. */
+/** Prints a scheme as a tree, without addresses; see {@link Scheme#toString}. */
 final class SchemePrinter {
   private static final long NO_ID = 0xffffffffL;
 
@@ -32,7 +32,7 @@ final class SchemePrinter {
     if (isMissing(depth, "field", field)) return;
     final int position = field.getPosition();
     line(depth, field + ", number " + field.getNumber() + ", size " + field.getSize() + ", offset "
-        + field.getOffset() + (position == FieldDesc.NOWHERE ? "" : ", null flag " + position)
+        + field.getOffset() + (position == FieldDesc.NO_POSITION ? "" : ", null flag " + position)
         + bytes(", default ", field.getValue()) + suffix, field.getDescription());
     for (FieldValueDesc value : field.getValues()) {
       if (isMissing(depth + 1, "value", value)) continue;
@@ -51,7 +51,7 @@ final class SchemePrinter {
     }
   }
 
-  /** Prints a line for an element that native code did not make. */
+  /** Returns whether the element is missing, and then prints a line for it. */
   private boolean isMissing(int depth, String kind, Object element) {
     if (element == null) line(depth, kind + " missing", "");
     return element == null;

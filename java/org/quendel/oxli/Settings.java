@@ -8,18 +8,20 @@ import org.quendel.oxli.ex.impl.OxliImplEx;
 import org.quendel.oxli.impl.Results;
 
 /**
- * Reads settings, {@code key=value;key=value}, as the gateway's own parser does. They pass through
- * modified UTF-8 and back, which changes nothing in them.
+ * Parses settings strings, {@code key=value;key=value}, with the parser of the native library.
+ * Characters are converted to modified UTF-8 and back, which does not change them.
  *
  * <ul>
- *   <li>A value in double quotes may contain {@code ;}. The quotes are not part of it.
- *   <li>A block <code>?{...}</code> may be in a value and contain {@code ;} and more blocks. Its
- *       braces stay: parse what is between them as settings of their own.
- *   <li>A backslash before a double quote is removed and makes it an ordinary character; before any
- *       other character it stays. Inside quotes and blocks a {@code ;} after a backslash is lost.
- *       In keys a backslash means nothing.
- *   <li>Blanks are ordinary characters, empty pairs are ignored, and of two pairs with one key the
- *       later counts.
+ *   <li>A value in double quotes may contain {@code ;}. The quotes are not part of the value.
+ *   <li>A value may contain blocks <code>?{...}</code>. A block may contain {@code ;} and further
+ *       blocks. The block is part of the value, with its braces: to parse the settings in a block,
+ *       pass the characters between the braces to {@link #parse}.
+ *   <li>In a value, a double quote after a backslash is an ordinary character, and the backslash is
+ *       removed. A backslash before any other character is part of the value. Inside quotes and
+ *       blocks, a {@code ;} after a backslash is removed. In keys a backslash is an ordinary
+ *       character.
+ *   <li>Blanks are ordinary characters. Empty pairs are ignored. Of two pairs with the same key,
+ *       the later one is used.
  * </ul>
  */
 public final class Settings {
@@ -28,9 +30,11 @@ public final class Settings {
   /**
    * Returns the pairs of the settings in ascending order of the keys' bytes, unmodifiable.
    *
-   * @throws IllegalArgumentException if the settings are malformed, saying what is wrong and where
-   * @throws IllegalStateException if no environment is open: the parser is one of its services
-   * @throws OxliException if there is no memory
+   * @throws IllegalArgumentException if the settings are malformed; the message describes the fault
+   *     and the position of its pair, in characters from 0
+   * @throws IllegalStateException if no environment is open: the native needs the class cache of an
+   *     open environment
+   * @throws OxliException if memory is missing
    */
   public static Map<String, String> parse(String settings) {
     Objects.requireNonNull(settings, "settings");
@@ -53,7 +57,7 @@ public final class Settings {
     return pairsOf(settings) != null;
   }
 
-  /** Finds the first pair that the parser refuses, by asking the parser for each. */
+  /** Finds the first pair that the parser refuses, by parsing each pair alone. */
   private static String faultOf(String settings) {
     int begin = 0;
     for (int end = settings.indexOf(';'); end >= 0; end = settings.indexOf(';', end + 1)) {
@@ -63,7 +67,8 @@ public final class Settings {
     if (isValid(rest)) throw Results.failure(
         "Settings.parse", Results.mask(rest), ResultCode.INTERNAL);
     final String pair = rest.substring(0, (rest + ';').indexOf(';'));
-    return isValid(pair + '=') ? '"' + Results.mask(pair) + "\" at " + begin + " has no ="
-        : "the quotes or a block of the pair at " + begin + " are not closed";
+    return isValid(pair + '=')
+        ? "pair \"" + Results.mask(pair) + "\" at character " + begin + " has no \"=\""
+        : "the pair at character " + begin + " has unclosed quotes or an unclosed block";
   }
 }

@@ -1,22 +1,22 @@
 package org.quendel.oxli;
 
 /**
- * States of connections, listeners and publishers, as the stand-in gateway gives them. Another
- * gateway may have its own.
+ * States of connections, listeners and publishers that the stand-in gateway defines. Another
+ * gateway may define other states.
  */
 public final class State {
   /** Closed. */
   public static final int CLOSED = 0;
-  /** A listener that has not received its {@link org.quendel.oxli.messages.OpenMessage} yet. */
+  /** The listener has not received its {@link org.quendel.oxli.messages.OpenMessage} yet. */
   public static final int OPENING = 1;
   /** Open. */
   public static final int ACTIVE = 2;
-  /** A listener that has not received its {@link org.quendel.oxli.messages.CloseMessage} yet. */
+  /** The listener has not received its {@link org.quendel.oxli.messages.CloseMessage} yet. */
   public static final int CLOSING = 3;
 
   private State() {}
 
-  /** Returns the name of the constant above, or the number. */
+  /** Returns the name of the state's constant, or the number if there is no constant. */
   public static String nameOf(int state) {
     switch (state) {
       case CLOSED:

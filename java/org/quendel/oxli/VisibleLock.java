@@ -2,7 +2,7 @@ package org.quendel.oxli;
 
 import java.util.concurrent.locks.ReentrantLock;
 
-/** A lock that shows which thread has locked it. */
+/** A reentrant lock that returns the thread that has locked it. */
 final class VisibleLock extends ReentrantLock {
   private static final long serialVersionUID = 1;
 
@@ -10,7 +10,10 @@ final class VisibleLock extends ReentrantLock {
     super(isFair);
   }
 
-  /** Returns the thread that has locked it, or null; it may have unlocked it meanwhile. */
+  /**
+   * Returns the thread that has locked this lock, or null. The thread may unlock it before this
+   * method returns.
+   */
   Thread owner() {
     return getOwner();
   }

@@ -11,9 +11,10 @@ import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.messages.Message;
 
 /**
- * A block of bytes that a message refers to instead of containing it, read and written in place: no
- * block is ever copied. Made by {@link Environment#newZBlock(ByteBuffer)} over memory to send, or
- * by {@link Environment#newZBlock()} to receive; one object serves any number of messages.
+ * A block of bytes that a message refers to instead of containing it in its payload. Java code
+ * reads and writes the bytes in place. Made by {@link Environment#newZBlock(ByteBuffer)} over
+ * memory to send, or by {@link Environment#newZBlock()} to receive. One object can be used for any
+ * number of messages.
  *
  * <pre>{@code
  * try (ZBlock picture = environment.newZBlock(buffer)) {
@@ -25,38 +26,37 @@ import org.quendel.oxli.messages.Message;
  * received.getData();
  * }</pre>
  *
- * <p>Memory to send must not change while a post is in progress; afterwards the gateway has a copy.
- * A mapped file is memory too: the bytes that a post reads must exist, so a file that another
- * process truncates meanwhile ends the virtual machine with a bus error in the gateway. Received
- * bytes are the gateway's and read-only: they may be used as long as the message that refers to
- * them, and are sent on as a copy.
+ * <p>Memory to send must not change during a post. The gateway reads it during the post only. If
+ * the memory is a mapped file and another process truncates the file, a post that reads the missing
+ * bytes ends the virtual machine with a bus error. Received bytes are read-only memory of the
+ * gateway and may be used while the message that refers to them is usable.
  *
- * <p>A block that is not closed lives until its environment is closed. Thread-safe: one thread at a
- * time is inside.
+ * <p>The environment owns its z-blocks and closes them when it is closed. Thread-safe: calls on one
+ * z-block exclude each other.
  */
 public final class ZBlock extends NativeRef implements AutoCloseable {
   private final Environment environment;
   private final Origin origin = new Origin();
-  // Guarded by this, as is the handle that the superclass has.
+  // Guarded by this object's monitor, like the handle in the superclass.
   private boolean closed;
-  private ByteBuffer memory; // the application's, to send; null in a block to receive
-  private Message source; // of a received block
-  private ByteBuffer payload; // of the source when the block was received
-  private ByteBuffer data; // the bytes, or null
+  private ByteBuffer memory; // memory to send; null in a z-block to receive
+  private Message source; // the message that the bytes were received with, or null
+  private ByteBuffer payload; // the payload of the source when the bytes were received
+  private ByteBuffer data; // the bytes to send or received, or null
 
   ZBlock(Environment environment) {
     this.environment = environment;
   }
 
-  /** Called by native code that owns the block: this object releases nothing. */
+  /** Makes a z-block that native code owns: it counts as closed, and releases nothing. */
   ZBlock(long handle) {
     this(null);
     closed = true;
   }
 
-  /** Registers the block; binds it to the memory unless that is null. */
+  /** Registers the z-block. Binds it to the memory unless that is null. */
   synchronized void create(ByteBuffer newMemory) {
-    // First, inside the lock: closing the environment then waits for the binding.
+    // Registered first, inside the lock: a close of the environment then waits for the binding.
     environment.register(this);
     if (newMemory == null) return;
     boolean made = false;
@@ -71,10 +71,11 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   }
 
   /**
-   * Returns the bytes, little-endian: those to send, or those received; null before the first were
-   * received. Every call returns the same buffer until the bytes are others.
+   * Returns a little-endian buffer over the bytes to send or received, or null if nothing has been
+   * received. Returns the same buffer until the z-block is bound to other bytes.
    *
-   * @throws IllegalStateException if the block is closed, or its message may no longer be used
+   * @throws IllegalStateException if the z-block is closed, or if the message that the bytes were
+   *     received with is no longer usable
    */
   public synchronized ByteBuffer getData() {
     requireOpen();
@@ -85,24 +86,27 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   }
 
   /**
-   * Binds the block to other memory to send. Messages whose field was set before keep the old one.
+   * Binds the z-block to other memory to send. Messages whose field was set before still refer to
+   * the earlier memory.
    *
-   * @param newMemory a direct buffer: the bytes from its position to its limit
+   * @param newMemory a direct buffer; the z-block consists of the bytes from its position to its
+   *     limit
    * @throws IllegalArgumentException if the buffer is not direct
-   * @throws IllegalStateException if the block was made to receive or is closed
+   * @throws IllegalStateException if the z-block was made to receive or is closed
    */
   public synchronized void rebind(ByteBuffer newMemory) {
     final ByteBuffer slice = memoryOf(newMemory);
     requireOpen();
-    requireMemory(); // the descriptor of a received block is in a message
+    requireMemory(); // otherwise the native would change the descriptor in a received payload
     Results.check("ZBlock.rebind", this, OxliImpl.zblock_rebind(slice, getRef()));
     showMemory(slice);
   }
 
   /**
-   * Releases the memory. Messages that refer to it keep it alive.
+   * Releases the z-block and its reference to the memory. Messages that refer to the memory keep it
+   * alive.
    *
-   * @throws OxliException if native code reports an error; the block is closed all the same
+   * @throws OxliException if native code reports an error; the z-block is closed nevertheless
    */
   @Override
   public synchronized void close() {
@@ -114,12 +118,12 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     try {
       Results.check("ZBlock.close", this, OxliImpl.zblock_destroy(handle));
     } finally {
-      // Last: the environment waits for the blocks that it knows.
+      // Last, because Environment.close waits only for z-blocks in its set.
       environment.forget(this);
     }
   }
 
-  /** Returns whether the block is to send or to receive, and the number of its bytes. */
+  /** Returns whether the z-block is closed, to send or to receive, and the number of its bytes. */
   @Override
   public synchronized String toString() {
     if (closed) return "closed z-block";
@@ -127,7 +131,11 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
         + (data != null ? ", " + data.capacity() + " bytes" : "");
   }
 
-  /** Returns the memory of a buffer for native code. */
+  /**
+   * Returns a buffer over the bytes from position to limit, for native code.
+   *
+   * @throws IllegalArgumentException if the buffer is not direct
+   */
   static ByteBuffer memoryOf(ByteBuffer buffer) {
     Objects.requireNonNull(buffer, "buffer");
     if (!buffer.isDirect()) throw new IllegalArgumentException(buffer + " is not direct");
@@ -135,7 +143,8 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   }
 
   /**
-   * Reads 8 bytes at the address. Z-blocks are the one way in which Java reads memory by address.
+   * Returns the 8 bytes at the address. Reads them through a z-block, because no other native reads
+   * memory by its address.
    */
   static long readLong(long address) {
     final ByteBuffer descriptor = ByteBuffer.allocateDirect(MessageAccess.DESCRIPTOR_SIZE)
@@ -150,13 +159,13 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     }
   }
 
-  /** Adds the block. */
+  /** Adds the z-block to the groups. */
   void dump(Dump.Groups groups) {
-    // Without the lock: a block that is being made or closed has no memory.
+    // Reads `memory` without the lock: it is null while the z-block is being made or closed.
     groups.add(memory == null ? "z-block without memory to send" : "z-block to send", origin);
   }
 
-  /** Binds the block to the descriptor that the field has in a message's payload. */
+  /** Binds the z-block to the descriptor in the field of a delivered message's payload. */
   synchronized void receive(Message from, ByteBuffer bytes, FieldDesc field) {
     requireOpen();
     if (!from.isDelivered()) throw new IllegalStateException(from + " was not delivered");
@@ -173,7 +182,7 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     payload = bytes;
   }
 
-  /** Writes the descriptor at the offset of a message's payload; returns the memory. */
+  /** Writes the descriptor at the offset of a message's payload. Returns the memory to send. */
   synchronized ByteBuffer send(ByteBuffer bytes, int offset) {
     requireOpen();
     requireMemory();
@@ -183,7 +192,7 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     return memory;
   }
 
-  /** Called by native code with the received bytes; null if they cannot be a buffer. */
+  /** Sets the received bytes; null if there are none. Called by native code. */
   void setData(ByteBuffer newData) {
     data = newData == null ? null : newData.order(ByteOrder.LITTLE_ENDIAN);
   }

@@ -1,5 +1,5 @@
 /**
- * Client of the message gateway.
+ * Client API of the message gateway.
  *
  * <pre>{@code
  * try (Environment env = Environment.open("log=stderr");
@@ -14,23 +14,24 @@
  * }
  * }</pre>
  *
- * <p>Settings are strings of the gateway, passed on as they are; exceptions and {@code toString}
- * show how they begin. {@code open} opens an object, {@code shut} closes it so that it can be
- * opened again, {@code close} releases it for good, after the objects made from it. A second {@code
- * close} does nothing, also on another thread; any other use after the release throws {@link
- * java.lang.IllegalStateException}. A release that reports an error has released all the same.
+ * <p>Settings strings are passed to the gateway unchanged. Exceptions and {@code toString} contain
+ * their first 60 characters, without passwords. {@code open} opens an object. {@code shut} closes
+ * it in the gateway only, so that it can be opened again. {@code close} closes the objects made
+ * from it and releases it. A second {@code close} does nothing, also on another thread. Any other
+ * use after the release throws {@link java.lang.IllegalStateException}. An object whose {@code
+ * close} throws an {@link org.quendel.oxli.OxliException} is closed nevertheless.
  *
- * <p>Objects are thread-safe, except messages. A delivered message belongs to the thread inside
- * {@code onMessage}; an outgoing one is filled by one thread at a time, and neither it nor its
- * publisher may be closed meanwhile. Where threads wait for each other, and what can deadlock, is
- * said in {@link org.quendel.oxli.Connection} and {@link org.quendel.oxli.ISubscriber}. Closing in
- * a shutdown hook: {@link org.quendel.oxli.Environment}. Virtual threads: {@link
- * org.quendel.oxli.Connection#process}. What the gateway refuses is an {@link
- * org.quendel.oxli.OxliException}.
+ * <p>All objects except messages are thread-safe. Only the thread inside {@code onMessage} may use
+ * a delivered message. Only one thread at a time may fill an outgoing message, and no thread may
+ * close the message or its publisher meanwhile. {@link org.quendel.oxli.Connection} describes which
+ * calls wait for each other, {@link org.quendel.oxli.ISubscriber} which can deadlock, {@link
+ * org.quendel.oxli.Environment} how to close in a shutdown hook, and {@link
+ * org.quendel.oxli.Connection#process} what to do with virtual threads. If the gateway refuses an
+ * operation, an {@link org.quendel.oxli.OxliException} is thrown.
  *
- * <p>Strings outside payloads (settings, names, addresses, log lines, what a scheme says) pass
- * through the virtual machine's modified UTF-8 in both directions: U+0000 and characters beyond
- * U+FFFF have another encoding there than in standard UTF-8, and do not survive an exchange with
- * programs that use that. Strings in payloads are standard UTF-8.
+ * <p>Strings outside payloads (settings, names, addresses, log lines, strings of a scheme) are
+ * converted to and from the virtual machine's modified UTF-8. Its encoding of U+0000 and of
+ * characters above U+FFFF differs from standard UTF-8: do not use these characters in strings that
+ * other programs read or write. Strings in payloads are standard UTF-8.
  */
 package org.quendel.oxli;

@@ -1,15 +1,15 @@
 package org.quendel.oxli.impl;
 
-/** The out-parameter of a native that returns an {@code int}. Not thread-safe. */
+/** An out-parameter of natives that receives an {@code int}. Not thread-safe. */
 public final class IntRef {
   private int value;
 
-  /** Called by native code. */
+  /** Stores a result. Called by native code. */
   public void set(int newValue) {
     value = newValue;
   }
 
-  /** Returns what the native stored, or 0 if it stored nothing. */
+  /** Returns the result that the native stored, or 0 if it stored none. */
   public int get() {
     return value;
   }

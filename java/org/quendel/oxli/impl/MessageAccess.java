@@ -5,29 +5,30 @@ import org.quendel.oxli.FieldDesc;
 import org.quendel.oxli.MessageDesc;
 
 /**
- * What listeners, publishers and fields do with the {@link MessageRecord} of a message. A class of
- * its own, because messages would inherit public methods of that one.
+ * Gives listeners, publishers and fields access to the {@link MessageRecord} of a message. The
+ * methods are in this class, because public methods of {@link MessageRecord} would be inherited by
+ * the public class {@code Message}.
  */
 public final class MessageAccess {
-  /** Bytes of a z-block's descriptor: its size in 4, then its address in 8. */
+  /** Size in bytes of a z-block's descriptor: the size in 4 bytes, then the address in 8. */
   public static final int DESCRIPTOR_SIZE = Integer.BYTES + Long.BYTES;
 
   private MessageAccess() {}
 
-  /** Called on the thread that is about to enter {@code onMessage} with the message. */
+  /** Makes a delivered message usable on the calling thread. Called before {@code onMessage}. */
   public static void acquire(MessageRecord message) {
     message.acquire();
   }
 
-  /** Called on the same thread when {@code onMessage} has returned. */
+  /** Makes a delivered message unusable. Called on the same thread after {@code onMessage}. */
   public static void release(MessageRecord message) {
     message.release();
   }
 
   /**
-   * Makes it an outgoing message.
+   * Makes a message an outgoing message.
    *
-   * @param desc null if unknown
+   * @param desc the description; null if unknown
    * @param zblockFields the fields of {@code desc} that contain z-blocks, at their offsets in the
    *     payload; null if unknown
    */
@@ -36,14 +37,14 @@ public final class MessageAccess {
     message.adopt(owner, desc, zblockFields);
   }
 
-  /** Ends an outgoing message's use of its record, and returns the record's address. */
+  /** Removes the record from an outgoing message, and returns the record's address. */
   public static long detach(MessageRecord message) {
     final long ref = message.getRef();
     message.forgetRecord();
     return ref;
   }
 
-  /** Returns the publisher's side of an outgoing message, else null. */
+  /** Returns the owner of an outgoing message, or null for a delivered message or a copy. */
   public static MessageOwner ownerOf(MessageRecord message) {
     return message.owner();
   }

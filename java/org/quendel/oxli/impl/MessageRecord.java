@@ -9,42 +9,44 @@ import org.quendel.oxli.FieldDesc;
 import org.quendel.oxli.MessageDesc;
 
 /**
- * The part of a message that applications must not touch: the address of the gateway's record, the
- * payload in the record's memory, and who may use them. Messages extend it; listeners, publishers
- * and fields reach it through {@link MessageAccess}; native code fills it.
+ * The internal part of a message: the address of the gateway's record, the payload in the record's
+ * memory, and the thread that may use them. Messages extend this class; listeners, publishers and
+ * fields use {@link MessageAccess}; native code fills the objects.
  *
- * <p>An outgoing message has a {@link MessageOwner}. A copy has no record. Every other message was
- * delivered: only the thread inside {@code onMessage} may use it, until {@code onMessage} returns.
+ * <p>An outgoing message has a {@link MessageOwner}. A copy has no record. Every other message is a
+ * delivered message: only the thread inside {@code onMessage} may use it, until {@code onMessage}
+ * returns.
  */
 public abstract class MessageRecord extends NativeRef implements Cloneable {
   private static final int MADE_BY_GATEWAY = 0;
   private static final int MADE_ON_HEAP = 1;
 
-  // Values of `user` that are not threads. Not Thread objects, because those would keep the context
-  // class loader of the creating thread alive.
+  // Values of `user` that are not threads. They are no Thread objects, because these would keep the
+  // context class loader of the creating thread reachable.
   private static final Object NOBODY = new Object();
   private static final Object NATIVE_CODE = new Object();
 
   /**
-   * Who may use the message: null stands for any thread (outgoing messages, copies, and messages
-   * that native code hands out without a {@code Listener}); otherwise the thread inside {@code
-   * onMessage}, NOBODY after it returned, and NATIVE_CODE while native code fills the object.
+   * The thread that may use the message. Null means any thread: in outgoing messages, in copies,
+   * and in messages that native code delivers without a Java listener. In other messages it is the
+   * thread inside {@code onMessage}, NOBODY after {@code onMessage} has returned, or NATIVE_CODE
+   * while native code fills the object.
    *
-   * <p>Not volatile: a thread reads itself here only if it wrote the field last.
+   * <p>Not volatile: a thread can read a reference to itself only if it has written the field last.
    */
   private Object user;
 
   private int createType = MADE_BY_GATEWAY;
   private long schemeRef;
   private ByteBuffer payload; // little-endian; position 0, limit at the capacity
-  private ByteBuffer view; // what the application sees of it; null until it asks
+  private ByteBuffer view; // the application's buffer over the payload; null until it is requested
   private MessageOwner owner;
-  private MessageDesc desc; // null if unknown, or not asked for yet
+  private MessageDesc desc; // null if unknown or not requested yet
   private FieldDesc[] zblockFields; // of outgoing messages; null if unknown
   private Map<Integer, Descriptor> setBlocks; // by offset; null if none is set
-  private int life; // number of records that the object has lost
+  private int generation; // incremented when the record is removed
 
-  /** For messages. */
+  /** Called by the message classes. */
   protected MessageRecord() {}
 
   /** A descriptor that the payload must still contain when the gateway reads it. */
@@ -61,7 +63,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
   }
 
   /**
-   * Throws unless the calling thread may use the message now.
+   * Checks that the calling thread may use the message now.
    *
    * @throws IllegalStateException if it may not
    */
@@ -69,7 +71,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     if (user != Thread.currentThread()) requireUnconfined();
   }
 
-  /** The same, for methods that native code calls while it fills the object. */
+  /** Does the same in methods that native code calls while it fills the object. */
   protected final void requireUsableOrFilling() {
     if (user != NATIVE_CODE) requireUsable();
   }
@@ -87,7 +89,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     return user == Thread.currentThread() || user == null && !isClosed();
   }
 
-  /** Returns whether a listener has passed the object to a subscriber: it may be filled again. */
+  /** Returns whether a listener has delivered the object, which native code may then fill again. */
   protected final boolean isReused() {
     return user != null;
   }
@@ -97,14 +99,15 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
   }
 
   /**
-   * Returns whether the message was delivered: it is neither outgoing nor a copy. Always possible.
+   * Returns whether this is a delivered message: neither outgoing nor a copy. Can be called at any
+   * time.
    */
   public final boolean isDelivered() {
     return owner == null && createType == MADE_BY_GATEWAY;
   }
 
   /**
-   * Throws if the message was delivered.
+   * Checks that the message was not delivered.
    *
    * @throws IllegalStateException if it was
    */
@@ -112,19 +115,19 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     if (isDelivered()) throw new IllegalStateException(this + " was delivered: it is read-only");
   }
 
-  /** Returns the publisher's side of an outgoing message, else null. */
+  /** Returns the owner of an outgoing message, or null for a delivered message or a copy. */
   protected final MessageOwner owner() {
     return owner;
   }
 
-  /** Returns a number that changes when the object loses its record. */
-  protected final int life() {
-    return life;
+  /** Returns a number that changes when the record is removed from the object. */
+  protected final int generation() {
+    return generation;
   }
 
   /**
-   * Returns the payload, or null if there is none: little-endian, position 0, its limit at its
-   * capacity. For reading and writing by offset; its state must not change.
+   * Returns the payload, or null if there is none: little-endian, with position 0 and its limit at
+   * its capacity. Read and write it by offset; do not change its position, limit and order.
    *
    * @throws IllegalStateException if the calling thread may not use the message
    */
@@ -140,7 +143,8 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
   }
 
   private ByteBuffer newView() {
-    // An application that overwrote a z-block's descriptor would make others follow any address.
+    // A delivered payload is read-only: if the application overwrote the descriptor of a z-block,
+    // readers would follow an arbitrary address.
     view = isDelivered() ? payload.asReadOnlyBuffer() : payload.duplicate();
     return view.order(ByteOrder.LITTLE_ENDIAN);
   }
@@ -150,13 +154,14 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     return desc;
   }
 
-  /** Makes the description the one of this object, for good. */
+  /** Sets the description that {@link #findDesc} returns; null if it is unknown. */
   protected final void setDesc(MessageDesc newDesc) {
     desc = newDesc;
   }
 
   /**
-   * Returns a message of the same class and content without a record: its payload is on the heap.
+   * Returns a copy of the same class and content, without a record and with its payload on the
+   * heap.
    *
    * @throws IllegalStateException if the calling thread may not use the message
    */
@@ -177,12 +182,12 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     copy.setAllocCreateType();
     copy.setData(payload == null ? null
         : ByteBuffer.allocate(payload.capacity()).put(payload.duplicate()).clear());
-    copy.view(); // here, because several threads may read the copy
+    copy.view(); // made here, because several threads may read the copy at once
     return copy;
   }
 
   /**
-   * Throws unless the gateway may read the record and what it refers to.
+   * Checks that the gateway may read the record and everything that it refers to.
    *
    * @throws IllegalStateException if it may not
    */
@@ -193,12 +198,18 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     requireReference();
   }
 
-  /** Throws if the message refers to another one that the gateway must not read. */
+  /**
+   * Checks that the gateway may read the message that this one refers to.
+   *
+   * @throws IllegalStateException if it may not
+   */
   protected void requireReference() {}
 
   /**
-   * Throws if a z-block field of an outgoing message contains anything but what {@code setZBlock}
-   * wrote: the gateway would follow it as an address.
+   * Checks that each z-block field of an outgoing message is empty or was written by {@code
+   * setZBlock}. The gateway would follow any other bytes as an address.
+   *
+   * @throws IllegalStateException if a field contains other bytes
    */
   protected final void requireOwnBlocks() {
     if (zblockFields == null || payload == null) return;
@@ -219,44 +230,48 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
         && set.address == payload.getLong(offset + Integer.BYTES);
   }
 
-  /** Notes the descriptor at the offset; keeps its memory alive until the next call or the end. */
+  /**
+   * Records the descriptor at the offset. References its memory until the next call for the same
+   * offset, or until the record is removed.
+   */
   final void noteBlock(int offset, ByteBuffer memory) {
     if (setBlocks == null) setBlocks = new HashMap<>();
     setBlocks.put(offset, new Descriptor(
         payload.getInt(offset), payload.getLong(offset + Integer.BYTES), memory));
   }
 
-  /** Makes it an outgoing message. */
+  /** Makes this message an outgoing message. */
   final void adopt(MessageOwner newOwner, MessageDesc newDesc, FieldDesc[] newZblockFields) {
     owner = newOwner;
     desc = newDesc;
     zblockFields = newZblockFields;
   }
 
-  /** Lets the calling thread, which is about to enter {@code onMessage}, use the message. */
+  /** Makes the message usable on the calling thread. Called before {@code onMessage}. */
   final void acquire() {
     final boolean isFirst = user == null;
     user = Thread.currentThread();
-    // A thread that gets the object without synchronisation must not find it unconfined.
+    // A thread that reads the object without synchronisation must not see null, which means any
+    // thread.
     if (isFirst) VarHandle.storeStoreFence();
   }
 
-  /** Ends the use that {@link #acquire} began. */
+  /** Makes the message unusable. Called after {@code onMessage}. */
   final void release() {
     user = NOBODY;
     forgetRecord();
   }
 
-  /** Called when the message loses its record. */
+  /** Removes the record from the message. */
   protected void forgetRecord() {
     set(0);
-    ++life;
+    ++generation;
     payload = null;
     view = null;
     setBlocks = null;
   }
 
-  // What follows is called by native code, whatever its access.
+  // Native code calls the methods below. JNI ignores their access modifiers.
 
   /** Sets the address of the record: the last step of filling the object. */
   protected final void setRef(long newRef) {
@@ -275,13 +290,13 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
 
   /** Sets the payload: the first step of filling the object with another record. */
   protected void setData(ByteBuffer newPayload) {
-    // A failure before the last step must not leave the object to an outer onMessage.
+    // If a later step fails, an outer onMessage must not be able to use the partly filled object.
     if (user != null) user = NATIVE_CODE;
     payload = newPayload == null ? null : newPayload.order(ByteOrder.LITTLE_ENDIAN);
     view = null;
   }
 
-  /** Does nothing: publishers know their messages by {@link MessageOwner}. */
+  /** Does nothing: Java code uses {@link MessageOwner} instead of the publisher's address. */
   protected final void setPublisherOwner(long publisher) {}
 
   /** Returns 0 if the gateway made the record, 1 for a copy on the heap. */
@@ -289,7 +304,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     return createType;
   }
 
-  /** Makes it a copy on the heap. */
+  /** Makes this message a copy on the heap. */
   protected final void setAllocCreateType() {
     createType = MADE_ON_HEAP;
   }

@@ -13,19 +13,21 @@ public final class NativeLibrary {
       + "=DIRECTORY to the directory that contains " + System.mapLibraryName(NAME)
       + " and liboxli.so";
 
-  private static boolean isLoaded; // guarded by the class, as is what follows
+  // Guarded by the monitor of the class.
+  private static boolean isLoaded;
   private static UnsatisfiedLinkError failure; // of the first attempt
 
   private NativeLibrary() {}
 
   /**
-   * Loads the library, if that has not happened: from the directory of the system property {@code
-   * oxli.library.path} if it is set and not empty, and then from nowhere else; otherwise from
-   * {@code java.library.path}, then from the directory of this library's jar, then from a jar of
-   * native libraries on the class path or the module path, which is unpacked.
+   * Loads the library if it is not loaded: if the system property {@code oxli.library.path} is set
+   * and not empty, from this directory only; otherwise from {@code java.library.path}, then from
+   * the directory of this library's jar, then from a jar of native libraries on the class path or
+   * module path, which is unpacked.
    *
-   * @throws UnsatisfiedLinkError if it cannot be loaded; names each place tried, the reason and the
-   *     remedy. Later calls throw the same again without another attempt.
+   * @throws UnsatisfiedLinkError if the library cannot be loaded; the message contains each place
+   *     tried, the reason and the remedy. Later calls throw an error with the same message without
+   *     another attempt.
    */
   public static synchronized void load() {
     if (isLoaded) return;
@@ -76,7 +78,7 @@ public final class NativeLibrary {
     try {
       return loadFrom(new File(source.getLocation().toURI()).getParentFile(), tried);
     } catch (URISyntaxException | IllegalArgumentException e) {
-      // Classes that do not come from the file system have no directory.
+      // Classes that were not loaded from the file system have no directory.
       return failed(source.getLocation().toString(), e, tried);
     }
   }
@@ -102,7 +104,7 @@ public final class NativeLibrary {
   }
 
   private static boolean failed(String place, Throwable reason, StringBuilder tried) {
-    // The message of an I/O exception may be a file name alone.
+    // The message of an IOException may consist of a file name only.
     final String message = reason instanceof IOException ? reason.toString() : reason.getMessage();
     tried.append("\n  ").append(place).append(": ").append(message);
     if (String.valueOf(message).contains("failed to map segment")) {

@@ -3,25 +3,28 @@ package org.quendel.oxli.impl;
 import java.math.BigDecimal;
 import java.nio.ByteBuffer;
 
-/** Integers and decimals in payloads. Offsets are not checked; buffers are little-endian. */
+/**
+ * Reads and writes integers and decimals in payloads. Buffers are little-endian. REQUIRES: the
+ * value is inside the buffer.
+ */
 public final class NumberCodec {
   private static final int DECIMAL_SIZE = Long.BYTES + Byte.BYTES;
 
-  /** Bytes that native code may read of a decimal: more than any encoding has. */
+  /** Maximum number of bytes that the gateway may read of a decimal. */
   private static final int DECIMAL_ROOM = 64;
 
-  /** Direct memory for decimals that native code cannot read where they are. */
+  /** Direct memory into which decimals are copied that native code cannot read in place. */
   private static final ThreadLocal<ByteBuffer> ROOM =
       ThreadLocal.withInitial(() -> ByteBuffer.allocateDirect(DECIMAL_ROOM));
 
   private NumberCodec() {}
 
-  /** Returns whether integers can have that size in bytes. */
+  /** Returns whether an integer can have the size in bytes. */
   public static boolean isIntegerSize(int size) {
     return size == 1 || size == 2 || size == 4 || size == 8;
   }
 
-  /** Returns the integer at the offset; an unsigned one of 8 bytes comes as its bits. */
+  /** Returns the integer at the offset. An unsigned integer of 8 bytes is returned as its bits. */
   public static long readInteger(ByteBuffer data, int offset, int size, boolean isUnsigned) {
     switch (size) {
       case 1:
@@ -52,16 +55,17 @@ public final class NumberCodec {
     }
   }
 
-  /** Returns whether reading an integer of that size and sign can give the value. */
+  /** Returns whether an integer of the size and signedness can have the value. */
   public static boolean fits(long value, int size, boolean isUnsigned) {
     final int spareBits = Long.SIZE - size * Byte.SIZE;
     final long stored = value << spareBits;
     return (isUnsigned ? stored >>> spareBits : stored >> spareBits) == value;
   }
 
-  /** Returns the decimal at the offset, or null if the gateway finds none there. */
+  /** Returns the decimal at the offset, or null if the gateway cannot decode the bytes. */
   public static BigDecimal readDecimal(ByteBuffer data, int offset) {
-    // Native code takes the address of the first byte and reads as far as the encoding reaches.
+    // The native passes the address of the first byte without a size. The gateway reads as many
+    // bytes as the encoding has.
     final ByteBuffer bytes = data.duplicate().position(offset);
     if (data.isDirect() && bytes.remaining() >= DECIMAL_ROOM) {
       return OxliImpl.bcd_get(bytes.slice());
@@ -74,9 +78,9 @@ public final class NumberCodec {
   }
 
   /**
-   * Writes a decimal into a field: the unscaled value as 8 bytes, then the scale as one.
+   * Writes a decimal into a field: the unscaled value as 8 bytes, then the scale as one byte.
    *
-   * @return false, with the field unchanged, if the gateway does not read the same decimal back
+   * @return false, with the field unchanged, if the gateway does not decode the same decimal
    */
   public static boolean writeDecimal(ByteBuffer data, int offset, int size, BigDecimal decimal) {
     final boolean isEncodable = size == DECIMAL_SIZE

@@ -1,8 +1,8 @@
 package org.quendel.oxli.impl;
 
-/** The out-parameter of a native that returns a handle or an address. Not thread-safe. */
+/** An out-parameter of natives that receives a handle or an address. Not thread-safe. */
 public final class ObjRef extends NativeRef {
-  /** Returns what the native stored, or 0 if it stored nothing. */
+  /** Returns the result that the native stored, or 0 if it stored none. */
   @Override
   public long getRef() {
     return super.getRef();

@@ -12,15 +12,15 @@ import org.quendel.oxli.ZBlock;
 import org.quendel.oxli.messages.Message;
 
 /**
- * The natives. They trust their caller: a handle must be valid, a buffer direct, a string not null,
- * and {@link #env_open} and {@link #env_close} must not overlap any other native but the first
- * eight below. An {@code int} result is a {@link org.quendel.oxli.ResultCode}, unless an exception
- * of Java code that the native called is thrown instead.
+ * Declares the natives. Handles are not checked: they must be valid. {@link #env_open} and {@link
+ * #env_close} must not overlap any other native except those declared before them. An {@code int}
+ * result is a {@link org.quendel.oxli.ResultCode} unless stated otherwise; if Java code that the
+ * native calls throws, the native throws this exception instead.
  *
- * <p>A handle is the address of a binding record; for publishers it is the gateway's own. A native
- * that makes an object stores its handle in {@code ref} and references the Java objects that it was
- * given until the object is released. Delivery calls the subscriber on the thread that is inside a
- * native of the listener or of its connection.
+ * <p>A handle is the address of a binding record; the handle of a publisher is the address of the
+ * gateway's publisher. A native that makes an object stores its handle in {@code ref}, and
+ * references its Java arguments until the object is released. A native that may deliver calls the
+ * subscriber on the calling thread.
  */
 public final class OxliImpl {
   static {
@@ -30,7 +30,8 @@ public final class OxliImpl {
   private OxliImpl() {}
 
   /**
-   * Returns the value at the buffer's start as a string; {@code name} is its type. Null on failure.
+   * Returns the value at the start of the buffer as a string, or null if it fails. {@code name} is
+   * the type of the value.
    */
   public static native String getstr(String name, ByteBuffer data);
 
@@ -49,50 +50,55 @@ public final class OxliImpl {
   /** Writes a line to the gateway's log. */
   public static native int log_errorstr(String line);
 
-  /** Returns the decimal at the buffer's start, whatever its position; null if there is none. */
+  /** Returns the decimal at index 0 of the buffer, or null if the gateway cannot decode it. */
   public static native BigDecimal bcd_get(ByteBuffer value);
 
   /** Not implemented: always throws. */
   public static native String scheme_getstr();
 
-  /** Makes the class cache and opens the gateway's environment; see {@link #env_close}. */
+  /** Makes the class cache and opens the gateway's environment. */
   public static native int env_open(String settings);
 
-  /** Needed also after an {@link #env_open} that failed, unless an environment was open before. */
+  /**
+   * Closes the gateway's environment and releases the class cache. Call it also after an {@link
+   * #env_open} that failed, unless an environment was open before.
+   */
   public static native int env_close();
 
-  /** Replaces the handler; null removes it. Independent of the environment. */
+  /** Replaces the exit handler; null removes it. Works also while the environment is closed. */
   public static native int env_register_exithandler(IExitEventHandler handler);
 
   /** Makes a connection. */
   public static native int conn_new(String settings, ObjRef ref, Connection connection);
 
-  /** Opens a connection; may deliver. */
+  /** Opens a connection. May deliver. */
   public static native int conn_open(long conn, String settings);
 
-  /** Closes a connection, which can be opened again; may deliver. */
+  /** Closes a connection, which can be opened again. May deliver. */
   public static native int conn_close(long conn);
 
-  /** Delivers what is queued; waits for that at most {@code timeout} milliseconds. */
+  /** Delivers queued messages. Waits at most {@code timeout} milliseconds for the first one. */
   public static native int conn_process(long conn, int timeout);
 
   /** Stores the gateway's state of the connection. */
   public static native int conn_getstate(long conn, IntRef state);
 
-  /** Returns the connection's name. */
+  /** Returns an empty string. */
   public static native String conn_getname(long conn);
 
-  /** Releases a connection; the handle is stale afterwards, whatever the result. */
+  /**
+   * Releases a connection. The handle is stale after the call, whatever the result. May deliver.
+   */
   public static native int conn_destroy(long conn);
 
   /** Makes a listener. */
   public static native int lsn_new(long conn, String settings, ISubscriber subscriber, ObjRef ref,
       Connection connection, Listener listener);
 
-  /** Opens a listener; message objects of an earlier opening are not used again. May deliver. */
+  /** Opens a listener. Releases the message objects of an earlier opening. May deliver. */
   public static native int lsn_open(long lsn, String settings);
 
-  /** Closes a listener, which can be opened again; may deliver. */
+  /** Closes a listener, which can be opened again. May deliver. */
   public static native int lsn_close(long lsn);
 
   /** Stores the gateway's state of the listener. */
@@ -104,16 +110,16 @@ public final class OxliImpl {
   /** Fills the scheme from the listener's description. */
   public static native int lsn_newscheme(long lsn, Scheme scheme);
 
-  /** Returns the listener's name. */
+  /** Returns an empty string. */
   public static native String lsn_getname(long lsn);
 
-  /** Releases a listener and delivers what that makes; the handle is stale afterwards. */
+  /** Releases a listener. The handle is stale after the call, whatever the result. May deliver. */
   public static native int lsn_destroy(long lsn);
 
   /** Makes a publisher. */
   public static native int pub_new(long conn, String settings, ObjRef ref, Publisher publisher);
 
-  /** Releases a publisher; the handle is stale afterwards, whatever the result. */
+  /** Releases a publisher. The handle is stale after the call, whatever the result. */
   public static native int pub_destroy(long pub);
 
   /** Opens a publisher. */
@@ -131,7 +137,7 @@ public final class OxliImpl {
   /** Fills the scheme from the publisher's description. */
   public static native int pub_newscheme(long pub, Scheme scheme);
 
-  /** Returns the publisher's name. */
+  /** Returns an empty string. */
   public static native String pub_getname(long pub);
 
   /**
@@ -149,27 +155,27 @@ public final class OxliImpl {
   /** Frees the record at {@code ref}, which {@link #pub_msgnew} made for the message. */
   public static native int pub_msgdispose(long pub, long ref, Message message);
 
-  /** Returns the gateway's dump of a message in UTF-8; null if it gives none. */
+  /** Returns the gateway's dump of a message in UTF-8, or null if it fails. */
   public static native byte[] msg_dump(Message message, long argument);
 
-  /** Makes a descriptor of the buffer's memory, from its first byte to its capacity. */
+  /** Makes a binding and a descriptor of the buffer's memory, from index 0 to its capacity. */
   public static native int zblock_new(NativeRef ref, ByteBuffer buffer, ZBlock zblock);
 
   /**
-   * Binds to the descriptor at the offset of a payload and passes the block's bytes to {@code
-   * setData} of the z-block; null if no descriptor fits there or the block cannot be a buffer. The
-   * binding whose handle {@code ref} has is released and used again; without one, {@code ref}
-   * receives the handle of a new binding.
+   * Binds to the descriptor at the offset of a payload, and passes a buffer over its bytes to
+   * {@code setData} of the z-block. Passes null if the descriptor is not inside the payload, or if
+   * no buffer can be made over the bytes. If {@code ref} contains the handle of a binding, moves
+   * this binding; otherwise makes a binding and stores its handle in {@code ref}.
    */
   public static native void zblock_wrap(ByteBuffer payload, NativeRef ref, ZBlock zblock,
       long offset);
 
-  /** Copies the descriptor to the offset of a payload: 0, or -1 when it does not fit. */
+  /** Copies the descriptor to the offset of a payload. Returns 0, or -1 if it does not fit. */
   public static native int zblock_unwrap(ByteBuffer payload, long handle, long offset);
 
-  /** Makes the descriptor, wherever it is, that of the buffer's memory. */
+  /** Changes the descriptor, also one in a payload, to the buffer's memory. */
   public static native int zblock_rebind(ByteBuffer buffer, long handle);
 
-  /** Releases a binding; does nothing for 0. */
+  /** Releases a binding. Does nothing if the handle is 0. */
   public static native int zblock_destroy(long handle);
 }

@@ -5,7 +5,7 @@ import java.util.regex.Pattern;
 import org.quendel.oxli.OxliException;
 import org.quendel.oxli.ResultCode;
 
-/** Makes exceptions of result codes, and the names that objects have in them. */
+/** Makes exceptions from result codes, and the names of objects in their messages. */
 public final class Results {
   private static final int MAX_SETTINGS = 60;
   private static final String LOG_HINT =
@@ -17,11 +17,11 @@ public final class Results {
   private Results() {}
 
   /**
-   * Returns if the code is {@link ResultCode#OK}.
+   * Throws an exception unless the code is {@link ResultCode#OK}.
    *
-   * @param operation what was called, such as "Publisher.post"
-   * @param object what it was called on; shown by its {@code toString}
-   * @throws OxliException otherwise
+   * @param operation the method that was called, such as "Publisher.post"
+   * @param object the object that it was called on; the message contains its {@code toString}
+   * @throws OxliException if the code is not OK
    */
   public static void check(String operation, Object object, int code) {
     if (code != ResultCode.OK) throw failure(operation, object, code);
@@ -37,28 +37,30 @@ public final class Results {
         code);
   }
 
-  /** Returns " (0x20001)" for that code. */
+  /** Returns the code in hexadecimal, such as " (0x20001)". */
   public static String inHex(int code) {
     return " (0x" + Integer.toHexString(code) + ')';
   }
 
   /**
-   * Returns the name of an object by its kind and the beginning of its settings, without passwords.
+   * Returns the name of an object: its kind and the first 60 characters of its settings, without
+   * passwords.
    */
   public static String nameOf(String kind, String settings) {
     if (settings.isEmpty()) return kind;
-    final String masked = mask(settings); // before the cut, which may be inside a password
+    final String masked = mask(settings); // before the string is shortened inside a password
     return kind + ' ' + (masked.length() <= MAX_SETTINGS ? masked
         : masked.substring(0, MAX_SETTINGS) + "...");
   }
 
   /**
-   * Returns the settings with {@code ***} instead of what follows "password=" in a pair, and instead
-   * of user and password in addresses: what is between {@code //} and the last {@code @} of a pair.
+   * Returns the settings with passwords replaced by {@code ***}: in each pair, the characters after
+   * "password=", and the user and password of an address, which are the characters between {@code
+   * //} and the last {@code @} of the pair.
    */
   public static String mask(String settings) {
     final StringBuilder masked = new StringBuilder();
-    int begin = 0; // of the pair
+    int begin = 0; // position of the pair
     boolean isQuoted = false;
     for (int i = 0; i < settings.length(); ++i) {
       final char c = settings.charAt(i);

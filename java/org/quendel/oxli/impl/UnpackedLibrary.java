@@ -17,16 +17,17 @@ import java.util.LinkedHashMap;
 import java.util.Map;
 
 /**
- * A native library that is unpacked from a resource into a file, which alone can be loaded.
+ * Unpacks a native library from a resource into a file and loads it: the virtual machine loads
+ * libraries from files only.
  *
- * <p>The resources are those of {@code META-INF/native/PLATFORM}, on the class path or the module
- * path, that {@code SHA256SUMS} there lists. Their files are in {@code oxli-UID/VERSION-HASH} of
- * the directory for temporary files; {@code oxli-UID} belongs to the process's user, and nobody else
- * can enter it. Files that have the listed content are used again.
+ * <p>The resources are in {@code META-INF/native/PLATFORM}, on the class path or the module path.
+ * {@code SHA256SUMS} in the same place lists them. Their files are written to {@code
+ * oxli-UID/VERSION-HASH} in the directory for temporary files. {@code oxli-UID} belongs to the user
+ * of the process, and no other user can enter it. Existing files with the listed content are used.
  *
- * <p>Several processes may unpack at once: a file gets its name when it is complete. Each process
- * deletes the files of other versions and of killed processes that are a minute old; a library that
- * is loaded does not need its file.
+ * <p>Several processes may unpack at once: a file is renamed to its final name when it is complete.
+ * Each process deletes files of other versions and incomplete files of killed processes if they are
+ * older than one minute. A library that is loaded does not need its file.
  */
 final class UnpackedLibrary {
   private static final long STALE_AFTER_MILLIS = 60_000;
@@ -43,13 +44,15 @@ final class UnpackedLibrary {
     resources = "META-INF/native/linux-" + (architecture.equals("amd64") ? "x86_64" : architecture);
   }
 
-  /** Returns where the library is looked for: the file, or the resources if there is none. */
+  /**
+   * Returns the place of the library: the path of its file, or of the resources before unpacking.
+   */
   String getPlace() {
     return directory == null ? resources : directory.resolve(name).toString();
   }
 
   /**
-   * Unpacks all libraries and loads this one.
+   * Unpacks all libraries and loads the one with the name.
    *
    * @throws IOException if unpacking fails
    * @throws UnsatisfiedLinkError if loading fails
@@ -92,7 +95,7 @@ final class UnpackedLibrary {
     Files.createDirectories(directory);
     final Path incomplete = Files.createTempFile(directory, file, null);
     try {
-      // Not a channel: an interrupt of the thread would close it.
+      // A stream, because an interrupt of the thread would close a channel.
       try (FileOutputStream out = new FileOutputStream(incomplete.toFile())) {
         out.write(read(file));
       }
@@ -117,7 +120,10 @@ final class UnpackedLibrary {
     }
   }
 
-  /** Deletes what no process needs. Best effort: what remains is deleted by a later process. */
+  /**
+   * Deletes the files and directories that no process needs. Best effort: a later process deletes
+   * those that remain.
+   */
   private void deleteStale(Path parent) {
     final File[] children = parent.toFile().listFiles();
     if (children == null) return;
@@ -138,7 +144,7 @@ final class UnpackedLibrary {
       Files.createDirectory(path,
           PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rwx------")));
     } catch (FileAlreadyExistsException e) {
-      // Anybody may have made it: the check below decides.
+      // Another user may have made the directory: its owner and mode are checked below.
     }
     final Map<String, Object> attributes =
         Files.readAttributes(path, "unix:uid,mode", LinkOption.NOFOLLOW_LINKS);
@@ -148,7 +154,7 @@ final class UnpackedLibrary {
     }
   }
 
-  /** The user whom files that the process makes belong to. */
+  /** Returns the id of the effective user, who owns the files that the process makes. */
   private static int effectiveUser() throws IOException {
     for (String line : Files.readAllLines(Path.of("/proc/self/status"))) {
       if (line.startsWith("Uid:")) return Integer.parseUnsignedInt(line.split("\\s+")[2]);
@@ -165,7 +171,7 @@ final class UnpackedLibrary {
       }
       return sum.toString();
     } catch (NoSuchAlgorithmException e) {
-      throw new AssertionError(e); // every virtual machine has it
+      throw new AssertionError(e); // every Java platform has SHA-256
     }
   }
 }

@@ -5,7 +5,7 @@ import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
 import java.util.function.Supplier;
 
-/** Strings of fixed size in payloads: standard UTF-8, padded with zero bytes. */
+/** Reads and writes strings of fixed size in payloads: standard UTF-8, padded with zero bytes. */
 public final class Utf8String {
   private Utf8String() {}
 
@@ -21,9 +21,9 @@ public final class Utf8String {
   /**
    * Writes a string at the offset.
    *
-   * @param place names the place in the message of an exception
-   * @throws IllegalArgumentException if the string does not fit, or reading it would not give the
-   *     same string back: it has a U+0000 or half of a surrogate pair
+   * @param place returns the name of the place for the message of an exception
+   * @throws IllegalArgumentException if the string does not fit, or if it contains a U+0000 or half
+   *     of a surrogate pair, so that {@link #read} would return another string
    */
   public static void write(ByteBuffer payload, int offset, int size, String string,
       Supplier<String> place) {

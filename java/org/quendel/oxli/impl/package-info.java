@@ -1,5 +1,5 @@
 /**
- * The boundary to the native library. Public only because several packages of this library and its
- * native code meet here; applications use {@link org.quendel.oxli}.
+ * Internal: the natives and the classes that they need. Classes are public, because several
+ * packages of this library use them; applications use {@link org.quendel.oxli}.
  */
 package org.quendel.oxli.impl;

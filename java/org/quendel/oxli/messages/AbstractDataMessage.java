@@ -4,7 +4,7 @@ import java.util.NoSuchElementException;
 import org.quendel.oxli.MessageDesc;
 import org.quendel.oxli.Scheme;
 
-/** A message that a scheme describes. */
+/** A message that has a description in a scheme. */
 public abstract class AbstractDataMessage extends Message {
   private static final int NONE = -1;
 
@@ -12,7 +12,7 @@ public abstract class AbstractDataMessage extends Message {
   private int msgIndex;
   private int msgId;
   private String msgName;
-  private MessageDesc alternative; // what Scheme.findAlternative returned
+  private MessageDesc alternative; // the result of Scheme.findAlternative
   private boolean isAlternativeKnown;
 
   AbstractDataMessage(int type, int msgId, int msgIndex, String msgName, Scheme scheme) {
@@ -26,16 +26,21 @@ public abstract class AbstractDataMessage extends Message {
   /**
    * Returns the position of the message's description in the scheme, or -1 if it has none.
    *
-   * <p>A delivered object is used again for each message of the same index, or, without an index,
-   * of the same id, or, without both, of any other without both; an index and an id that are the
-   * same number count as the same. Index, id and name are those of the first message in the object.
+   * <p>A listener delivers all messages with the same key in the same object. The key of a message
+   * is its index, or its id if it has no index; an index and an id that are equal are the same key.
+   * All messages with neither index nor id are delivered in one object, and so are all {@link
+   * ParseErrorMessage}s. The index, the id and the name are those of the first message that was
+   * delivered in the object; in a {@link ParseErrorMessage}, those of the message itself.
    */
   public final int getMsgIndex() {
     requireUsable();
     return msgIndex;
   }
 
-  /** Returns the message's id in the scheme, unsigned, or -1; see {@link #getMsgIndex}. */
+  /**
+   * Returns the message's id in the scheme, unsigned, or -1 if it has none; see {@link
+   * #getMsgIndex}.
+   */
   public final int getMsgId() {
     requireUsable();
     return msgId;
@@ -47,7 +52,7 @@ public abstract class AbstractDataMessage extends Message {
     return msgName;
   }
 
-  /** Returns the scheme of the opening that the message came with, or null. Always possible. */
+  /** Returns the scheme of the message's opening, or null. Can be called at any time. */
   public final Scheme getScheme() {
     return scheme;
   }
@@ -55,12 +60,12 @@ public abstract class AbstractDataMessage extends Message {
   /**
    * Returns the description of the message.
    *
-   * @throws IllegalStateException if the message was delivered and may be of one of two
-   *     descriptions, because messages of both are delivered in the same object; see {@link
-   *     Scheme#findAlternative}. Also if the message may not be used here and now.
-   * @throws NoSuchElementException if there is no scheme, no such message in it, or the message was
-   *     delivered with neither index nor id. Also for a copy of a message whose description was
-   *     refused.
+   * @throws IllegalStateException if the message is not usable; or if it was delivered, and two
+   *     descriptions are possible because their messages are delivered in the same object; see
+   *     {@link Scheme#findAlternative}
+   * @throws NoSuchElementException if there is no scheme, if the scheme has no message of this
+   *     name, if the message was delivered with neither index nor id, or if it is a copy of a
+   *     message for which this method throws
    */
   public final MessageDesc getDesc() {
     requireUsable();
@@ -79,20 +84,20 @@ public abstract class AbstractDataMessage extends Message {
     final MessageDesc known = super.findDesc();
     if (known != null || scheme == null || !isDelivered() || isUnkeyed()) return known;
     final MessageDesc desc = scheme.findMessage(this);
-    if (alternative() == null) setDesc(desc); // of every message in this object
+    if (alternative() == null) setDesc(desc); // it applies to every message in this object
     return desc;
   }
 
   @Override
   public AbstractDataMessage copy() {
     requireUsable();
-    final MessageDesc desc = findDesc(); // of the original, because it may have to read the record
+    final MessageDesc desc = findDesc(); // from the original, because it may read the record
     final AbstractDataMessage copy = (AbstractDataMessage) super.copy();
     copy.setDesc(desc);
     return copy;
   }
 
-  /** Whether native code may use the object for messages of different descriptions. */
+  /** Returns whether messages of different descriptions may be delivered in this object. */
   final boolean isAmbiguous() {
     return isUnkeyed() || alternative() != null;
   }
@@ -122,7 +127,7 @@ public abstract class AbstractDataMessage extends Message {
     msgId = id;
   }
 
-  /** Called by native code last of the three. */
+  /** Sets the name. Native code calls it after setMsgIndex and setMsgId. */
   void setMsgName(String name) {
     msgName = name;
     setDesc(null);

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The listener has closed: no message follows until it is opened again. */
+/** Tells that the listener has closed. No message follows until it is opened again. */
 public final class CloseMessage extends Message {
   private int reason;
 

@@ -1,8 +1,8 @@
 package org.quendel.oxli.messages;
 
 /**
- * Reasons of a {@link CloseMessage}, as the stand-in gateway gives them. Another gateway may have
- * its own.
+ * Reasons of a {@link CloseMessage} that the stand-in gateway defines. Another gateway may define
+ * other reasons.
  */
 public final class CloseReason {
   /** The listener was shut or closed. */
@@ -14,7 +14,7 @@ public final class CloseReason {
 
   private CloseReason() {}
 
-  /** Returns the name of the constant above, or the number. */
+  /** Returns the name of the reason's constant, or the number if there is no constant. */
   public static String nameOf(int reason) {
     switch (reason) {
       case CLOSED_BY_OWNER:

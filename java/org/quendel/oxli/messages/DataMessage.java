@@ -2,12 +2,15 @@ package org.quendel.oxli.messages;
 
 import org.quendel.oxli.Scheme;
 
-/** A message of a scheme. What is set on an outgoing one takes effect with the next post. */
+/**
+ * A data message of a stream. Values set in an outgoing message are passed to the gateway by the
+ * next post.
+ */
 public class DataMessage extends AbstractDataMessage {
   private int userId;
   private String address;
   private DataMessage refMessage;
-  private int refLife; // of refMessage when it was set
+  private int refGeneration; // generation of refMessage when it was set
 
   DataMessage(int msgId, int msgIndex, String msgName, Scheme scheme) {
     this(MessageType.DATA, msgId, msgIndex, msgName, scheme);
@@ -17,54 +20,63 @@ public class DataMessage extends AbstractDataMessage {
     super(type, msgId, msgIndex, msgName, scheme);
   }
 
-  /** Returns the application's number, by which it recognises a reply or a timeout. */
+  /**
+   * Returns the user id: a number by which the application finds the request of a reply or timeout.
+   */
   public final int getUserId() {
     requireUsable();
     return userId;
   }
 
-  /** Sets the application's number. */
+  /** Sets the user id. */
   public final void setUserId(int newUserId) {
     requireUsableOrFilling();
     userId = newUserId;
   }
 
   /**
-   * Returns the address that the message came from or goes to, or null for the record's own. It
-   * passes through modified UTF-8.
+   * Returns the address that a delivered message comes from or an outgoing message goes to. Null
+   * means that a delivered message has no address, or that a post does not change the address in
+   * the record. The string is converted by modified UTF-8.
    */
   public final String getAddress() {
     requireUsable();
     return address;
   }
 
-  /** Sets the address that the message goes to; null leaves the record's own. */
+  /**
+   * Sets the address that the message goes to. With null, a post does not change it in the record.
+   */
   public final void setAddress(String newAddress) {
     requireUsableOrFilling();
     address = newAddress;
   }
 
-  /** Returns the message that an outgoing one refers to, or null; null in a delivered message. */
+  /**
+   * Returns the message that this one refers to, or null. It is null when a message is delivered.
+   */
   public final DataMessage getRefMessage() {
     requireUsable();
     return refMessage;
   }
 
   /**
-   * Makes the message refer to another one, such as the one that it replies to, or to none. A post
-   * refuses a reference to a copy, and to a message that may no longer be used.
+   * Makes this message refer to another one, for example to the request that it replies to. Null
+   * removes the reference. A post throws if the reference is to a copy or to a message that is no
+   * longer usable.
    */
   public final void setRefMessage(DataMessage message) {
     requireUsableOrFilling();
     refMessage = message;
-    if (message != null) refLife = message.life();
+    if (message != null) refGeneration = message.generation();
   }
 
   @Override
   protected final void requireReference() {
     if (refMessage == null) return;
-    // The object may have been used again for another message since.
-    if (refMessage.getRef() == 0 || !refMessage.isUsable() || refMessage.life() != refLife) {
+    // The object may contain another message than when the reference was set.
+    if (refMessage.getRef() == 0 || !refMessage.isUsable()
+        || refMessage.generation() != refGeneration) {
       throw new IllegalStateException(this + " refers to " + refMessage
           + ", which is a copy, is closed or was delivered before");
     }
@@ -84,7 +96,7 @@ public class DataMessage extends AbstractDataMessage {
   @Override
   protected final void forgetRecord() {
     super.forgetRecord();
-    // Native code does not reset it when it fills the object again.
+    // Removed here, because native code does not change it when it fills the object again.
     refMessage = null;
   }
 }

@@ -14,23 +14,22 @@ import org.quendel.oxli.impl.Results;
 import org.quendel.oxli.impl.Utf8String;
 
 /**
- * A message. Most types of messages have a class; a message of another type is of this one. There
- * are three kinds:
+ * A message. Each type in {@link MessageType} has a subclass; a message of another type is of this
+ * class. There are three kinds of messages:
  *
  * <ul>
- *   <li>A <b>delivered</b> message may be used by the thread inside {@code onMessage} until {@code
- *       onMessage} returns. On other threads and later its methods throw {@link
- *       IllegalStateException}, except those that say that they are always possible. Its payload
- *       is memory of the gateway and read-only. The object is used again for the next message of
- *       its kind.
- *   <li>An <b>outgoing</b> message is made by a publisher, filled in place, and lives until {@link
- *       #close} or until its publisher is closed. Its payload is memory of the gateway.
- *   <li>A <b>copy</b> made by {@link #copy} lives on the heap as long as it is referenced.
+ *   <li>A <b>delivered</b> message is usable only on the thread inside {@code onMessage}, and only
+ *       until {@code onMessage} returns. Its payload is read-only memory of the gateway. The object
+ *       is used for the next message of its kind.
+ *   <li>An <b>outgoing</b> message is made by a publisher and is usable until {@link #close} or
+ *       until its publisher is closed. Its payload is memory of the gateway.
+ *   <li>A <b>copy</b> is made by {@link #copy} and is always usable. Its payload is on the heap.
  * </ul>
  *
- * <p>The buffers of a delivered or outgoing message must not be used after the message's life:
- * their memory may be freed, which a buffer cannot know. Messages are not thread-safe. Offsets and
- * lengths are in bytes.
+ * <p>If a message is not usable, its methods throw {@link IllegalStateException}, except those
+ * whose comment says that they can be called at any time. Do not use the buffers of a delivered or
+ * outgoing message when it is no longer usable: their memory may be freed, and buffers do not check
+ * this. Messages are not thread-safe. Offsets and lengths are in bytes.
  */
 public class Message extends MessageRecord implements AutoCloseable {
   private final int type;
@@ -39,27 +38,27 @@ public class Message extends MessageRecord implements AutoCloseable {
     this.type = type;
   }
 
-  /** Returns the type code, mostly one of {@link MessageType}. Always possible. */
+  /** Returns the type code, such as one of {@link MessageType}. Can be called at any time. */
   public final int getType() {
     return type;
   }
 
   /**
-   * Returns the payload, or null if there is none: little-endian, and read-only if the message was
-   * delivered. Every call returns the same buffer. Its position, limit and order are the
-   * application's; no other method depends on them.
+   * Returns the payload, or null if there is none. The buffer is little-endian, and read-only if
+   * the message was delivered. Each call returns the same buffer. The application may change its
+   * position, limit and order, which no other method uses.
    *
-   * @throws IllegalStateException if the message is closed or may not be used here and now
+   * @throws IllegalStateException if the message is not usable
    */
   public final ByteBuffer getData() {
     return view();
   }
 
   /**
-   * Returns the string at the offset, without the zero bytes that pad it to the length: its bytes
-   * read as UTF-8.
+   * Returns the string at the offset, without the zero bytes that pad it to the length. Decodes the
+   * bytes as UTF-8.
    *
-   * @throws IllegalStateException if there is no payload
+   * @throws IllegalStateException if the message is not usable or has no payload
    * @throws IndexOutOfBoundsException if the payload is shorter
    */
   public final String getText(int offset, int length) {
@@ -69,9 +68,9 @@ public class Message extends MessageRecord implements AutoCloseable {
   /**
    * Writes a string as UTF-8, padded with zero bytes to the length.
    *
-   * @throws IllegalArgumentException if the string is longer, has a U+0000 or half of a surrogate
-   *     pair
-   * @throws IllegalStateException if there is no payload, or the message was delivered
+   * @throws IllegalArgumentException if the string is longer than the length, or contains a U+0000
+   *     or half of a surrogate pair
+   * @throws IllegalStateException if the message is not usable, has no payload, or was delivered
    * @throws IndexOutOfBoundsException if the payload is shorter
    */
   public final void setText(int offset, int length, String text) {
@@ -84,8 +83,8 @@ public class Message extends MessageRecord implements AutoCloseable {
   /**
    * Returns the decimal at the offset.
    *
-   * @throws OxliException if the gateway finds none there
-   * @throws IllegalStateException if there is no payload
+   * @throws OxliException if the gateway cannot decode the bytes
+   * @throws IllegalStateException if the message is not usable or has no payload
    * @throws IndexOutOfBoundsException if the offset is outside the payload
    */
   public final BigDecimal getDecimal(int offset) {
@@ -96,11 +95,11 @@ public class Message extends MessageRecord implements AutoCloseable {
   }
 
   /**
-   * Returns the gateway's dump of the message, for logs: fields by name.
+   * Returns the gateway's dump of the message, for logs. It contains the fields with their names.
    *
-   * @throws OxliException if the gateway gives none
-   * @throws IllegalStateException if the message is a copy, which has no record, or a post of it
-   *     would be refused
+   * @throws OxliException if the gateway cannot make it
+   * @throws IllegalStateException if the message is not usable, is a copy, or refers to a message
+   *     or contains a z-block that a post would refuse
    */
   public final String dump() {
     final byte[] dumped;
@@ -115,22 +114,22 @@ public class Message extends MessageRecord implements AutoCloseable {
   }
 
   /**
-   * Returns a message of the same class and content to keep or to pass on: its payload is on the
-   * heap. Any number of threads may read it at once; it cannot be posted. Blocks of z-block fields
-   * are not copied: read them while the original lives.
+   * Returns a copy of the same class and content, with its payload on the heap. Any number of
+   * threads may read a copy at once. A copy cannot be posted. The bytes of z-blocks are not copied:
+   * read them while the original is usable.
    *
-   * @throws IllegalStateException if the message is closed or may not be used here and now
+   * @throws IllegalStateException if the message is not usable
    */
   public Message copy() {
     return (Message) copyToHeap();
   }
 
   /**
-   * Releases an outgoing message; does nothing the second time, and nothing to other messages.
-   * Always possible. Inside a post on the same publisher the release waits for the end of that
-   * post.
+   * Releases an outgoing message. Does nothing if it is closed, and nothing to delivered messages
+   * and copies. Can be called at any time. Inside a post on the same publisher, the memory is freed
+   * after that post.
    *
-   * @throws OxliException if the gateway reports an error; the message is closed all the same
+   * @throws OxliException if the gateway reports an error; the message is closed nevertheless
    */
   @Override
   public final void close() {
@@ -138,22 +137,22 @@ public class Message extends MessageRecord implements AutoCloseable {
   }
 
   /**
-   * Returns the class and, if the message may be used here and now, what its methods return besides
-   * the payload. Always possible.
+   * Returns the class and the name or type and, if the message is usable, the values that its
+   * methods return, without the payload. Can be called at any time.
    */
   @Override
   public final String toString() {
     return getClass().getSimpleName() + label() + (isUsable() ? contents() : "");
   }
 
-  /** What {@link #toString} says at any time, with a space before it. */
+  /** Returns the part of {@link #toString} that is always present. Begins with a space. */
   String label() {
     if (getClass() != Message.class) return "";
     final MessageDesc desc = findDesc();
     return desc != null ? ' ' + desc.getName() : " of type 0x" + Integer.toHexString(type);
   }
 
-  /** What {@link #toString} says of a message that may be used, with a comma before it. */
+  /** Returns the part of {@link #toString} for usable messages only. Begins with a comma. */
   String contents() {
     return "";
   }

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** Type codes of messages, as {@link Message#getType} returns them. */
+/** The type codes that {@link Message#getType} returns for messages with a class of their own. */
 public final class MessageType {
   /** {@link OpenMessage}. */
   public static final int OPEN = 0x100;

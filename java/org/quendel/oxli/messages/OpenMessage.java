@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The listener has opened: other messages follow. */
+/** Tells that the listener has opened. Other messages follow. */
 public final class OpenMessage extends Message {
   OpenMessage() {
     super(MessageType.OPEN);

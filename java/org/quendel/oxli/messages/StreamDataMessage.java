@@ -4,7 +4,9 @@ import java.nio.ByteBuffer;
 import java.util.Arrays;
 import org.quendel.oxli.Scheme;
 
-/** A row of a replicated stream. What is set on an outgoing one takes effect with the next post. */
+/**
+ * A row of a replica. Values set in an outgoing row are passed to the gateway by the next post.
+ */
 public final class StreamDataMessage extends AbstractDataMessage {
   private long rev;
   private long userId;
@@ -26,22 +28,22 @@ public final class StreamDataMessage extends AbstractDataMessage {
     rev = newRev;
   }
 
-  /** Returns the application's number. */
+  /** Returns the user id: a number that the application defines. */
   public long getUserId() {
     requireUsable();
     return userId;
   }
 
-  /** Sets the application's number. */
+  /** Sets the user id. */
   public void setUserId(long newUserId) {
     requireUsableOrFilling();
     userId = newUserId;
   }
 
   /**
-   * Returns whether a field is null; false for every field of a row without a null map.
+   * Returns whether a field is null. Returns false if the row has no null map.
    *
-   * @param field position of the field in the message's description
+   * @param field the position of the field in the message's description
    */
   public boolean isNull(int field) {
     requireUsable();
@@ -51,7 +53,7 @@ public final class StreamDataMessage extends AbstractDataMessage {
   /**
    * Marks a field of an outgoing row as null or not.
    *
-   * @param field position of the field in the message's description
+   * @param field the position of the field in the message's description
    * @throws IllegalStateException if the row has no null map or was delivered
    */
   public void setNull(int field, boolean isNull) {
@@ -62,8 +64,9 @@ public final class StreamDataMessage extends AbstractDataMessage {
   }
 
   /**
-   * Returns the null map itself, a flag for each field, or null. The one of a delivered row is used
-   * again for the next row: take a {@link #copy} to keep it.
+   * Returns the null map itself, with one flag for each field, or null if the row has none. The
+   * next row in the same object overwrites the null map of a delivered row: make a {@link #copy} of
+   * the row to use it later.
    */
   public boolean[] getNulls() {
     requireUsableOrFilling();
@@ -71,14 +74,14 @@ public final class StreamDataMessage extends AbstractDataMessage {
   }
 
   /**
-   * Makes the array, not a copy of it, the null map of an outgoing row. A post refuses an array
-   * that has fewer flags than the row has fields.
+   * Sets the null map of an outgoing row to the array itself. A post throws if the array has fewer
+   * flags than the row has fields.
    *
    * @throws IllegalStateException if the row was delivered
    */
   public void setNulls(boolean[] newNulls) {
     requireUsableOrFilling();
-    // Native code fills the array that it finds here for the next row.
+    // Native code writes the flags of the next row into this array.
     if (isReused() && isUsable()) requireWritable();
     nulls = newNulls;
   }
@@ -105,7 +108,7 @@ public final class StreamDataMessage extends AbstractDataMessage {
   protected void setData(ByteBuffer payload) {
     super.setData(payload);
     if (!isReused() || nulls == null) return;
-    // Native code fills the array that it finds, and leaves it alone for a row without null map.
+    // Native code writes into the array that it finds, but not for a row without a null map.
     if (isAmbiguous()) {
       nulls = null; // the next row may have another number of fields
     } else {

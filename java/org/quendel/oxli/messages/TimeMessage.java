@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The gateway's clock, at the interval that the listener asked for. */
+/** Contains the gateway's time. Delivered at the interval in the listener's settings. */
 public final class TimeMessage extends Message {
   private long time;
 
@@ -9,7 +9,8 @@ public final class TimeMessage extends Message {
   }
 
   /**
-   * Returns the time in the gateway's unit: of the stand-in gateway, microseconds since the epoch.
+   * Returns the time in the gateway's unit; with the stand-in gateway, in microseconds since 1970
+   * (UTC).
    */
   public long getTime() {
     requireUsable();

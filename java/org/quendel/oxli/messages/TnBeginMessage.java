@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The messages up to the next {@link TnCommitMessage} belong together. */
+/** Begins a transaction: the messages up to the next {@link TnCommitMessage} belong together. */
 public final class TnBeginMessage extends Message {
   TnBeginMessage() {
     super(MessageType.TN_BEGIN);

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The messages since the last {@link TnBeginMessage} are complete. */
+/** Ends the transaction that the last {@link TnBeginMessage} began. */
 public final class TnCommitMessage extends Message {
   TnCommitMessage() {
     super(MessageType.TN_COMMIT);

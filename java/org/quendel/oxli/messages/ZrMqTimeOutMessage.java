@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** A message that was posted with the wish for a reply got none in time. */
+/** Tells that no reply to a request was posted within the timeout. */
 public final class ZrMqTimeOutMessage extends Message {
   private int userId;
 
@@ -8,7 +8,7 @@ public final class ZrMqTimeOutMessage extends Message {
     super(MessageType.ZRMQ_TIMEOUT);
   }
 
-  /** Returns the user id of the message that was posted. */
+  /** Returns the user id of the request. */
   public int getUserId() {
     requireUsable();
     return userId;

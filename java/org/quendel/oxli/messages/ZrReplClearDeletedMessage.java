@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The rows of a table that are older than a revision are deleted. */
+/** Tells that the rows of a table with smaller revisions than a given one are deleted. */
 public final class ZrReplClearDeletedMessage extends Message {
   private int tableIdx;
   private long tableRev;
@@ -9,7 +9,7 @@ public final class ZrReplClearDeletedMessage extends Message {
     super(MessageType.ZRREPL_CLEAR_DELETED);
   }
 
-  /** Returns the position in the scheme of the message whose rows are the table. */
+  /** Returns the table: the position in the scheme of the message whose rows are deleted. */
   public int getTableIdx() {
     requireUsable();
     return tableIdx;

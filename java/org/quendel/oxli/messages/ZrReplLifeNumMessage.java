@@ -1,7 +1,8 @@
 package org.quendel.oxli.messages;
 
 /**
- * The life number of the replicated stream. Rows received under another life number are invalid.
+ * Contains the life number of the replica. Rows that were received with another life number are
+ * stale: the gateway has started the stream again from nothing.
  */
 public final class ZrReplLifeNumMessage extends Message {
   private long lifenum;
@@ -11,13 +12,13 @@ public final class ZrReplLifeNumMessage extends Message {
     super(MessageType.ZRREPL_LIFENUM);
   }
 
-  /** Returns the stream's life number, unsigned 32-bit. */
+  /** Returns the life number, an unsigned 32-bit number. */
   public long getLifenum() {
     requireUsable();
     return lifenum;
   }
 
-  /** Returns the gateway's flags, unsigned 32-bit. */
+  /** Returns the gateway's flags, an unsigned 32-bit number. */
   public long getFlags() {
     requireUsable();
     return flags;

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** The state from which a later opening of the listener can resume the replication. */
+/** Contains the state from which a later opening of the listener can resume the replica. */
 public final class ZrReplStateMessage extends Message {
   private String replState;
 
@@ -8,7 +8,7 @@ public final class ZrReplStateMessage extends Message {
     super(MessageType.ZRREPL_STATE);
   }
 
-  /** Returns the state, to be passed in the settings of a later opening. */
+  /** Returns the state. Pass it in the settings of a later opening. */
   public String getReplState() {
     requireUsable();
     return replState;

@@ -2,7 +2,7 @@ package org.quendel.oxli.ex.impl;
 
 import org.quendel.oxli.impl.NativeLibrary;
 
-/** A native with the same rules as those of {@link org.quendel.oxli.impl.OxliImpl}. */
+/** Declares the native that parses settings. */
 public final class OxliImplEx {
   static {
     NativeLibrary.load();
@@ -11,8 +11,9 @@ public final class OxliImplEx {
   private OxliImplEx() {}
 
   /**
-   * Returns the pairs of settings as key, value, key, value, in byte order of the keys; null for
-   * malformed settings, for null, and while the environment is closed.
+   * Returns the pairs of settings as key, value, key, value, in the order of the keys' bytes.
+   * Returns null for malformed settings, for null, if memory is missing, and while the environment
+   * is closed.
    */
   public static native String[] settings_parse(String settings);
 }
