@@ -1,6 +1,6 @@
-// Preloaded into virtual machines of tests: a gateway that calls the application back from inside
-// ox_pub_post, tells it of each ox_pub_msgfree, and makes the hints of a message named "endless" a
-// circular list; see Misuse.
+// Preloaded into virtual machines of tests. Wraps functions of the gateway: ox_pub_post and
+// ox_pub_msgfree call static methods of Misuse before the gateway's function, and ox_pub_getscheme
+// makes the hints of a message named "endless" a circular list.
 #include <dlfcn.h>
 #include <jni.h>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-// Calls the static method of Misuse.
+// Calls a static method of Misuse.
 void callJava(const char* method) {
   JavaVM* vm = nullptr;
   jsize count = 0;
@@ -27,7 +27,7 @@ void callJava(const char* method) {
   if (called) env->CallStaticVoidMethod(misuse, called);
 }
 
-// The gateway's own function of that name and type.
+// Returns the gateway's function of the name and type.
 template <class Function>
 Function gateway(const char* name, Function) {
   void* const library = dlopen("liboxli.so", RTLD_NOW | RTLD_NOLOAD);

@@ -10,7 +10,7 @@ import java.util.*;
 
 /** Runs a main class in a virtual machine of its own. */
 final class ChildVm {
-  /** Known to virtual machines from version 24 on. */
+  /** The option that denies native access. Java 24 and later know it. */
   static final String DENY = "--illegal-native-access=deny";
   static final String LIBRARY = System.mapLibraryName("oxli_jni");
   static final Path JAR = Path.of(URI.create(
@@ -23,7 +23,7 @@ final class ChildVm {
     command.addAll(List.of(
         Path.of(System.getProperty("java.home"), "bin", "java").toString(), "-Xcheck:jni"));
     command.addAll(List.of(options));
-    // Newer virtual machines warn of native code that is not enabled.
+    // Newer virtual machines warn if native access is not enabled.
     if (Runtime.version().feature() >= 22 && !List.of(options).contains(DENY)) {
       command.add("--enable-native-access=ALL-UNNAMED");
     }
@@ -34,13 +34,13 @@ final class ChildVm {
     return this;
   }
 
-  /** Returns what the program writes, errors and warnings included; it must exit with 0. */
+  /** Runs the program, expects exit code 0, and returns its standard output and standard error. */
   String run(Path jar, Class<?> main, String... arguments) throws Exception {
     command.addAll(List.of("-cp", jar + File.pathSeparator + System.getProperty("java.class.path"),
         main.getName()));
     command.addAll(List.of(arguments));
     final ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
-    // Each makes the virtual machine write a line that it has picked it up.
+    // If one of these variables is set, the virtual machine writes a line that names it.
     builder.environment().keySet()
         .removeAll(List.of("JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"));
     builder.environment().putAll(environment);

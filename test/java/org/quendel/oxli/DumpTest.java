@@ -15,7 +15,9 @@ class DumpTest extends GatewayTest {
 
   @TempDir Path directory;
 
-  /** What the child virtual machines run: leaves open what the arguments name. */
+  /**
+   * The program of the child virtual machines. Does not close the objects that its arguments name.
+   */
   static final class Child {
     private Child() {}
 
@@ -44,7 +46,7 @@ class DumpTest extends GatewayTest {
   }
 
   @Test
-  void everyObjectIsDumpedAtAnyTime() throws Exception {
+  void dumpContainsEveryObjectAtAnyTime() throws Exception {
     final Publisher publisher = publish("stream=a;" + SCHEME);
     final List<String> dumps = new ArrayList<>();
     connection.newListener("", onData(message -> {}));
@@ -82,9 +84,8 @@ class DumpTest extends GatewayTest {
     assertEquals("environment: closed, AGE\n", dump());
   }
 
-  /** A thread that is inside a call of any kind, and one that waits for it. */
   @Test
-  void threadsInsideOtherCallsAreDumped() throws Exception {
+  void dumpContainsThreadsInsideCallsAndWaitingThreads() throws Exception {
     final List<String> dumps = new ArrayList<>();
     final Listener listener = connection.newListener("", (conn, lsn, message) -> {
       final Thread waiting = new Thread(() -> conn.process(0), "waiting");
@@ -103,7 +104,7 @@ class DumpTest extends GatewayTest {
   }
 
   @Test
-  void originsAreDumpedWhenThePropertyAsks() throws Exception {
+  void dumpContainsOriginsIfThePropertyIsSet() throws Exception {
     final String output = run(ORIGINS, "dump");
     final String made = "made\n *at org.quendel.oxli.DumpTest.Child.main.DumpTest.java:[0-9]+.\n";
     assertEquals(5, output.split(made.replace(".C", "[$]C"), -1).length - 1, output);
@@ -111,7 +112,7 @@ class DumpTest extends GatewayTest {
   }
 
   @Test
-  void whatIsNotClosedIsNamedInTheLog() throws Exception {
+  void unclosedObjectsAreLogged() throws Exception {
     final String closes = "info: Environment.close closes ";
     final String ends = "info: the virtual machine ends before the close of ";
     final String left = "connection gate=tcp://***@host: ACTIVE, AGE\n";

@@ -10,7 +10,7 @@ import org.quendel.oxli.messages.*;
 
 class ErrorTest extends GatewayTest {
   @Test
-  void exceptionOfASubscriberIsThrownAndTheRestIsDeliveredLater() {
+  void processThrowsTheExceptionOfASubscriberAndTheNextOneDeliversTheRest() {
     final List<Long> received = new ArrayList<>();
     listen("", onData(message -> {
       received.add(message.getData().getLong(VOLUME));
@@ -27,7 +27,7 @@ class ErrorTest extends GatewayTest {
 
   @ParameterizedTest
   @ValueSource(ints = {ResultCode.INTERNAL, -1})
-  void subscribersResultBecomesAnException(int code) {
+  void processThrowsForTheResultOfASubscriber(int code) {
     final List<Integer> results = new ArrayList<>(List.of(code, 0));
     final ISubscriber subscriber =
         (conn, lsn, message) -> message instanceof OpenMessage ? results.remove(0) : 0;
@@ -43,7 +43,7 @@ class ErrorTest extends GatewayTest {
   }
 
   @Test
-  void refusalNamesOperationObjectAndCode() {
+  void exceptionNamesOperationObjectAndCode() {
     final Listener open = listen("stream=a", onData(message -> {}));
     final Exception refused = assertThrows(OxliException.class, () -> open.open(""));
     assertTrue(refused.getMessage().matches("Listener.open .listener stream=a.:"
@@ -51,7 +51,7 @@ class ErrorTest extends GatewayTest {
   }
 
   @Test
-  void closeGoesOnAfterAnException() {
+  void closeContinuesAfterAnException() {
     final List<RuntimeException> thrown = new ArrayList<>();
     final ISubscriber subscriber = (conn, lsn, message) -> {
       if (!(message instanceof CloseMessage)) return 0;

@@ -19,7 +19,7 @@ class ExitEventTest {
   private final IExitEventHandler recorder = () -> called.add(Thread.currentThread());
 
   @Test
-  void onlyTheLastHandlerIsCalledOnTheGatewaysThreadAndMayThrow() throws Exception {
+  void onlyTheLastHandlerIsCalledAndMayThrow() throws Exception {
     final String log = raise(() -> {
       throw new LinkageError("thrown on purpose");
     });
@@ -38,7 +38,7 @@ class ExitEventTest {
     called.get(0).join();
   }
 
-  /** Also while another thread closes it, which the gateway makes wait for the handler. */
+  /** Another thread closes the environment, too; the gateway makes it wait for the handler. */
   @ParameterizedTest
   @ValueSource(booleans = {true, false})
   void handlerMayCloseTheEnvironment(boolean isFirst) throws Exception {
@@ -59,7 +59,7 @@ class ExitEventTest {
   }
 
   @Test
-  void closedEnvironmentDoesNotKeepTheHandler() throws Exception {
+  void closedEnvironmentDoesNotReferenceTheHandler() throws Exception {
     final WeakReference<IExitEventHandler> handler = closeWithHandler();
     while (handler.get() != null) System.gc();
   }
@@ -72,7 +72,7 @@ class ExitEventTest {
     }
   }
 
-  /** Sets the handlers one after the other, waits for the event, and returns the gateway's log. */
+  /** Sets the handlers in turn, waits for the exit event, and returns the gateway's log. */
   private String raise(IExitEventHandler... handlers) throws Exception {
     for (int delay = 50;; delay *= 4) {
       final Path log = Files.createTempFile(directory, "gateway", ".log");
@@ -81,7 +81,7 @@ class ExitEventTest {
           Environment.open("exit_after=" + delay + ";log=file:" + log)) {
         for (IExitEventHandler handler : handlers) environment.onExit(handler);
         final boolean isLate = Files.readString(log).contains("[ExitEvent]");
-        // An event before the first handler is lost.
+        // The gateway discards an event that it raises before the first handler is set.
         final long end = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(delay + 5000);
         String lines;
         do {

@@ -10,7 +10,7 @@ import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
 import org.quendel.oxli.messages.*;
 
-/** Every test has an environment with an open connection. */
+/** Gives each test an environment with an open connection. */
 abstract class GatewayTest {
   static final String SCHEME = "scheme=?{messages=odd,quote,narrow,wide,large;"
       + "message.odd=?{id=9;fields=n:i4;code=768};"
@@ -61,7 +61,7 @@ abstract class GatewayTest {
     }
   }
 
-  /** Passes data messages and rows on, and ignores others. */
+  /** Returns a subscriber that passes data messages and rows to the consumer and ignores others. */
   static ISubscriber onData(Consumer<AbstractDataMessage> consumer) {
     return (connection, listener, message) -> {
       if (message instanceof AbstractDataMessage) consumer.accept((AbstractDataMessage) message);
@@ -76,7 +76,7 @@ abstract class GatewayTest {
     return refused;
   }
 
-  /** Calls every public method of the object's class that needs what is closed. */
+  /** Expects that every public method that uses the gateway throws IllegalStateException. */
   static void assertUnusable(AutoCloseable object) {
     final List<String> harmless = object instanceof Message
         ? List.of("close", "toString", "getType", "getScheme")

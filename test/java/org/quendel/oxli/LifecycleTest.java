@@ -15,7 +15,7 @@ class LifecycleTest extends GatewayTest {
   private Runnable onFirstData = () -> {};
   private Consumer<Listener> onClose = listener -> {};
 
-  /** Closes one of the objects, and with it those it owns. */
+  /** Closes one of the objects; the objects that it owns are closed, too. */
   @ParameterizedTest
   @CsvSource({"0, 0, 1", "1, 0, 2", "2, 2, 3", "3, 0, 4", "4, 0, 5"})
   void closedObjectsRefuseEveryCall(int released, int from, int to) throws Exception {
@@ -74,10 +74,10 @@ class LifecycleTest extends GatewayTest {
   }
 
   @Test
-  void failedCallsLeaveNothingBehind() {
+  void failedCallsChangeNothing() {
     final int code = ResultCode.INVALID_ARGUMENT;
     assertRefused(ResultCode.INVALID_STATE, "Environment.open", () -> Environment.open("bad"));
-    assertEquals(2, connection.getState(), "the open one is left alone");
+    assertEquals(2, connection.getState(), "the open environment is not changed");
     assertRefused(code, "Environment.newConnection", () -> environment.newConnection("bad"));
     assertRefused(code, "Connection.newListener", () -> listen("bad", recorder("A")));
     assertRefused(code, "Connection.newPublisher", () -> publish("bad"));
@@ -87,14 +87,14 @@ class LifecycleTest extends GatewayTest {
     Environment.open("").close();
   }
 
-  /** {@code rest}: what is delivered after A's first message, whose subscriber closes an object. */
+  /** The subscriber of A closes an object at its first data message; then the rest is delivered. */
   @ParameterizedTest
   @CsvSource({
       "A,          'A close 0, B data 1, B data 2'",
       "B,          'B close 0, A data 2'",
       "connection, 'A close 0, B close 0'",
       "publisher,  'B data 1, A data 2, B data 2, A close 1, B close 1'"})
-  void allButTheEnvironmentCanBeClosedInsideOnMessage(String released, String rest) {
+  void allObjectsButTheEnvironmentCanBeClosedInsideOnMessage(String released, String rest) {
     final Publisher publisher = publish(SCHEME);
     final AutoCloseable target = Map.of("A", listen("", recorder("A")),
         "B", listen("", recorder("B")), "connection", connection, "publisher", publisher)
@@ -116,7 +116,7 @@ class LifecycleTest extends GatewayTest {
   }
 
   @Test
-  void closingWaitsForTheThreadInside() throws Exception {
+  void closeWaitsForTheDeliveringThread() throws Exception {
     final Publisher publisher = publish(SCHEME);
     listen("", recorder("A"));
     final FutureTask<Void> closing = new FutureTask<>(connection::close, null);
@@ -128,9 +128,9 @@ class LifecycleTest extends GatewayTest {
     assertReceived("A open, A data 1, A data 2, A close 0");
   }
 
-  /** The thread inside onMessage waits there for another thread that makes all these calls. */
+  /** Inside onMessage, the delivering thread waits for another thread that makes these calls. */
   @Test
-  void otherCallsDoNotWaitForTheThreadInside() throws Exception {
+  void callsThatDoNotDeliverDoNotWaitForTheDeliveringThread() throws Exception {
     final Publisher publisher = publish(SCHEME);
     final Listener listener = listen("", recorder("A"));
     connection.process(0);
@@ -150,7 +150,7 @@ class LifecycleTest extends GatewayTest {
   }
 
   @Test
-  void longProcessEndsWithWakeupDeliveryShutAndClose() throws Exception {
+  void processReturnsAfterWakeupDeliveryShutAndClose() throws Exception {
     connection.wakeup();
     connection.process(Integer.MAX_VALUE);
     final Listener listener = connection.newListener("", recorder("A"));
@@ -174,9 +174,9 @@ class LifecycleTest extends GatewayTest {
     return frames.length > 0 && frames[0].getMethodName().equals(method);
   }
 
-  /** The thread that closes is inside a call that such calls of the whole process wait for. */
+  /** The other thread waits for the process-wide lock that the closing thread has locked. */
   @Test
-  void closingInsideOnMessageDoesNotWaitForAThreadThatMakesAListener() throws Exception {
+  void closeInsideOnMessageDoesNotWaitForAThreadThatMakesAListener() throws Exception {
     final Listener listener = listen("", recorder("A"));
     connection.process(0);
     final FutureTask<Listener> making =
@@ -212,7 +212,7 @@ class LifecycleTest extends GatewayTest {
         final Runnable action = onFirstData;
         onFirstData = () -> {};
         action.run();
-        assertEquals(volume, message.getData().getLong(VOLUME), "whatever has been released");
+        assertEquals(volume, message.getData().getLong(VOLUME), "the payload is valid");
       }
       return 0;
     };

@@ -13,7 +13,7 @@ class LoadingTest {
 
   @TempDir Path elsewhere;
 
-  /** What the child virtual machines run. */
+  /** The program of the child virtual machines. */
   static final class Child {
     private Child() {}
 
@@ -37,7 +37,7 @@ class LoadingTest {
   }
 
   @Test
-  void libraryIsFoundByThePropertyOrBesideTheJar() throws Exception {
+  void libraryIsLoadedFromThePropertyOrFromTheFolderOfTheJar() throws Exception {
     final Path directory = ChildVm.JAR.getParent();
     assertEquals("opened\n", run(copy(), "-Doxli.library.path=" + directory));
     assertEquals("opened\n", run(ChildVm.JAR, "-Djava.library.path=" + elsewhere));
@@ -45,7 +45,7 @@ class LoadingTest {
   }
 
   @Test
-  void failureNamesEachPlaceAndTheRemedy() throws Exception {
+  void messageNamesEachPlaceAndTheRemedy() throws Exception {
     final String every = run(copy(), "-Djava.library.path=/nonexistent");
     assertTrue(every.contains("\n  java.library.path=/nonexistent: "), every);
     assertTrue(every.contains("\n  " + elsewhere.resolve(ChildVm.LIBRARY) + ": "), every);
@@ -60,7 +60,7 @@ class LoadingTest {
   }
 
   @Test
-  void deniedNativeAccessNamesTheOption() throws Exception {
+  void messageForDeniedNativeAccessNamesTheOption() throws Exception {
     final boolean canBeDenied = Runtime.version().feature() >= 24;
     assertEquals(canBeDenied ? "cannot load the native library oxli_jni: the virtual machine denies"
             + " native access; start it with --enable-native-access=ALL-UNNAMED\nfailed again\n"

@@ -36,7 +36,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void copySurvivesTheDelivery() {
+  void copyIsUsableAfterTheDelivery() {
     final Publisher publisher = publish("mode=replica;" + SCHEME);
     final List<StreamDataMessage> delivered = new ArrayList<>();
     final List<StreamDataMessage> copies = new ArrayList<>();
@@ -72,11 +72,11 @@ class MessageTest extends GatewayTest {
         "quote 1 7 1 DE0[true, false, false]", "quote 1 7 2 DE1[true, true, false]"), contents);
   }
 
-  /** Messages that share an object: only those are described that the object was made for. */
+  /** A "?" stands for a row whose description is unknown or ambiguous. */
   @ParameterizedTest
   @CsvSource({"'quote,large,quote', quote 010 ? 0000 quote 000",
       "'large,quote,large', large 0010 ? 000 large 0000", "'narrow,wide,narrow', ? 1 ? 000 ? 0"})
-  void rowsOfOneObjectMayDifferInDescriptionAndNullMap(String names, String expected) {
+  void rowsInOneObjectMayDifferInDescriptionAndNullMap(String names, String expected) {
     final Publisher publisher = publish("mode=replica;" + SCHEME);
     final StringBuilder seen = new StringBuilder();
     listen("mode=replica", onData(message -> {
@@ -105,7 +105,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void nestedDeliveryEndsTheOuterMessage() {
+  void nestedDeliveryMakesTheOuterMessageUnusable() {
     final Publisher publisher = publish(SCHEME);
     final List<Long> volumes = new ArrayList<>();
     listen("", onData(message -> {
@@ -121,7 +121,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void messageOfOwnTypeCode() {
+  void messagesOfOtherTypeCodesAreDelivered() {
     final Publisher publisher = publish("stream=s;" + SCHEME);
     final List<Integer> received = new ArrayList<>();
     listen("stream=s", (conn, lsn, message) -> {
@@ -143,7 +143,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void clock() {
+  void timeMessagesContainTheTime() {
     final List<Long> times = new ArrayList<>();
     listen("time=1", (conn, lsn, message) -> {
       if (message instanceof TimeMessage) times.add(((TimeMessage) message).getTime());
@@ -177,9 +177,9 @@ class MessageTest extends GatewayTest {
     assertEquals(List.of("8next42", "8next42", "8next43", "8next43"), received);
   }
 
-  /** The object of a delivered message is the next one's afterwards. */
+  /** The object of a delivered message contains the next message after onMessage has returned. */
   @Test
-  void onlyUsableMessagesAreReferredTo() {
+  void postRefusesReferencesToUnusableMessages() {
     final Publisher publisher = publish(SCHEME);
     final DataMessage reply = publisher.newMessage("quote");
     listen("", onData(message -> {
@@ -200,7 +200,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void onlyUsableMessagesOfItsOwnArePosted() {
+  void postRefusesUnusableMessagesAndThoseOfOtherPublishers() {
     final Publisher publisher = publish(SCHEME);
     final Publisher other = publish(SCHEME);
     final DataMessage quote = publisher.newMessage("quote");
@@ -213,13 +213,13 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void decimals() {
+  void decimalsAreDecoded() {
     final BigDecimal value = new BigDecimal("-12.340");
     final DataMessage quote = publish(SCHEME).newMessage("quote");
     quote.getData().putLong(PRICE, -12340).put(PRICE + 8, (byte) 3);
     for (Message message : List.of(quote, quote.copy())) {
       assertEquals(value, message.getDecimal(PRICE));
-      assertEquals(BigDecimal.valueOf(3), message.getDecimal(QUOTE_SIZE - 1), "the rest is 0");
+      assertEquals(BigDecimal.valueOf(3), message.getDecimal(QUOTE_SIZE - 1), "zeros follow");
       message.getData().put(PRICE + 8, (byte) 99);
       assertRefused(ResultCode.INTERNAL, "Message.getDecimal", () -> message.getDecimal(PRICE));
       assertThrows(IndexOutOfBoundsException.class, () -> message.getDecimal(-1));
@@ -228,7 +228,7 @@ class MessageTest extends GatewayTest {
   }
 
   @Test
-  void stringsStayInTheirField() {
+  void stringsAreWrittenOnlyIfTheyFit() {
     final DataMessage quote = publish(SCHEME).newMessage("quote");
     quote.getData().putLong(VOLUME, -1);
     for (String text : List.of("ABCDEFGHIJKL", "éé", "")) {

@@ -11,8 +11,8 @@ import java.util.function.Consumer;
 import org.quendel.oxli.messages.*;
 
 /**
- * Programs that use the public API in ways that must end in an exception. {@link MisuseTest} runs
- * each in a virtual machine of its own, because a failure may be its crash.
+ * Programs that misuse the public API and must end with an exception. {@link MisuseTest} runs each
+ * of them in a virtual machine of its own, because a fault may crash it.
  */
 final class Misuse {
   private static final String SCHEME = "scheme=?{messages=odd,quote,empty,a,b;"
@@ -25,12 +25,12 @@ final class Misuse {
   private static Environment environment;
   private static Connection connection;
   private static Publisher publisher;
-  private static Runnable insidePost; // called once
+  private static Runnable insidePost; // runs during the next post only
   private static boolean printsReleases;
 
   private Misuse() {}
 
-  /** Prints what the program ends with. */
+  /** Runs the program that the first argument names, and prints its exception. */
   public static void main(String[] args) throws Exception {
     environment = Environment.open("");
     connection = environment.newConnection("");
@@ -92,7 +92,7 @@ final class Misuse {
     readBlocks("quote", "empty");
   }
 
-  /** The first message has the block, the second one bytes where it would be. */
+  /** The first message has a z-block. The second one has other bytes at the same offset. */
   private static void readBlocks(String first, String second) {
     final ZBlock block = environment.newZBlock();
     listen(message -> {
@@ -106,7 +106,7 @@ final class Misuse {
     connection.process(0);
   }
 
-  /** Runs with a gateway whose description of this scheme cannot be converted. */
+  /** The preloaded library makes the scheme one that cannot be converted. */
   static void postForeignAddressWithEndlessScheme(String[] args) {
     final Publisher endless = connection.newPublisher("stream=endless");
     endless.open("scheme=?{messages=endless;message.endless=?{fields=n:i4,z:z}}");
@@ -129,7 +129,7 @@ final class Misuse {
     }
   }
 
-  /** Arguments: the jar, and a directory with another file of the native library. */
+  /** The arguments are the jar, and a directory with a copy of the native library. */
   static void openWithSecondClassLoader(String[] args) throws Throwable {
     try (URLClassLoader loader = loader(args)) {
       try {
@@ -149,8 +149,8 @@ final class Misuse {
   }
 
   /**
-   * The handler must not keep its class loader, which keeps the file of the library loaded. The file
-   * is unloaded some time after the class loader has become unreachable.
+   * The exit handler must not keep its class loader reachable. Another class loader can load the
+   * same file only after the first one has been collected.
    */
   static void reloadAfterExitHandler(String[] args) throws Exception {
     environment.close();
@@ -188,7 +188,7 @@ final class Misuse {
         .getMethod("open", String.class).invoke(null, "");
   }
 
-  /** Runs with a gateway that calls {@link #insidePost} and {@link #released}. */
+  /** The preloaded library calls {@link #insidePost} and {@link #released}. */
   static void closeMessageInsideItsPost(String[] args) {
     final List<Integer> received = new ArrayList<>();
     listen(message -> received.add(((DataMessage) message).getUserId()));

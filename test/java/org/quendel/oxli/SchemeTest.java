@@ -21,9 +21,9 @@ class SchemeTest extends GatewayTest {
       + "text:c4,price:d,block:z,pair:m,last:u1;"
       + "field.pair=?{message=inner};field.last=?{offset=200;values=?{top=255:T;one=1}}}};";
 
-  /** The file has a scheme in settings, and what it becomes. */
+  /** The first line of the file is the scheme in settings; the other lines are its conversion. */
   @Test
-  void schemeArrivesWhole() throws Exception {
+  void wholeSchemeIsConverted() throws Exception {
     final String golden = Files.readString(Path.of(System.getProperty("oxli.test.scheme")));
     final int end = golden.indexOf('\n');
     final Publisher publisher = publish(golden.substring(0, end));
@@ -37,7 +37,7 @@ class SchemeTest extends GatewayTest {
   @CsvSource({"a, -128, 127", "b, -32768, 32767", "c, -2147483648, 2147483647",
       "d, -9223372036854775808, 9223372036854775807", "e, 0, 255", "f, 0, 65535",
       "g, 0, 4294967295", "h, -9223372036854775808, 9223372036854775807"})
-  void integersKeepTheirSignAndRange(String name, long least, long greatest) {
+  void integersHaveTheRangeOfTheirType(String name, long least, long greatest) {
     final DataMessage message = publish(FIELDS).newMessage("all");
     final FieldDesc field = message.getDesc().getField(name);
     for (long value : new long[] {least, greatest, 0, 1}) {
@@ -67,11 +67,11 @@ class SchemeTest extends GatewayTest {
     price.setDecimal(row, new BigDecimal("-1.20"));
     pair.getField("n").setLong(row, 0xfffe);
     final ByteBuffer top = last.getValue("top").getValue();
-    assertFalse(top.isDirect(), "not the gateway's bytes");
+    assertFalse(top.isDirect(), "a copy of the gateway's bytes");
     top.order(ByteOrder.BIG_ENDIAN).limit(0);
     last.setValueName(row, "top");
     price.setNull(row, true);
-    // The buffer's limit and order are the application's.
+    // The application may change the buffer's limit and order.
     row.getData().order(ByteOrder.BIG_ENDIAN).limit(3);
 
     final List<Object> seen = new ArrayList<>();
@@ -96,7 +96,7 @@ class SchemeTest extends GatewayTest {
   }
 
   @Test
-  void otherTypesAndPayloadsAreRefused() {
+  void fieldsOfOtherTypesAndPayloadsAreRefused() {
     final Publisher publisher = publish(FIELDS);
     final DataMessage message = publisher.newMessage("all");
     final DataMessage small = publisher.newMessage("small");

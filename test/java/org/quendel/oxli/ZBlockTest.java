@@ -33,7 +33,7 @@ class ZBlockTest extends GatewayTest {
     return new WeakReference<>(memory);
   }
 
-  /** A rebind or a close of the z-block does not change a message that refers to it. */
+  /** Rebinding or closing the z-block does not change a message that refers to its memory. */
   @Test
   void messageKeepsReferencedMemoryAlive() {
     final ZBlock incoming = environment.newZBlock();
@@ -90,7 +90,7 @@ class ZBlockTest extends GatewayTest {
         assertThrows(IllegalStateException.class, () -> a.setZBlock(message, incoming));
         assertThrows(IllegalStateException.class, () -> incoming.rebind(direct("x")));
       }
-      // The object shows the second message then.
+      // Both messages are delivered in the same object.
       final boolean isFirst = copies.get(0).getDesc().getField("n").getLong(delivered) == 0;
       if (isFirst) {
         assertEquals("block", text(incoming.getData()));
@@ -112,7 +112,9 @@ class ZBlockTest extends GatewayTest {
     assertUnusable(incoming);
   }
 
-  /** In either order: the environment waits for a block that is being closed. */
+  /**
+   * Two threads close them in either order: the environment waits for z-blocks that are closing.
+   */
   @Test
   void blocksAndTheirEnvironmentCanBeClosedAtTheSameTime() throws Exception {
     for (int round = 0; round < 500; ++round) {

@@ -1,6 +1,6 @@
 package org.quendel.oxli;
 
-/** Hands the exit event to the C++ test that is running. */
+/** Passes the exit event to the C++ test that is running. */
 final class ScriptedExitHandler implements IExitEventHandler {
   @Override
   public native void onExitEvent();

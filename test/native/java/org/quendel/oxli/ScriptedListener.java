@@ -1,6 +1,6 @@
 package org.quendel.oxli;
 
-/** A listener whose scheme is what the C++ test says. */
+/** A listener whose {@code getScheme} calls the C++ test that is running. */
 final class ScriptedListener extends Listener {
   ScriptedListener() {
     super(0L);

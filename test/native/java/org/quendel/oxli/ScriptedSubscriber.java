@@ -2,7 +2,7 @@ package org.quendel.oxli;
 
 import org.quendel.oxli.messages.Message;
 
-/** Hands every message to the C++ test that is running. */
+/** Passes each message to the C++ test that is running. */
 final class ScriptedSubscriber implements ISubscriber {
   @Override
   public native int onMessage(Connection connection, Listener listener, Message message);
