@@ -16,7 +16,7 @@ public final class Snapshot {
 
   private Snapshot() {}
 
-  /** Passes the messages of the stream to the subscriber. Returns a result code. */
+  /** Receives a snapshot and passes its messages to the subscriber. Returns a result code. */
   private static native int receive(String settings, ISubscriber subscriber, int timeoutMillis);
 
   private static int print(Connection connection, Listener listener, Message message) {

@@ -1,10 +1,11 @@
-// Receives a replicated stream on a connection and a listener of its own, and passes the messages
+// Receives a replica on a connection and a listener that native code owns, and passes the messages
 // to a Java subscriber, as a listener made in Java does.
 #include <oxli/oxjni.h>
 
 namespace {
 
-// Lives inside one native call: the JNIEnv and the local references are those of its thread.
+// Owns a connection and a listener during one native call. Uses the JNIEnv and the local references
+// of the calling thread.
 class Receiver {
  public:
   Receiver(JNIEnv* env, jobject subscriber, jmethodID onMessage)
@@ -35,7 +36,7 @@ class Receiver {
     return ox_lsn_open(lsn_, "");
   }
 
-  // Returns when the snapshot is complete, or when nothing has arrived within the timeout.
+  // Returns when the snapshot is complete, or when no message is delivered within the timeout.
   int receive(int timeoutMillis) {
     for (long before = -1; !complete_ && delivered_ != before;) {
       before = delivered_;
@@ -52,12 +53,12 @@ class Receiver {
   int deliver(ox_msg_t* msg) {
     ++delivered_;
     if (msg->type == OX_MSG_ZRREPL_ONLINE) complete_ = true;
-    // Not to be deleted: the binding owns the object and fills it anew for the next message.
+    // Do not delete this reference: the binding owns the object and uses it for the next message.
     const jobject message = oxjni_lsn_cacheget(env_, lsn_, msg, binding_);
     if (!message || env_->ExceptionCheck()) return OX_ERR_INTERNAL;
     const jint result =
         env_->CallIntMethod(subscriber_, onMessage_, connection_, listener_, message);
-    // A pending exception ends the delivery here, and is thrown when the native returns.
+    // A pending exception must end the delivery. Java throws it when the native returns.
     return env_->ExceptionCheck() ? OX_ERR_INTERNAL : result;
   }
 

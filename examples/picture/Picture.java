@@ -9,7 +9,7 @@ import org.quendel.oxli.messages.DataMessage;
 import org.quendel.oxli.messages.Message;
 
 /**
- * Sends a picture of 1 MiB as a z-block of its message. Neither program copies it: the post reads
+ * Sends a picture of 1 MiB as a z-block of its message. Java code does not copy it: the post reads
  * the sender's buffer, and the receiver adds up the bytes in the gateway's memory.
  */
 public final class Picture {

@@ -9,9 +9,9 @@ import org.quendel.oxli.messages.Message;
 import org.quendel.oxli.messages.ZrMqTimeOutMessage;
 
 /**
- * Requests and replies. A post reaches every listener of its stream, requests and replies alike, so
- * each side picks its messages by their name. The user id of a request says which reply, or which
- * timeout, belongs to it.
+ * Posts requests and replies. A post reaches every listener of its stream, so requests and replies
+ * reach both sides, and each side selects its messages by name. A reply and a timeout contain the
+ * user id of their request.
  */
 public final class Temperatures {
   private static final String STREAM = "stream=temperatures;scheme=?{messages=request,reply;"
@@ -19,13 +19,13 @@ public final class Temperatures {
 
   private final Map<String, Integer> degrees = Map.of("Oslo", -3, "Rome", 14);
   private final Publisher replies;
-  private int open; // requests without reply or timeout
+  private int open; // number of requests without a reply or timeout
 
   private Temperatures(Publisher replies) {
     this.replies = replies;
   }
 
-  /** Answers the requests for cities that it knows, and leaves the others to their timeout. */
+  /** Posts replies to the requests for known cities. The other requests time out. */
   private int serve(Connection connection, Listener listener, Message message) {
     if (!(message instanceof DataMessage)) return 0;
     final DataMessage request = (DataMessage) message;
@@ -41,7 +41,7 @@ public final class Temperatures {
     return 0;
   }
 
-  /** Receives the replies and the timeouts. */
+  /** Prints the replies and the timeouts. */
   private int receive(Connection connection, Listener listener, Message message) {
     if (message instanceof ZrMqTimeOutMessage) {
       System.out.println(((ZrMqTimeOutMessage) message).getUserId() + ": no reply");

@@ -20,16 +20,16 @@ import org.quendel.oxli.messages.ZrReplLifeNumMessage;
 import org.quendel.oxli.messages.ZrReplStateMessage;
 
 /**
- * Keeps the rows of a replicated stream in a table, saves the table with the state of the replica
- * when the listener closes, and resumes from the saved file: the second run receives only what has
- * changed in between.
+ * Stores the rows of a replica in a table, saves the table with the state of the replica when the
+ * listener is closed, and resumes from the saved file: the second run receives only the changes
+ * since the first one.
  */
 public final class PriceTable {
   private static final String STREAM = "stream=prices;mode=replica";
   private static final String SCHEME = "scheme=?{messages=price;"
       + "message.price=?{fields=name:c8,cents:i8;indices=pk;index.pk=?{fields=name}}}";
 
-  /** A row with its revision, by which the gateway tells which rows have been deleted. */
+  /** A row with its revision, which tells whether the gateway has deleted the row. */
   private static final class Row {
     final long revision;
     final long cents;
@@ -42,7 +42,7 @@ public final class PriceTable {
 
   private final Path file;
   private final Map<String, Row> rows = new TreeMap<>();
-  private String state = ""; // of the replica that the rows are from; empty: none
+  private String state = ""; // the state of the replica after these rows; empty if there is none
   private int changes;
 
   private PriceTable(Path file) throws IOException {
@@ -64,7 +64,7 @@ public final class PriceTable {
 
   private int onMessage(Connection connection, Listener listener, Message message) {
     if (message instanceof ZrReplLifeNumMessage) {
-      // Another life number than that of the saved state: the saved rows are those of another stream.
+      // If the saved state has another life number, the saved rows are stale.
       final long life = ((ZrReplLifeNumMessage) message).getLifenum();
       if (!state.contains("lifenum=" + life + ";")) rows.clear();
     } else if (message instanceof StreamDataMessage) {
@@ -82,11 +82,11 @@ public final class PriceTable {
     return 0;
   }
 
-  /** Follows the stream until what is queued has been delivered, as one run of a consumer does. */
+  /** Receives the queued messages of the stream, as one run of a consumer does. */
   private static void consume(Connection connection, Path file) throws IOException {
     final PriceTable table = new PriceTable(file);
     try (Listener listener = connection.newListener(STREAM, table::onMessage)) {
-      // The state contains a semicolon, so it stands in quotes.
+      // The state contains a semicolon, so it must be quoted.
       listener.open(table.state.isEmpty() ? "" : "replstate=\"" + table.state + '"');
       connection.process(1000);
     }

@@ -31,7 +31,7 @@ std::string decode(const std::string& text, std::size_t size) {
   return data.substr(0, size);
 }
 
-TEST(Base64, KnownTexts) {
+TEST(Base64, EncodesAndDecodesKnownStrings) {
   struct {
     const char *data, *text;
   } const cases[] = {{"", ""},
@@ -49,7 +49,7 @@ TEST(Base64, KnownTexts) {
   }
 }
 
-TEST(Base64, TextsThatNobodyEncodes) {
+TEST(Base64, DecodesMalformedStrings) {
   struct {
     const char* text;
     std::string data;
@@ -65,7 +65,7 @@ TEST(Base64, TextsThatNobodyEncodes) {
   for (const auto& c : cases) EXPECT_EQ(c.data, decode(c.text, c.data.size()));
 }
 
-TEST(Base64, Lengths) {
+TEST(Base64, ReturnsLengths) {
   struct {
     unsigned long data, text;
   } const cases[] = {{0, 0},
@@ -74,14 +74,14 @@ TEST(Base64, Lengths) {
                      {3, 4},
                      {4, 8},
                      {3ul << 40, 4ul << 40},
-                     {1ul << 60, 1537228672809129216ul},  // as near as doubles come
+                     {1ul << 60, 1537228672809129216ul},  // computed with a double
                      {~0ul, ~0ul}};
   for (const auto& c : cases) EXPECT_EQ(c.text, Base64::encode_len(nullptr, c.data));
   for (const unsigned long size : {0ul, 1ul, 2ul, 3ul})
     EXPECT_EQ(0u, Base64::decode_len("===", size));
 }
 
-TEST(Base64, EveryByteHasAValue) {
+TEST(Base64, DecodesEveryByte) {
   for (int c = 0; c < 256; ++c) {
     const char text[] = {static_cast<char>(c), 'A', 'A', 'A'};
     const void* const found = std::memchr(Base64::encoding_table, c, 64);
@@ -91,7 +91,7 @@ TEST(Base64, EveryByteHasAValue) {
   }
 }
 
-TEST(Base64, TableIsMadeAgain) {
+TEST(Base64, MakesTheTableAgainAfterCleanup) {
   Base64::base64_cleanup();
   Base64::base64_cleanup();
   EXPECT_EQ(nullptr, Base64::decoding_table);
@@ -101,7 +101,7 @@ TEST(Base64, TableIsMadeAgain) {
   EXPECT_EQ(table, Base64::decoding_table);
 }
 
-TEST(Base64, ThreadsShareTheFirstTable) {
+TEST(Base64, ThreadsUseOneTable) {
   constexpr int kThreads = 4;
   for (int round = 0; round < 200; ++round) {
     Base64::base64_cleanup();
@@ -121,7 +121,7 @@ TEST(Base64, ThreadsShareTheFirstTable) {
   }
 }
 
-// As java.util.Base64 encodes the bytes 0 to 255.
+// The expected string is the encoding of the bytes 0 to 255 by java.util.Base64.
 TEST(Base64, AgreesWithJava) {
   const std::string text =
       "AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8gISIjJCUmJygpKissLS4vMDEyMzQ1Njc4"

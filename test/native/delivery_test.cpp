@@ -125,7 +125,7 @@ TEST_F(DeliveryTest, EachOpeningMakesNewMessageObjects) {
   for (const jobject object : objects) env->DeleteGlobalRef(object);
 }
 
-TEST_F(DeliveryTest, ExceptionsStayPendingAndStopDelivery) {
+TEST_F(DeliveryTest, ExceptionsStayPendingAndEndTheDelivery) {
   script.onMessage = [this](JNIEnv*, jobject) {
     throwError();
     return ++messages;
@@ -149,8 +149,8 @@ TEST_F(DeliveryTest, CallsNoJavaOutsideGatewayCalls) {
   EXPECT_EQ(0, messages);
 }
 
-// A enters, B enters, A leaves, B leaves: the record then contains the JNIEnv of A, although A has
-// left.
+// Thread A enters, B enters, A leaves, B leaves: the record then contains the JNIEnv of A, although
+// A has left.
 TEST_F(DeliveryTest, OverlappingCallsDeliverWithTheJniEnvOfTheirThread) {
   ConnData& record = *fromHandle<ConnData>(connection);
   std::atomic<JNIEnv*> second{nullptr};
@@ -185,7 +185,7 @@ TEST_F(DeliveryTest, OverlappingCallsDeliverWithTheJniEnvOfTheirThread) {
   b.join();
   EXPECT_EQ((std::vector<JNIEnv*>{first, second}), deliveredOn);
 
-  // No thread is inside then, although the record still has a JNIEnv.
+  // The record still contains a JNIEnv, although no thread is inside a call.
   ASSERT_EQ(first, record.env.load());
   ox_msg_t msg = service;
   EXPECT_EQ(OX_ERR_INTERNAL, standin::deliverNow(lsn(), &msg));
@@ -321,11 +321,11 @@ TEST_F(DeliveryTest, DestroyedRecordsAreFreedAfterTheCall) {
     standin::clearCalls();
     env->PopLocalFrame(nullptr);
   }
-  // One leaked allocation in each of the 90 rounds would add 90.
+  // If each of the 90 rounds leaked one allocation, the difference would be 90.
   EXPECT_LT(liveAllocations() - before, 45);
 }
 
-TEST_F(DeliveryTest, CallbackMayDestroyTheListenerOfTheCall) {
+TEST_F(DeliveryTest, CallbackMayDestroyTheListenerOfTheGatewayCall) {
   const auto destroy = [&](JNIEnv* on, jobject) {
     script.onMessage = nullptr;
     ++messages;

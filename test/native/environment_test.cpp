@@ -23,7 +23,7 @@ class EnvironmentTest : public NativeTest {
   jint close() const { return OXLI(env_1close)(env, nullptr); }
 };
 
-TEST_F(EnvironmentTest, GatewaySeesTheSettingsAndThePlatform) {
+TEST_F(EnvironmentTest, GatewayReceivesTheSettingsAndThePlatform) {
   for (const char* settings : {"", "log=", "a=1;", "platform=c"}) {
     standin::clearCalls();
     EXPECT_EQ(OX_ERR_OK, open(settings));
@@ -34,20 +34,20 @@ TEST_F(EnvironmentTest, GatewaySeesTheSettingsAndThePlatform) {
   }
 }
 
-TEST_F(EnvironmentTest, OpensOnce) {
+TEST_F(EnvironmentTest, SecondOpenIsRefused) {
   ASSERT_EQ(OX_ERR_OK, open("a=1"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open("b=2"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open(nullptr));
   EXPECT_EQ(Lines{"ox_env_open \"a=1;platform=java\""}, standin::calls());
 }
 
-TEST_F(EnvironmentTest, NullSettingsBuildNothing) {
+TEST_F(EnvironmentTest, NullSettingsAreRefusedBeforeAnyLookup) {
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, open(nullptr));
   EXPECT_EQ(nullptr, JEnv::spInstance);
   EXPECT_EQ(0, probe->counts.lookups);
 }
 
-TEST_F(EnvironmentTest, GatewayFailureLeavesTheCacheUntilClosed) {
+TEST_F(EnvironmentTest, ClassCacheStaysAfterAFailedOpenUntilClosed) {
   standin::failNext("ox_env_open", 0x2abcd);
   EXPECT_EQ(0x2abcd, open(""));
   EXPECT_NE(nullptr, JEnv::spInstance);
@@ -58,7 +58,7 @@ TEST_F(EnvironmentTest, GatewayFailureLeavesTheCacheUntilClosed) {
   EXPECT_EQ(OX_ERR_OK, open(""));
 }
 
-TEST_F(EnvironmentTest, CacheLivesUntilTheGatewayHasClosed) {
+TEST_F(EnvironmentTest, FailedCloseReleasesTheClassCache) {
   ASSERT_EQ(OX_ERR_OK, open(""));
   EXPECT_EQ(33u, JEnv::spInstance->classRefs.size());
   standin::failNext("ox_env_close", 0x2abcd);
@@ -67,9 +67,9 @@ TEST_F(EnvironmentTest, CacheLivesUntilTheGatewayHasClosed) {
   EXPECT_EQ(OX_ERR_OK, close());
 }
 
-// Fails every lookup in turn: each names what is missing, in the order of the contract, and leaves
-// nothing.
-TEST_F(EnvironmentTest, LookupsAreTheContract) {
+// Fails every lookup in turn. Each failure names the missing class or method and releases
+// everything.
+TEST_F(EnvironmentTest, LookupsAreThoseOfTheListInThisOrder) {
   Lines expected;
   std::ifstream file(OXLI_TEST_LOOKUPS);
   for (std::string line; std::getline(file, line);) expected.push_back(line);
@@ -81,14 +81,14 @@ TEST_F(EnvironmentTest, LookupsAreTheContract) {
     probe->failAt(n, JniProbe::Fault::kThrows);
     const std::string line =
         standardError([&] { EXPECT_EQ(OX_ERR_INTERNAL, OXLI(env_1open)(env, nullptr, settings)); });
-    // After the lookups come the characters of the settings.
+    // The first call after the lookups acquires the characters of the settings.
     if (line.rfind("Failed", 0) != 0) {
       EXPECT_EQ(lineOf("Java_org_quendel_oxli_impl_OxliImpl_env_1open settings"), line);
       break;
     }
     EXPECT_EQ(nullptr, JEnv::spInstance);
     EXPECT_EQ(0, probe->counts.globals);
-    // Two calls of a class fail with one line: the lookup and the global reference.
+    // The lookup of a class and its global reference are two calls with the same line.
     if (seen.empty() || seen.back() + "\n" != line) seen.push_back(line.substr(0, line.size() - 1));
     clearException();
   }
@@ -109,7 +109,7 @@ class ExitEventTest : public EnvironmentTest {
     registerHandler(nullptr);
     EnvironmentTest::TearDown();
   }
-  // Raises the event. Returns what the callback has logged.
+  // Raises the exit event. Returns the lines that the callback has logged.
   static Lines raised() {
     standin::clearCalls();
     EXPECT_TRUE(standin::raiseExit());
@@ -126,7 +126,7 @@ constexpr char kAttach[] = "[ExitEvent]: attach java to new thread.";
 constexpr char kInvoke[] = "[ExitEvent]: Invoke java onExitEvent.";
 constexpr char kAfter[] = "[ExitEvent]: After Invoke java onExitEvent.";
 
-TEST_F(ExitEventTest, ReachesTheHandlerOnAGatewayThread) {
+TEST_F(ExitEventTest, CallsTheHandlerOnAGatewayThread) {
   int events = 0;
   script.onExit = [&](JNIEnv*) { ++events; };
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
@@ -149,7 +149,7 @@ TEST_F(ExitEventTest, ReachesTheHandlerOnAGatewayThread) {
             standin::logLines());
 }
 
-TEST_F(ExitEventTest, CallsNoJavaWithoutCacheOrHandler) {
+TEST_F(ExitEventTest, CallsNoJavaWithoutClassCacheOrHandler) {
   script.onExit = [](JNIEnv*) { FAIL(); };
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
   EXPECT_EQ(Lines{kAttach}, raised());
@@ -214,7 +214,7 @@ std::vector<jint> resultsWithNulls(JNIEnv* env, Natives... natives) {
 }
 
 // Each native that needs the class cache refuses before it looks at its arguments.
-TEST_F(EnvironmentTest, ClosedEnvironmentIsAnInvalidState) {
+TEST_F(EnvironmentTest, NativesRefuseAClosedEnvironment) {
   const std::vector<jint> results = resultsWithNulls(
       env, &OXLI(conn_1new), &OXLI(conn_1open), &OXLI(conn_1close), &OXLI(conn_1getstate),
       &OXLI(conn_1destroy), &OXLI(lsn_1new), &OXLI(lsn_1open), &OXLI(lsn_1close),
@@ -233,8 +233,8 @@ TEST_F(EnvironmentTest, ClosedEnvironmentIsAnInvalidState) {
   EXPECT_EQ(Lines(), standin::calls());
 }
 
-// While it is open, each native refuses nulls without a gateway call.
-TEST_F(EnvironmentTest, NullsAreInvalidArguments) {
+// While the environment is open, each native refuses nulls without a gateway call.
+TEST_F(EnvironmentTest, NativesRefuseNulls) {
   ASSERT_EQ(OX_ERR_OK, open(""));
   standin::clearCalls();
   const std::vector<jint> results = resultsWithNulls(

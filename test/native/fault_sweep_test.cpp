@@ -41,10 +41,10 @@ struct Scenario {
   std::function<bool()> run;  // returns whether it has succeeded
   Action undo;
   Action prepare;
-  int silent = 0;               // number of calls that write no line when they throw
-  int silentNull = 0;           // number of calls that write no line when they return null
+  int silent = 0;               // number of calls that write no line if they throw
+  int silentNull = 0;           // number of calls that write no line if they return null
   bool succeedsAnyway = false;  // returns success although a call has thrown
-  int lines = 1;                // maximum of one failure, those of enclosing steps included
+  int lines = 1;                // maximum number of lines of one failure, with enclosing steps
   int globalsLeft = 0;          // global references that stay if storing the handle throws
 };
 

@@ -25,7 +25,7 @@ class MessageTest : public NativeTest {
     cache.clear(env);
     NativeTest::TearDown();
   }
-  // The object of the record's kind, filled.
+  // Returns the object for the kind of the record, filled from it.
   jobject get(ox_msg_t& msg) { return cache.get(env, &msg, nullptr, nullptr).object; }
   jobject get(ox_msg_data_t& msg) { return get(msg.head); }
   jobject get(ox_msg_streamdata_t& msg) { return get(msg.head); }
@@ -33,7 +33,7 @@ class MessageTest : public NativeTest {
   MessageCache cache;
 };
 
-TEST_F(MessageTest, EachTypeHasItsClass) {
+TEST_F(MessageTest, EachTypeHasAClass) {
   struct {
     std::uint32_t type;
     const char* name;
@@ -83,7 +83,7 @@ TEST_F(MessageTest, PayloadIsGatewayMemory) {
   EXPECT_EQ(78, getInt(close, "getReason"));
 }
 
-TEST_F(MessageTest, ServicePayloads) {
+TEST_F(MessageTest, PayloadsOfServiceMessagesAreRead) {
   std::int64_t time = -1;
   ox_msg_t timeMsg = serviceRecord(OX_MSG_TIME, &time, sizeof time);
   EXPECT_EQ(-1, getLong(get(timeMsg), "getTime"));
@@ -113,7 +113,7 @@ TEST_F(MessageTest, ServicePayloads) {
   EXPECT_EQ(5, getInt(get(error), "getMsgIndex"));
 }
 
-TEST_F(MessageTest, MissingPayloads) {
+TEST_F(MessageTest, MissingPayloadsAreReported) {
   std::int64_t time = 5;
   ox_msg_t timeMsg = serviceRecord(OX_MSG_TIME, &time, sizeof time);
   get(timeMsg);
@@ -149,7 +149,7 @@ TEST_F(MessageTest, MissingPayloads) {
   EXPECT_EQ("(null)", getText(get(state), "getReplState"));
 }
 
-TEST_F(MessageTest, DataIsFilledThenRefreshed) {
+TEST_F(MessageTest, SecondMessageOfAKeyUpdatesTheObject) {
   ox_msg_data_t msg = dataRecord(0x100000005, 0x80000000);
   const jobject first = get(msg);
   EXPECT_EQ(5, getInt(first, "getMsgIndex"));
@@ -191,7 +191,7 @@ TEST_F(MessageTest, NullMapIsMadeOnceAndOverwritten) {
   get(without);
   EXPECT_TRUE(env->IsSameObject(map, getObject(object, "getNulls", "()[Z")));
 
-  // A map longer than the object's array: the exception is Java's, without a line.
+  // If the null map is longer than the object's array, Java throws, and no line is written.
   ox_msg_streamdata_t longer = rowRecord(1, nulls, 3);
   EXPECT_EQ("", standardError([&] { EXPECT_EQ(object, get(longer)); }));
   EXPECT_EQ("ArrayIndexOutOfBoundsException", clearException());
@@ -241,9 +241,9 @@ TEST_F(MessageTest, DataFactoryRefusesServiceTypes) {
   EXPECT_EQ(locals, probe->counts.locals);
 }
 
-TEST_F(MessageTest, FailedCreatesLeaveNothing) {
+TEST_F(MessageTest, FailedCreationsLeakNothing) {
   const long before = liveAllocations();
-  // The first call that makes something, and the global reference.
+  // Fails the first call that makes an object, then the call that makes the global reference.
   for (const int fault : {1, 3}) {
     for (std::uint32_t i = 0; i < 500; ++i) {
       ox_msg_data_t msg = dataRecord(UNKEYED_INDEX, 100000 + i);
@@ -256,7 +256,7 @@ TEST_F(MessageTest, FailedCreatesLeaveNothing) {
   EXPECT_EQ(before, liveAllocations());
 }
 
-// Keys that the cache finds in its table and keys that it searches for, in no order.
+// Some keys are in the table of small keys; the cache searches for the others.
 TEST_F(MessageTest, EveryKeyFindsItsObject) {
   const std::uint64_t keys[] = {70000, 3, 65535, 0, 65536, UINT64_MAX - 1, 4, 1000};
   for (const std::uint64_t key : keys) {

@@ -6,7 +6,7 @@ namespace oxli::test {
 
 namespace {
 
-// None of these needs an open environment.
+// Calls natives that need no open environment.
 class PassthroughTest : public NativeTest {
  protected:
   jobject buffer(void* bytes, jlong size) const { return env->NewDirectByteBuffer(bytes, size); }
@@ -19,7 +19,7 @@ class PassthroughTest : public NativeTest {
   }
 };
 
-TEST_F(PassthroughTest, GetstrGrowsItsBufferOnce) {
+TEST_F(PassthroughTest, GetstrEnlargesItsBufferOnce) {
   std::int32_t number = -7;
   EXPECT_EQ("-7", getstr("i4", &number, 4));
   EXPECT_EQ(1u, standin::calls().size());
@@ -44,7 +44,7 @@ TEST_F(PassthroughTest, GetstrGrowsItsBufferOnce) {
   EXPECT_EQ(nullptr, OXLI(getstr)(env, nullptr, text("i4"), nullptr));
 }
 
-TEST_F(PassthroughTest, LogLinesAreNoFormats) {
+TEST_F(PassthroughTest, LogLinesAreNotUsedAsFormats) {
   EXPECT_EQ(OX_ERR_OK, OXLI(log_1errorstr)(env, nullptr, text("100%s")));
   EXPECT_NE(std::string::npos, standin::logLines().at(0).find("100%s"));
   standin::failNext("ox_log_infostr", 0x2abcd);
@@ -56,7 +56,7 @@ TEST_F(PassthroughTest, ErrorCodesHaveStrings) {
                                    .find("OX_ERR_INVALIDSTATE"));
 }
 
-TEST_F(PassthroughTest, DecimalsKeepTheSignOfTheirScale) {
+TEST_F(PassthroughTest, ScalesOfDecimalsAreSigned) {
   struct {
     std::int64_t mantissa;
     std::int8_t scale;
@@ -72,7 +72,7 @@ TEST_F(PassthroughTest, DecimalsKeepTheSignOfTheirScale) {
   EXPECT_EQ("", standardError([&] { EXPECT_EQ("(null)", decimal(bad)); }));
 }
 
-TEST_F(PassthroughTest, SchemeTextIsNotImplemented) {
+TEST_F(PassthroughTest, SchemeGetstrIsNotImplemented) {
   EXPECT_EQ(nullptr, OXLI(scheme_1getstr)(env, nullptr));
   const jthrowable pending = env->ExceptionOccurred();
   env->ExceptionClear();

@@ -37,7 +37,7 @@ const Case kCases[] = {
     {"a=\"b;", {}, UNABLE "Syntax error near substring a=b;. The entire string is 'a=\"b;'."},
 };
 
-TEST(Properties, Grammar) {
+TEST(Properties, ParsesTheGrammar) {
   for (const Case& c : kCases) {
     SCOPED_TRACE(c.settings);
     Properties properties;
@@ -47,7 +47,7 @@ TEST(Properties, Grammar) {
   }
 }
 
-TEST(Properties, ParseAddsAndKeepsTheLatestError) {
+TEST(Properties, ParseAddsPairsAndRetainsTheLatestError) {
   Properties properties;
   EXPECT_FALSE(properties.parse("a=1;b"));
   const std::string error = properties.lastError;
@@ -56,10 +56,10 @@ TEST(Properties, ParseAddsAndKeepsTheLatestError) {
   EXPECT_EQ(error, properties.lastError);
 }
 
-TEST(Properties, ParsesItsOwnValuesAndMoves) {
+TEST(Properties, ParsesItsOwnValuesAndCanBeMoved) {
   static_assert(Properties::Quoted == 4);
   Properties properties;
-  // The value that is being parsed is replaced by its own first pair.
+  // The first pair of the parsed value replaces this value.
   ASSERT_TRUE(properties.parse("a=\"a=first;b=a second value that no short string holds\""));
   ASSERT_TRUE(properties.parse(properties.get("a")));
   const Pairs expected = {{"a", "first"}, {"b", "a second value that no short string holds"}};
@@ -70,7 +70,7 @@ TEST(Properties, ParsesItsOwnValuesAndMoves) {
   EXPECT_EQ(memory, moved.get("b").data());
 }
 
-TEST(Properties, ReadsThroughItsDictionary) {
+TEST(Properties, ImplementsIDictionary) {
   Properties properties;
   ASSERT_TRUE(properties.parse("a="));
   const oxutils::IDictionary& dictionary = properties;
@@ -80,7 +80,7 @@ TEST(Properties, ReadsThroughItsDictionary) {
   EXPECT_EQ(&dictionary.get("A"), &dictionary.get("B"));
 }
 
-TEST(Properties, FollowsTheGrammarsTable) {
+TEST(Properties, AgreesWithTheTableOfTheGrammar) {
   constexpr char kCharacters[] = R"(=;?{}"\ab)";
   std::mt19937 random(1);
   for (int i = 0; i < 200000; ++i) {

@@ -61,7 +61,7 @@ class PublisherTest : public NativeTest {
   jlong replica = 0;
 };
 
-TEST_F(PublisherTest, KeysAreOfTheirClass) {
+TEST_F(PublisherTest, KeysMustHaveTheClassOfTheirType) {
   struct {
     jint keyType;
     jobject key;
@@ -93,7 +93,7 @@ TEST_F(PublisherTest, NewMessageIsBoundToRecordSchemeAndPublisher) {
   EXPECT_EQ("StreamDataMessage", className(newMessage(replica, "m")));
 }
 
-TEST_F(PublisherTest, SchemeFailureWinsAndTheRecordGoesBack) {
+TEST_F(PublisherTest, SchemeErrorTakesPrecedenceAndTheRecordIsFreed) {
   const std::size_t alive = standin::liveObjects();
   standin::failNext("ox_pub_getscheme", 0x2abcd);
   EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
@@ -103,7 +103,7 @@ TEST_F(PublisherTest, SchemeFailureWinsAndTheRecordGoesBack) {
   EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
   standin::failNext("ox_pub_msgnew", 0x2abce);
   EXPECT_EQ(0x2abce, msgNew(OX_KEY_NAME, text("m")));
-  // A success that makes no record.
+  // The gateway returns success without a record.
   standin::failNext("ox_pub_msgnew", OX_ERR_OK);
   EXPECT_EQ(OX_ERR_INTERNAL, msgNew(OX_KEY_NAME, text("m")));
 }
@@ -177,7 +177,7 @@ TEST_F(PublisherTest, NullMapIsExchangedUnlessTooShort) {
   EXPECT_EQ(own, msg.nulls);
 }
 
-// Restored by what has been exchanged: the balance of acquired memory notices what is not released.
+// The fields are restored independently of the type; TearDown detects memory that is not released.
 TEST_F(PublisherTest, GatewayMayChangeTheTypeOfARecord) {
   const jobject data = newMessage(publisher, "m");
   set(data, "setAddress", "(Ljava/lang/String;)V", text("gate"));
@@ -197,7 +197,7 @@ TEST_F(PublisherTest, GatewayMayChangeTheTypeOfARecord) {
   EXPECT_EQ(own, rowRecord.nulls);
 }
 
-TEST_F(PublisherTest, DumpGrowsItsBufferOnce) {
+TEST_F(PublisherTest, DumpEnlargesItsBufferOnce) {
   const jobject message = newMessage(publisher, "m");
   set(message, "setAddress", "(Ljava/lang/String;)V", text("gate"));
   standin::clearCalls();
@@ -219,7 +219,7 @@ TEST_F(PublisherTest, DumpGrowsItsBufferOnce) {
   EXPECT_EQ(nullptr, record<ox_msg_data_t>(message).addr);
 }
 
-TEST_F(PublisherTest, MessageWithoutRecordNeverReachesTheGateway) {
+TEST_F(PublisherTest, MessagesWithoutRecordAreNotPassedToTheGateway) {
   const jobject message = newMessage(publisher, "m");
   const jlong ref = getLong(message, "getRef");
   set(message, "setRef", "(J)V", jlong{0});

@@ -19,7 +19,7 @@ using jni::ListenerData;
 using jni::PublisherData;
 using jni::toHandle;
 
-// Gateway objects that native code made itself.
+// Wraps gateway objects that native code has made.
 class RegistryTest : public NativeTest {
  protected:
   void SetUp() override {
@@ -47,7 +47,8 @@ class RegistryTest : public NativeTest {
     return 0;
   }
 
-  // Wraps a connection that is registered already. Only the constructor receives the record then.
+  // Wraps a connection that is registered already. Returns the new record, which only the Java
+  // constructor receives.
   jlong recordOfNextWrap(ox_conn_t* handle) {
     ConnData* const registered = jni::remove(ConnData::sConnDataMap, handle);
     EXPECT_NE(nullptr, oxjni_conn_wrap(env, handle));
@@ -63,7 +64,7 @@ class RegistryTest : public NativeTest {
   jobject received = nullptr;
 };
 
-TEST_F(RegistryTest, ConnectionKeepsItsFirstRecord) {
+TEST_F(RegistryTest, FirstRecordOfAConnectionStaysRegistered) {
   const jobject first = oxjni_conn_wrap(env, conn);
   EXPECT_EQ("Connection", className(first));
   ConnData* const kept = find(ConnData::sConnDataMap, conn);
@@ -78,11 +79,11 @@ TEST_F(RegistryTest, ConnectionKeepsItsFirstRecord) {
   EXPECT_EQ(before - 1, probe->counts.globals);
   std::int32_t state = -1;
   EXPECT_EQ(OX_ERR_OK, ox_conn_getstate(conn, &state));
-  // The second record is left to its Java object.
+  // The second record is never released, because its address is the handle of a Java object.
   globalsLeft = 1;
 }
 
-TEST_F(RegistryTest, ListenerRegistersItsNewestRecord) {
+TEST_F(RegistryTest, LatestRecordOfAListenerIsRegistered) {
   void* first = nullptr;
   EXPECT_EQ("Listener", className(oxjni_lsn_wrap(env, conn, lsn, &first)));
   EXPECT_EQ(nullptr, static_cast<ListenerData*>(first)->connData);
@@ -95,7 +96,7 @@ TEST_F(RegistryTest, ListenerRegistersItsNewestRecord) {
   globalsLeft = 1;
 }
 
-TEST_F(RegistryTest, PublisherReleasesTheRecordItReplaces) {
+TEST_F(RegistryTest, ReplacedRecordOfAPublisherIsReleased) {
   const int before = probe->counts.globals;
   EXPECT_EQ("Publisher", className(oxjni_pub_wrap(env, pub)));
   const jobject second = oxjni_pub_wrap(env, pub);
@@ -108,7 +109,7 @@ TEST_F(RegistryTest, WrappedListenerReturnsMessageObjects) {
   ASSERT_EQ(OX_ERR_OK, ox_conn_process(conn, 0, nullptr));
   EXPECT_EQ("OpenMessage", className(received));
 
-  // The Java listener made by the wrap answers for the scheme.
+  // The Java listener that the wrap has made returns the scheme.
   ASSERT_EQ(OX_ERR_OK, ox_pub_open(pub, "scheme=?{messages=m;message.m=?{fields=f:i4}}"));
   ox_msg_t* msg = nullptr;
   const std::int32_t index = 0;
@@ -122,7 +123,7 @@ TEST_F(RegistryTest, WrappedListenerReturnsMessageObjects) {
   const jobject jscheme = getObject(received, "getScheme", "()Lorg/quendel/oxli/Scheme;");
   EXPECT_EQ(toHandle(scheme), getLong(jscheme, "getRef"));
 
-  // With an exception pending, and without a JNIEnv.
+  // Returns null while an exception is pending, and without a JNIEnv.
   throwError();
   EXPECT_EQ(nullptr, oxjni_lsn_cacheget(env, lsn, msg, record));
   EXPECT_EQ("Error", clearException());
@@ -177,8 +178,8 @@ TEST_F(RegistryTest, ListenersBoundTwiceAreDestroyedOneByOne) {
   }
 }
 
-// As from the CLOSE that a gateway raises while it destroys a connection.
-TEST_F(RegistryTest, ConnectionIsDestroyedOnceMoreByItsOwnGatewayCall) {
+// A gateway delivers CLOSE while it destroys a connection; the subscriber may destroy it again.
+TEST_F(RegistryTest, ConnectionMayBeDestroyedAgainInsideItsDestroyCall) {
   const jlong connection = newConnection();
   standin::runDuringNext("ox_conn_destroy", [&] {
     EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(env, nullptr, connection));

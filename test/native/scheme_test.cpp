@@ -14,7 +14,7 @@ namespace {
 
 using jni::JEnv;
 
-// How the scheme of SchemeTest begins, without its hints and fields.
+// The start of the converted scheme of SchemeTest, before its hints and fields.
 constexpr char kHead[] = "scheme of type 4294967295, features 2147483649\n  message m, id 3\n";
 
 class SchemeTest : public NativeTest {
@@ -92,7 +92,7 @@ TEST_F(SchemeTest, IntegersOfNamedValuesAreSignExtended) {
   EXPECT_EQ(jni::toHandle(&scheme), getLong(jscheme, "getRef"));
 }
 
-TEST_F(SchemeTest, NestedMessagesIndexesAndHints) {
+TEST_F(SchemeTest, NestedMessagesIndexesAndHintsAreConverted) {
   ox_field_desc_t price = {};
   price = {nullptr, 0, "price", "", "d", 9, 0, nullptr, 0, nullptr, {}, nullptr};
   ox_message_desc_t leg = {nullptr, 9, 1, &price, 0xffffffff, "leg", "", nullptr, 0, nullptr};
@@ -128,7 +128,7 @@ TEST_F(SchemeTest, NestedMessagesIndexesAndHints) {
   EXPECT_EQ("", errors);
 }
 
-TEST_F(SchemeTest, ListsNeedNotMatchTheirCounts) {
+TEST_F(SchemeTest, ListsMayDifferFromTheirCounts) {
   addField("i1", 1);
   message.num_fields = 2;
   EXPECT_EQ(std::string(kHead) +
@@ -163,7 +163,7 @@ TEST_F(SchemeTest, ListsNeedNotMatchTheirCounts) {
   EXPECT_EQ("scheme of type 1, features 2\n", converted());
 }
 
-TEST_F(SchemeTest, EndlessListsAndNestingFail) {
+TEST_F(SchemeTest, CircularListsAndDeepNestingFail) {
   const std::string start = "\nJNI Exception at ";
   const std::string end = start + "set message desc array element\n\n";
   ox_field_desc_t& field = addField("i1", 1);
@@ -205,7 +205,7 @@ TEST_F(SchemeTest, EndlessListsAndNestingFail) {
   EXPECT_NE(std::string::npos, converted().find(deepest));
   EXPECT_EQ("", errors);
 
-  // One level more, and a message that contains itself.
+  // Fails for one further level, and for a message that contains itself.
   ox_message_desc_t surplus = {nullptr, 0, 0, nullptr, 0, "n", "", nullptr, 0, nullptr};
   ox_field_desc_t last = {};
   outer->num_fields = 1;
@@ -219,7 +219,7 @@ TEST_F(SchemeTest, EndlessListsAndNestingFail) {
   }
 }
 
-TEST_F(SchemeTest, PartsConvertOnTheirOwn) {
+TEST_F(SchemeTest, ExportedFunctionsConvertParts) {
   ox_hint_t second = {nullptr, "b", nullptr};
   const ox_hint_t first = {&second, "a", "1"};
   const jobjectArray hints = getHints(env, &first);

@@ -9,13 +9,13 @@ namespace {
 
 using oxutils::StringUtils;
 
-TEST(StringUtils, FormatCutsLongText) {
+TEST(StringUtils, FormatTruncatesLongStrings) {
   EXPECT_EQ("7 = x", StringUtils::format("%d = %s", 7, "x"));
   const std::string longText(20000, 'x');
   EXPECT_EQ(std::string(16383, 'x'), StringUtils::format("%s", longText.c_str()));
 }
 
-TEST(StringUtils, AppendParamStrTakesTheListOver) {
+TEST(StringUtils, AppendParamStrOwnsAndFreesTheList) {
   char* list = StringUtils::appendParamStr(nullptr, "a");
   EXPECT_STREQ("a", list);
   EXPECT_EQ(nullptr, StringUtils::appendParamStr(list, nullptr));
@@ -66,7 +66,7 @@ TEST(StringUtils, ReadsIntegers) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     unsigned value = kUntouched;
-    errno = EINVAL;  // of an earlier call
+    errno = EINVAL;  // an error of an earlier call must have no effect
     EXPECT_EQ(c.asInt, StringUtils::str2int(value, c.text, c.base));
     EXPECT_EQ(c.asInt == 0 ? c.value : kUntouched, value);
     value = kUntouched;
@@ -75,7 +75,7 @@ TEST(StringUtils, ReadsIntegers) {
   }
 }
 
-TEST(StringUtils, ReadsBinaryAsWell) {
+TEST(StringUtils, ReadsBinaryDecimalAndHexadecimal) {
   struct {
     const char* text;
     unsigned long value;
@@ -85,7 +85,7 @@ TEST(StringUtils, ReadsBinaryAsWell) {
   for (const auto& c : cases) EXPECT_EQ(c.value, oxutils::str_to_ul(c.text)) << c.text;
 }
 
-TEST(StringUtils, NamesTheSystem) {
+TEST(StringUtils, ReturnsTheVersionOfTheSystem) {
   utsname os;
   ASSERT_EQ(0, uname(&os));
   EXPECT_EQ(StringUtils::format("%s %s %s %s", os.sysname, os.release, os.version, os.machine),
@@ -110,7 +110,7 @@ TEST(StringUtils, ConvertsCodePage1251) {
   }
 }
 
-TEST(StringUtils, ConversionHasNoSpareCapacityAndABoundedLength) {
+TEST(StringUtils, ConversionAllocatesExactlyAndLimitsTheLength) {
   std::string longText(1000, 'x');
   EXPECT_EQ(1000u, StringUtils::cp1251ToUtf8(longText.data(), longText.size()).capacity());
   char in[] = "x";

@@ -14,7 +14,7 @@ using jni::fromHandle;
 using jni::load;
 using jni::ZBlockData;
 
-// The Java `ZBlock` receives its own handle, as on the Java side.
+// Passes the Java `ZBlock` as its own out-parameter, as the Java API does.
 class ZBlockTest : public NativeTest {
  protected:
   void SetUp() override {
@@ -93,7 +93,7 @@ TEST_F(ZBlockTest, OneBindingMovesFromDescriptorToDescriptor) {
   EXPECT_TRUE(says(at(18), 2, block + 1));
 }
 
-TEST_F(ZBlockTest, UnusablePlacesAndBlocksAreRefused) {
+TEST_F(ZBlockTest, InvalidOffsetsPayloadsAndBlocksAreRefused) {
   wrap(payload, kOffset);
   put(20, 0x80000000, block);
   put(0, 1, nullptr);
@@ -114,7 +114,7 @@ TEST_F(ZBlockTest, UnusablePlacesAndBlocksAreRefused) {
     wrap(c.payload, c.offset);
     EXPECT_EQ(nullptr, data());
     EXPECT_EQ(bound, handle());
-    // The binding has left the descriptor that it was found at.
+    // The binding is released from its earlier descriptor.
     EXPECT_EQ(nullptr, descriptor());
     EXPECT_EQ(OX_ERR_INTERNAL, OXLI(zblock_1rebind)(env, nullptr, payload, bound));
     wrap(payload, kOffset);

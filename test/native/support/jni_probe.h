@@ -10,7 +10,8 @@
 namespace oxli::test {
 
 // Wraps the JNI functions of one thread: counts what is acquired and released, records each call
-// that JNI forbids while an exception is pending, and fails the n-th call on demand. One at a time.
+// that JNI forbids while an exception is pending, and fails the n-th call on demand. Only one
+// object may exist at a time.
 class JniProbe {
  public:
   explicit JniProbe(JNIEnv* env);
@@ -19,12 +20,12 @@ class JniProbe {
   ~JniProbe();
 
   enum class Fault {
-    kThrows,      // any call that runs Java or makes something leaves an exception pending
-    kReturnsNull  // a call that makes something returns null and leaves nothing pending
+    kThrows,      // a call that runs Java or makes an object leaves an exception pending
+    kReturnsNull  // a call that makes an object returns null and leaves no exception pending
   };
-  // Fails the n-th call from now on that can fail so, once; n counts from 1.
+  // Fails, once, the n-th of the following calls that can fail in this way; n counts from 1.
   void failAt(int n, Fault fault);
-  // Stops failing. Returns whether the fault has happened.
+  // Cancels the fault if it has not happened. Returns whether it has happened.
   bool disarm();
 
   struct Counts {
@@ -39,7 +40,7 @@ class JniProbe {
   };
   Counts counts;
   std::vector<std::string> forbidden;
-  // Runs when characters or array elements are released; may be empty.
+  // Called when characters or array elements are released; may be empty.
   std::function<void()> onRelease;
 
  private:

@@ -21,8 +21,8 @@ namespace oxli::test {
 // Returns the virtual machine of the process.
 JavaVM* virtualMachine();
 
-// The functions that the scripted Java objects call. SetUp clears them; an empty one does nothing
-// and returns 0 or null.
+// The functions that the scripted Java objects call. SetUp clears them. An empty function does
+// nothing and returns 0 or null.
 struct Script {
   std::function<jint(JNIEnv*, jobject message)> onMessage;
   std::function<jobject(JNIEnv*)> getScheme;
@@ -30,9 +30,8 @@ struct Script {
 };
 extern Script script;
 
-// Runs each test on the main thread, with a JniProbe. Afterwards closes the environment and checks
-// that everything acquired has been released: references, characters, gateway objects, registry
-// entries.
+// Runs each test on the main thread, with a JniProbe. TearDown closes the environment and checks
+// that all references, characters, gateway objects and registry entries have been released.
 class NativeTest : public ::testing::Test {
  protected:
   void SetUp() override;

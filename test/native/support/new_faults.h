@@ -3,11 +3,11 @@
 
 namespace oxli::test {
 
-// Fails the n-th allocation of this thread from now on, once; n counts from 1.
+// Fails, once, the n-th of the following allocations of this thread; n counts from 1.
 void failAllocationAt(int n);
-// Stops failing. Returns whether the fault has happened.
+// Cancels the fault if it has not happened. Returns whether it has happened.
 bool disarmAllocations();
-// Returns the allocations less the deallocations of this thread.
+// Returns the number of allocations minus the number of deallocations of this thread.
 long liveAllocations();
 
 }  // namespace oxli::test

@@ -8,7 +8,7 @@
 
 namespace oxli::test {
 
-// Make gateway records. What they point to belongs to the test.
+// Make gateway records. The test owns the memory that they point to.
 inline ox_msg_t serviceRecord(std::uint32_t type, void* data = nullptr, std::size_t size = 0) {
   ox_msg_t msg = {};
   msg.type = type;
