@@ -167,8 +167,9 @@ public final class Environment implements AutoCloseable {
    * IExitEventHandler#onExitEvent}.
    *
    * <p>First writes lines to the gateway's log, at level info, for the connections and z-blocks
-   * that are not closed, and for the outgoing messages of these connections. The lines are also
-   * written if the virtual machine ends before the close. Objects that the application closes by
+   * that are not closed, and for the outgoing messages of these connections: at most 20 lines, and
+   * one with the number of the others. The lines are also written if the virtual machine ends
+   * before the close. Objects that the application closes by
    * closing their connection are not logged.
    *
    * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a
@@ -280,21 +281,23 @@ public final class Environment implements AutoCloseable {
   }
 
   /**
-   * Returns the objects that are not closed, for people: one line for each connection, listener and
-   * publisher, and one for each group of outgoing messages and z-blocks. The format may change.
+   * Returns a description of the objects that are not closed, for people to read: one line for each
+   * connection, listener and publisher, and one for each group of outgoing messages and z-blocks.
+   * The format may change.
    *
    * <p>The line of a connection, listener or publisher contains the first 60 characters of its
    * settings, without passwords, its latest known state, its age, and the number of messages
    * delivered or posted. The state is recorded when the object is made, opened or shut, when {@code
    * getState} returns, when a call on a connection fails, and when an {@link
    * org.quendel.oxli.messages.OpenMessage} or {@link org.quendel.oxli.messages.CloseMessage} is
-   * delivered. This method does not call the gateway. The stack trace of each thread that is inside
-   * a call is added.
+   * delivered. This method does not call the gateway. It adds the stack trace of each thread that
+   * is inside a call that may deliver messages or makes a connection or listener, or inside a call
+   * on a publisher.
    *
    * <p>With {@code -Doxli.dump.origins=true} the stack trace of the call that made it is added to
    * each object, and objects made at different places are in different groups. The property is read
-   * once, when the first environment is opened. It makes the creation of an object some
-   * microseconds slower.
+   * once, when the first environment is opened. If it is set, making an object takes some
+   * microseconds more.
    *
    * <p>This method can be called at any time: inside {@code onMessage}, in an exit event handler,
    * while another thread closes the environment, and after that. It waits for no other thread. The

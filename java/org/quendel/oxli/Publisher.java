@@ -216,7 +216,8 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Returns the description of a new message, or null. Some classes contain its name; else the key.
+   * Returns the description of a new message, or null. Finds it by the name in the message, or by
+   * the key if the class of the message has no name.
    */
   private MessageDesc describe(Message message, int keyType, Object key) {
     if (message instanceof AbstractDataMessage) {
