@@ -15,7 +15,7 @@ public final class IndexFieldDesc {
     return field;
   }
 
-  /** Returns the number that the gateway's description gives the field in this index. */
+  /** Returns the parameter of the field in the gateway's description of the index. */
   public int getParameter() {
     return parameter;
   }

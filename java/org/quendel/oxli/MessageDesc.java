@@ -73,7 +73,7 @@ public final class MessageDesc {
     return number;
   }
 
-  /** Returns the message's name, which {@link Publisher#newMessage} takes. */
+  /** Returns the message's name: the argument of {@link Publisher#newMessage}. */
   public String getName() {
     return name;
   }

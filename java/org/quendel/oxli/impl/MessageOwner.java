@@ -8,7 +8,7 @@ public interface MessageOwner {
   void dispose(Message message);
 
   /**
-   * Returns the gateway's dump of the message, or null if the gateway gives none.
+   * Returns the gateway's dump of the message, or null if the gateway fails.
    *
    * @param argument the address of the gateway's scheme description
    * @throws IllegalStateException if the message is closed or the gateway must not read it

@@ -35,9 +35,9 @@ public class DataMessage extends AbstractDataMessage {
   }
 
   /**
-   * Returns the address that a delivered message comes from or an outgoing message goes to. Null
-   * means that a delivered message has no address, or that a post does not change the address in
-   * the record. The string is converted by modified UTF-8.
+   * Returns the source address of a delivered message or the destination address of an outgoing
+   * message. Null means that a delivered message has no address, or that a post does not change the
+   * address in the record. The string is converted by modified UTF-8.
    */
   public final String getAddress() {
     requireUsable();
@@ -45,7 +45,7 @@ public class DataMessage extends AbstractDataMessage {
   }
 
   /**
-   * Sets the address that the message goes to. With null, a post does not change it in the record.
+   * Sets the destination address. With null, a post does not change the address in the record.
    */
   public final void setAddress(String newAddress) {
     requireUsableOrFilling();

@@ -10,7 +10,7 @@ import java.util.*;
 
 /** Runs a main class in a virtual machine of its own. */
 final class ChildVm {
-  /** The option that denies native access. Java 24 and later know it. */
+  /** The option that denies native access, for Java 24 and later. */
   static final String DENY = "--illegal-native-access=deny";
   static final String LIBRARY = System.mapLibraryName("oxli_jni");
   static final Path JAR = Path.of(URI.create(

@@ -10,7 +10,7 @@ import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
 import org.quendel.oxli.messages.*;
 
-/** Gives each test an environment with an open connection. */
+/** Opens an environment and a connection for each test, and closes them after it. */
 abstract class GatewayTest {
   static final String SCHEME = "scheme=?{messages=odd,quote,narrow,wide,large;"
       + "message.odd=?{id=9;fields=n:i4;code=768};"
