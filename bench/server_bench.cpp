@@ -1,7 +1,7 @@
-// Measures streams that stay in the process beside streams of a private server, whose posts come
-// from another process: once with a server that writes each post to the disk before it acknowledges
-// it, and once with one that does so every second. Prints a table for standin/README.md. An
-// argument selects the figures whose names contain it.
+// Compares streams of one process with streams of a private server, whose posts come from another
+// process. One server writes each post to the disk before it acknowledges it; the other one writes
+// to the disk every second. Prints a table for standin/README.md. An argument selects the figures
+// whose names contain it.
 #include <malloc.h>
 #include <unistd.h>
 
@@ -25,11 +25,11 @@
 namespace {
 
 using oxli::test::PrivateServer;
-using Clock = std::chrono::steady_clock;  // the same in all processes
+using Clock = std::chrono::steady_clock;  // one clock for all processes
 
 constexpr std::int64_t kRows = 1000000;
 
-// What each payload begins with.
+// The beginning of each payload.
 struct Head {
   std::int64_t key;
   std::int64_t sent;  // nanoseconds
@@ -59,7 +59,8 @@ ox_conn_t* connect(const std::string& settings) {
   return conn;
 }
 
-// What a publisher posts: messages or rows with the keys 0 to `count`, in a row or every `gap`.
+// What a publisher posts: messages or rows with the keys 0 to `count` - 1, with a pause of `gap`
+// before each.
 struct Posts {
   std::string stream;
   bool rows = false;
@@ -100,7 +101,7 @@ struct Inbox {
     self.times.push_back(nanoseconds() - head.sent);
     return OX_ERR_OK;
   }
-  // Opens a listener and processes until that many messages have arrived and it is online.
+  // Makes and opens a listener on the stream.
   void listen(ox_conn_t* conn, const std::string& stream) {
     check(ox_lsn_new(conn, ("stream=" + stream).c_str(), receive, this, &lsn), "ox_lsn_new");
     check(ox_lsn_open(lsn, ""), "ox_lsn_open");

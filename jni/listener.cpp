@@ -71,8 +71,8 @@ bool fetchScheme(JNIEnv* env, const JEnv& classes, ListenerData& record) {
   return record.jscheme.get() || record.jscheme.acquire(env, scheme.get(), kGetScheme);
 }
 
-// Returns the Java object of a message, filled; a null object if the scheme cannot be fetched.
-// REQUIRES: no exception is pending.
+// Fills the Java object of a message and returns it. `complete` is false if filling fails; `object`
+// is null if the scheme cannot be fetched. REQUIRES: no exception is pending.
 CachedMessage fetchMessage(JNIEnv* env, const JEnv& classes, ListenerData& record,
                            ox_listener_t* lsn, ox_msg_t* msg) {
   ox_scheme_desc_t* scheme = nullptr;
@@ -87,8 +87,8 @@ CachedMessage fetchMessage(JNIEnv* env, const JEnv& classes, ListenerData& recor
 
 // Returns the JNIEnv of the calling thread if the thread is attached and some thread is inside a
 // gateway call on the listener or its connection; otherwise null. The stored JNIEnv is only
-// compared with null: after overlapping calls of two threads it may belong to a thread that has
-// left.
+// compared with null: after overlapping calls of two threads it may belong to a thread that is no
+// longer inside a call.
 JNIEnv* callbackEnv(ListenerData& record) {
   if (!record.env.load() && !(record.connData && record.connData->env.load())) return nullptr;
   const GatewayCalls* const calls = record.calls();
@@ -134,8 +134,8 @@ jint newListener(JNIEnv* env, JEnv& classes, ConnData& connection, jstring setti
     ox_lsn_destroy(lsn);
     return OX_ERR_INTERNAL;
   }
-  // The record is released before the out-parameter is written: even if that fails, the gateway
-  // still uses it as callback data.
+  // From here on this function must not free the record, even if the out-parameter cannot be
+  // written: the gateway uses the record as callback data.
   ListenerData* const bound = record.release();
   const jint result = setOutParam(env, ref, classes.objRef.set, toHandle(bound), kSetRef);
   if (result != OX_ERR_OK) return result;
@@ -182,8 +182,8 @@ jint destroyListener(JNIEnv* env, JEnv& classes, ListenerData& record) {
   ox_listener_t* const lsn = record.lsn;
   const GatewayCall call(record, env);
   const jint result = ox_lsn_destroy(lsn);
-  // If a callback has already destroyed the listener, an entry of the handle belongs to another
-  // listener, to which the gateway has assigned the same handle since.
+  // If a callback has already destroyed the listener, the gateway may have assigned its handle to
+  // another listener. The registry entry then belongs to that listener.
   if (record.retired) return result;
   const bool hadEntry = remove(ListenerData::sLsnMap, lsn) != nullptr;
   if (hadEntry || record.registered) record.retire(env);
@@ -295,8 +295,8 @@ jobject oxjni_lsn_cacheget(JNIEnv* env, ox_listener_t* lsn, ox_msg_t* msg, void*
     auto* const data = static_cast<ListenerData*>(record);
     if (!env || !msg || !data || data->retired || exceptionPending(env)) return nullptr;
     const CachedMessage message = fetchMessage(env, classes, *data, lsn, msg);
-    // Returns a partly filled object only with an exception pending; otherwise the caller could not
-    // tell it from a complete one.
+    // A partly filled object is returned only with an exception pending: without one the caller
+    // would take it for a complete object.
     return message.complete || exceptionPending(env) ? message.object : nullptr;
   });
 }

@@ -34,7 +34,7 @@ using NewZBlock = NewRecord<ox_zblock_t, ZBlockData>;
 
 constexpr char kSetZBlock[] = OXLI_STEP("zblock_1wrap set zblock");
 
-// The memory of a direct Java buffer. A null buffer, and one that is not direct, is not present.
+// The memory of a direct Java buffer. isPresent() is false if the buffer is null or not direct.
 struct DirectMemory {
   DirectMemory(JNIEnv* env, jobject buffer)
       : size(buffer ? env->GetDirectBufferCapacity(buffer) : -1),
@@ -42,8 +42,8 @@ struct DirectMemory {
 
   bool isPresent() const { return size >= 0; }
 
-  // Returns the descriptor at an offset of this payload; null if it would not be inside the
-  // payload.
+  // Returns the z-block descriptor at an offset in this memory, or null if a descriptor at that
+  // offset would not be entirely inside the memory.
   ox_zblock_t* descriptorAt(jlong offset) const {
     constexpr jlong kSize = sizeof(ox_zblock_t);
     const bool inside = address && offset >= 0 && size >= kSize && offset <= size - kSize;
@@ -96,8 +96,8 @@ jobject newBuffer(JNIEnv* env, const ox_zblock_t& block) {
   return env->NewDirectByteBuffer(block.ptr ? block.ptr : &empty, block.size);
 }
 
-// Calls `setData` of the Java `ZBlock` with a buffer over the block; with null if there is no
-// block, or if no buffer can be made and no exception is pending.
+// Calls `setData` of the Java `ZBlock` with a buffer over the block, or with null if there is no
+// block or no buffer can be made. Makes no call if `zblock` is null or if an exception is pending.
 void setData(JNIEnv* env, const JEnv& classes, jobject zblock, const ox_zblock_t* block) {
   constexpr char kSetData[] = OXLI_STEP("zblock_1wrap set data");
   if (!zblock || exceptionPending(env)) return;
@@ -107,8 +107,8 @@ void setData(JNIEnv* env, const JEnv& classes, jobject zblock, const ox_zblock_t
   static_cast<void>(reportIfPending(env, kSetData));
 }
 
-// Makes a record, stores its handle in `ref` and registers it under the descriptor. Returns null if
-// storing the handle throws.
+// Makes a record, stores its handle in `ref` and registers the record under the descriptor. Returns
+// null if storing the handle throws.
 ZBlockData* newBinding(JNIEnv* env, const JEnv& classes, jobject ref, ox_zblock_t* descriptor)
     REQUIRES(JEnv::spInstance->zblockMutex) {
   NewZBlock record(env);
@@ -127,8 +127,8 @@ void wrapBlock(JNIEnv* env, JEnv& classes, jobject payload, jobject ref, jobject
 
   const ZBlockLock lock(classes);
   auto* record = fromHandle<ZBlockData>(handle);
-  // The record is unbound before the new descriptor is read: even if that is invalid, the record
-  // must not remain bound to the earlier message.
+  // The record is unbound before the new descriptor is read: the record must not remain bound to
+  // the earlier message, even if the new descriptor is invalid.
   if (record) record->unbind(env);
   ox_zblock_t* const descriptor = memory.descriptorAt(offset);
   const auto block = descriptor ? load<ox_zblock_t>(descriptor) : ox_zblock_t{};

@@ -12,8 +12,8 @@ namespace oxutils {
 class OXUTILS_API IDictionary {
  public:
   virtual bool has(const std::string& key) const = 0;
-  // Returns the value of the key, or an empty string that lives as long as the process if the key
-  // is missing.
+  // Returns the value of the key. If the key is missing, returns an empty string, which exists
+  // until the process ends.
   virtual const std::string& get(const std::string& key) const = 0;
   virtual ~IDictionary();
 };
@@ -26,10 +26,10 @@ class OXUTILS_API IDictionary {
 // "?{...}", which are not parsed: to parse a block, pass the characters between its braces to
 // another Properties. In a value, a double quote after a backslash is part of the value, and the
 // backslash is not. A backslash before any other character is part of the value; inside quotes and
-// blocks, a ";" after a backslash is omitted. In keys a backslash has no special meaning; blanks
-// have none anywhere.
+// blocks, a ";" after a backslash is omitted. In keys a backslash has no special meaning. Blanks
+// have no special meaning in keys and values.
 //
-// Not thread-safe: one object is for one thread at a time.
+// Not thread-safe: use an object on one thread at a time.
 class OXUTILS_API Properties : public std::map<std::string, std::string>, public IDictionary {
  public:
   enum ParserState { Key, Escape, Value, Nested, Quoted };
@@ -42,9 +42,9 @@ class OXUTILS_API Properties : public std::map<std::string, std::string>, public
   ~Properties() override;
 
   // Adds the pairs of `settings`, replacing the values of keys that exist. Returns false if the
-  // string is malformed. The other pairs are added even then, also those after the fault:
-  // "a;b=1;c=2" adds `ab` and `c`. `lastError` then contains the key and value that were not
-  // stored, if there are any, and the whole string. Throws std::bad_alloc if memory runs out.
+  // string is malformed. Pairs without a fault are added even then, also those after a fault:
+  // "a;b=1;c=2" adds `ab` and `c`. `lastError` then contains the whole string, and the key and
+  // value that were not stored, if there are any. Throws std::bad_alloc if memory runs out.
   bool parse(const std::string& settings);
 
   bool has(const std::string& key) const override;

@@ -1,6 +1,7 @@
-// The class cache: the Java classes, constructors and methods that the library uses, looked up
-// once, when the environment is opened. Natives that also work while it is closed look theirs up in
-// each call. The Java side must provide what the blocks below list.
+// The class cache: the Java classes, constructors and methods that the library uses while the
+// environment is open, looked up each time the environment is opened. Natives that also work while
+// it is closed do their own lookups in each call. The Java classes must have the members that the
+// blocks below list; jenv.cpp contains their signatures.
 #ifndef OXLI_JNI_JENV_JENV_H
 #define OXLI_JNI_JENV_JENV_H
 
@@ -17,8 +18,7 @@ namespace oxli::jni {
 struct JEnv {
   // Publishes this object as spInstance, then initialises the mutexes.
   JEnv();
-  // Sets spInstance to null, then destroys the mutexes. Call done() before: this deletes no
-  // reference.
+  // Sets spInstance to null, then destroys the mutexes. Deletes no reference: call done() first.
   ~JEnv();
   JEnv(const JEnv&) = delete;
   JEnv& operator=(const JEnv&) = delete;

@@ -55,7 +55,8 @@ class DeliveryTest : public NativeTest {
     queue(msg);
     return process();
   }
-  // Expects a failure that leaves an Error pending. Returns what was written on standard error.
+  // Expects a failure with a pending Error, and clears it. Returns what was written on standard
+  // error.
   std::string failureOf(const std::function<jint()>& call) const {
     const std::string lines = standardError([&] { EXPECT_EQ(OX_ERR_INTERNAL, call()); });
     EXPECT_EQ("Error", clearException());
@@ -149,8 +150,8 @@ TEST_F(DeliveryTest, CallsNoJavaOutsideGatewayCalls) {
   EXPECT_EQ(0, messages);
 }
 
-// Thread A enters, B enters, A leaves, B leaves: the record then contains the JNIEnv of A, although
-// A has left.
+// Threads A and B are inside conn_process at the same time: A enters before B and returns before B.
+// After both have returned, the record contains the JNIEnv of A.
 TEST_F(DeliveryTest, OverlappingCallsDeliverWithTheJniEnvOfTheirThread) {
   ConnData& record = *fromHandle<ConnData>(connection);
   std::atomic<JNIEnv*> second{nullptr};
@@ -191,7 +192,8 @@ TEST_F(DeliveryTest, OverlappingCallsDeliverWithTheJniEnvOfTheirThread) {
   EXPECT_EQ(OX_ERR_INTERNAL, standin::deliverNow(lsn(), &msg));
   EXPECT_EQ(2u, deliveredOn.size());
   record.env = nullptr;
-  // The reference to the cached object was made on a thread without a probe, so it was not counted.
+  // The global reference to the message object was made on a thread without a probe, so the probe
+  // did not count it.
   globalsLeft = -1;
 }
 
@@ -207,7 +209,7 @@ TEST_F(DeliveryTest, NestedGatewayCallsRestoreTheJniEnv) {
   };
   EXPECT_EQ(OX_ERR_OK, deliver(service));
   EXPECT_EQ(nullptr, record.env.load());
-  // While lsn_close delivers, the listener's record has the JNIEnv and the connection's has none.
+  // While lsn_close delivers, the listener's record contains the JNIEnv, and the connection's null.
   script.onMessage = [&](JNIEnv* on, jobject) {
     ++messages;
     EXPECT_EQ(on, bound.env.load());
@@ -218,8 +220,9 @@ TEST_F(DeliveryTest, NestedGatewayCallsRestoreTheJniEnv) {
   EXPECT_EQ(1, messages);
 }
 
-// Counts the JNI calls for a message whose kind has been delivered before, and the exception checks
-// among them. "+ 1" is the check at the entry of each delivery.
+// Counts the JNI calls of a post, and of the delivery of a message whose kind has been delivered
+// before. `exceptionTests` are the exception checks among them; "+ 1" is the check at the entry of
+// each delivery.
 TEST_F(DeliveryTest, EachMessageMakesAFixedNumberOfJniCalls) {
   const jlong publisher = newPublisher(connection);
   const jobject outgoing = newMessage(publisher, "m");
@@ -390,9 +393,9 @@ TEST_F(DeliveryTest, ListenerWithoutSubscriberRefusesEachMessage) {
   EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
 }
 
-// The gateway's result code is returned, and the out-parameter is not written. An exception that a
-// callback leaves during a gateway call fails the step after the call, and the gateway object that
-// has been made is destroyed.
+// The gateway's result code is returned, and the out-parameter is not written. If a callback leaves
+// an exception pending during a gateway call, the step after the call fails, and the gateway object
+// that the call has made is destroyed.
 TEST_F(DeliveryTest, FailuresOfGatewayCallsAreReturned) {
   const jlong publisher = newPublisher(connection);
   const jobject ref = objRef();
@@ -403,7 +406,7 @@ TEST_F(DeliveryTest, FailuresOfGatewayCallsAreReturned) {
   const struct {
     const char* function;
     std::function<jint()> call;
-    const char* step;  // null: the native has no step after the call
+    const char* step;  // that fails after an exception of the call; null: not tried
   } cases[] = {
       {"ox_conn_new", [&] { return OXLI(conn_1new)(env, nullptr, text(""), ref, jlsn); },
        OXLI_STEP("conn_1new set ref")},

@@ -19,7 +19,8 @@ public interface ISubscriber {
    *   <li><b>Allowed calls:</b> Every call is allowed, also closing the connection, its listeners
    *       and its publishers, except that {@link Environment#close} throws {@link
    *       IllegalStateException}. If a call made here delivers a message of the same kind to the
-   *       same listener, the methods of this message throw {@link IllegalStateException} after it.
+   *       same listener, the methods of this message throw {@link IllegalStateException} after that
+   *       call.
    * </ul>
    *
    * <p>The delivery lock of the connection stays locked until this method returns. Therefore each

@@ -48,9 +48,9 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Makes an object for a publisher that native code owns. Native code calls this constructor. The
-   * object represents that publisher. It owns nothing, {@link #close} does nothing, and every other
-   * method that uses the gateway throws {@link IllegalStateException}.
+   * Makes the object of a publisher that native code owns. Native code calls this constructor; the
+   * handle that it passes is not used. The object owns nothing, {@link #close} does nothing, and
+   * every other method that uses the gateway throws {@link IllegalStateException}.
    */
   Publisher(long handle) {
     this(null, "of native code");
@@ -150,7 +150,7 @@ public final class Publisher implements AutoCloseable {
    * Returns the scheme of this opening: the same object until the publisher is shut or opened
    * again.
    *
-   * @throws OxliException if the gateway has none
+   * @throws OxliException if the gateway has no scheme, or if the scheme exceeds a limit
    */
   public Scheme getScheme() {
     lock.lock();
@@ -203,7 +203,7 @@ public final class Publisher implements AutoCloseable {
       final MessageDesc desc = describe(message, keyType, key);
       MessageAccess.adopt(message, owner, desc, desc == null ? null : desc.zblockFields());
       outstanding.put(message, new Origin());
-      // Refused, because without a description no post can check the z-blocks of the message.
+      // The message is refused: without a description no post can check its z-blocks.
       if (desc == null) {
         message.close();
         throw Results.failure(
@@ -238,9 +238,9 @@ public final class Publisher implements AutoCloseable {
    * Posts a message: an outgoing message of this publisher, any number of times, or a delivered
    * message inside {@code onMessage}.
    *
-   * <p>If this method throws, the message may have been posted: if memory is missing to pass the
-   * address, the referred message or the null map, the message is posted without that field and
-   * those after it, and the exception is thrown afterwards.
+   * <p>If this method throws, the message may have been posted: if there is not enough memory to
+   * pass the address, the message that it refers to, or the null map, the message is posted without
+   * that field and without those after it in this list, and the exception is thrown afterwards.
    *
    * @param flags the gateway's flags; with the stand-in gateway, those of {@link PostFlag}
    * @throws OxliException if the gateway refuses
@@ -276,8 +276,8 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Ends a gateway call that read a message. After the outermost such call, runs the deferred
-   * steps.
+   * Called after a gateway call that read a message. After the outermost such call, runs the
+   * deferred steps.
    */
   private void leave() {
     if (--depth > 0 || deferred.isEmpty()) return;
@@ -300,11 +300,12 @@ public final class Publisher implements AutoCloseable {
 
   /**
    * Closes the messages of this publisher that are not closed, and releases the publisher. Waits
-   * for calls in progress on other threads. Does not wait for a thread that writes into a payload,
-   * whose memory is freed. Inside a post of this publisher, memory is freed after that post.
+   * for calls on this publisher that are in progress on other threads. Frees the memory of the
+   * payloads even while another thread writes into them. Inside a post of this publisher, the
+   * memory is freed after that post.
    *
-   * @throws OxliException with the first error reported, with later ones suppressed; everything is
-   *     closed nevertheless
+   * @throws OxliException the first error, to which later ones are added as suppressed exceptions;
+   *     everything is closed nevertheless
    */
   @Override
   public void close() {
@@ -321,7 +322,7 @@ public final class Publisher implements AutoCloseable {
         try {
           Results.check("Publisher.close", this, OxliImpl.pub_destroy(pub));
         } finally {
-          // Last, because Connection.close waits only for publishers in its set.
+          // The last step, because Connection.close waits only for publishers in its set.
           connection.forget(this);
         }
       }));
