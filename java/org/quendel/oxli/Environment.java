@@ -169,8 +169,8 @@ public final class Environment implements AutoCloseable {
    * <p>First writes lines to the gateway's log, at level info, for the connections and z-blocks
    * that are not closed, and for the outgoing messages of these connections: at most 20 lines, and
    * one with the number of the others. The lines are also written if the virtual machine ends
-   * before the close. Objects that the application closes by
-   * closing their connection are not logged.
+   * before the close. Objects that the application closes by closing their connection are not
+   * logged.
    *
    * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a
    *     post; nothing is closed then
