@@ -29,6 +29,7 @@ void Reader::startLoading() {
   loading_ = true;
   low_ = wanted_;
   after_ = std::to_string(low_);
+  page_.reset();  // may be of rows that were requested before changes were lost
   target_.reset();
 }
 
