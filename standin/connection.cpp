@@ -186,6 +186,8 @@ int ox_conn_close(ox_conn_t* handle) {
     require(conn.isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     conn.state = kClosed;
     conn.changed.notifyAll();
+    // Before the callbacks, which may open the connection again.
+    const std::shared_ptr<Carriage> carriage = std::exchange(conn.carriage, nullptr);
     // Copies, because callbacks may make and destroy objects of this connection.
     const auto publishers = conn.publishers;
     for (const auto& lsn : std::vector(conn.listeners)) {
@@ -197,7 +199,6 @@ int ox_conn_close(ox_conn_t* handle) {
       pub->sender = nullptr;
       pub->state = kClosed;
     }
-    const std::shared_ptr<Carriage> carriage = std::exchange(conn.carriage, nullptr);
     disconnect(carriage);
   });
 }

@@ -370,6 +370,23 @@ TEST_F(ServerTest, BadSettingsAndServersAreRefusedWithoutThePassword) {
   EXPECT_FALSE(hasLogged("cret"));
 }
 
+TEST_F(ServerTest, CallbackOpensItsConnectionAgain) {
+  startServer({"--appendfsync", "no"});
+  ox_conn_t* const conn = connect();
+  const auto reopen = [](ox_conn_t* on, ox_listener_t*, ox_msg_t* msg, void*) {
+    return msg->type == OX_MSG_CLOSE ? ox_conn_open(on, "") : OX_ERR_OK;
+  };
+  ox_listener_t* lsn = nullptr;
+  ASSERT_EQ(OX_ERR_OK, ox_lsn_new(conn, "stream=data", reopen, nullptr, &lsn));
+  ASSERT_EQ(OX_ERR_OK, ox_lsn_open(lsn, ""));
+  EXPECT_EQ(OX_ERR_OK, ox_conn_close(conn));
+  Inbox data(conn, "stream=data");
+  EXPECT_EQ(OX_ERR_OK, data.open());
+  Peer peer(at(), "stream=data");
+  EXPECT_EQ(OX_ERR_OK, peer.post(0, 1));
+  EXPECT_TRUE(data.awaitValues(1));
+}
+
 TEST_F(ServerTest, ServerThatStopsAnswering) {
   PrivateServer& server = startServer({"--appendfsync", "no"});
   const std::string settings = at("server_timeout=300;post_timeout=200;window=10");
