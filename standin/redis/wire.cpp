@@ -94,9 +94,10 @@ void requireNoZero(std::string_view string) {
   require(string.find('\0') == std::string_view::npos, "a string of the message contains a zero");
 }
 
-// Without a description of the payload, its blocks are skipped.
+// Without a description of the payload, its blocks are skipped. A message of another stream may
+// have the name and size of one of this scheme, but z-blocks elsewhere: it has no description.
 void readPart(Reader& from, Message::Bytes& bytes, bool& hasNulls,
-              const std::shared_ptr<const Scheme>& scheme) {
+              const std::shared_ptr<const Scheme>& scheme, bool mayBeForeign = false) {
   const std::string_view name = from.string();
   const std::string_view addr = from.string();
   requireNoZero(name);
@@ -125,8 +126,13 @@ void readPart(Reader& from, Message::Bytes& bytes, bool& hasNulls,
     end = offset + sizeof(ox_zblock_t);
     const auto& fields = bytes.description->zFields;
     const auto isHere = [offset](const auto& field) { return field.first == offset; };
-    require(std::any_of(fields.begin(), fields.end(), isHere),
-            "the message has a z-block without a field");
+    const bool hasField = std::any_of(fields.begin(), fields.end(), isHere);
+    if (!hasField && mayBeForeign) {
+      bytes.description = {};
+      bytes.blocks.clear();
+      continue;
+    }
+    require(hasField, "the message has a z-block without a field");
     std::string& copy = bytes.blocks.emplace_front(block);
     const ox_zblock_t descriptor{static_cast<std::uint32_t>(block.size()), copy.data()};
     std::memcpy(&bytes.payload[offset], &descriptor, sizeof descriptor);
@@ -148,7 +154,7 @@ void readReferred(Reader& from, Message& message, const std::shared_ptr<const Sc
   const std::uint64_t serial = from.number();
   Message::Bytes& bytes = message.ofRef;
   bool hasNulls = false;
-  readPart(from, bytes, hasNulls, scheme);
+  readPart(from, bytes, hasNulls, scheme, true);
   const bool isError = isParseError(type, bytes);
   require(!hasNulls && (isError || type == OX_MSG_DATA || !isKnownType(type)),
           "the message refers to one that is not a data message");
@@ -209,6 +215,8 @@ MessagePtr decode(std::string_view bytes, const std::shared_ptr<const Scheme>& s
   const Scheme::Message* const described = own.description.get();
   if (isRow) {
     require(described, "the stream's scheme does not describe the row");
+    require(!hasNulls || own.nulls.size() == described->description.num_fields,
+            "the row has another number of null flags than its message has fields");
     auto* const nulls = reinterpret_cast<const std::uint8_t*>(own.nulls.data());
     message->record.row = {head,
                            described->index,
@@ -219,10 +227,10 @@ MessagePtr decode(std::string_view bytes, const std::shared_ptr<const Scheme>& s
                            hasNulls ? nulls : nullptr,
                            userId};
   } else {
-    const std::uint32_t expected =
-        described && described->code != 0 ? described->code : std::uint32_t{OX_MSG_DATA};
+    // The code is that of the publisher's scheme, which may differ from the stream's.
+    const bool isData = type == OX_MSG_DATA || !isKnownType(type);
     const bool isError = isParseError(type, own);
-    require(!hasNulls && (isError || (described && type == expected)),
+    require(!hasNulls && (isError || (described && isData)),
             "the stream's scheme does not describe the message");
     require(userId <= UINT32_MAX, "a number of the message is out of range");
     message->record.data = {head,

@@ -513,6 +513,9 @@ TEST_F(StandinTest, RowsHaveCopiesOfTheirBlocks) {
   ASSERT_EQ(OX_ERR_OK, ox_pub_post(pub, msg, 0));
   setBlock(*msg, kOuter, {1, nullptr});
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_post(pub, msg, 0));
+  setBlock(*msg, kOuter, {});
+  --reinterpret_cast<ox_msg_streamdata_t*>(msg)->num_nulls;
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, ox_pub_post(pub, msg, 0));
   inner = outer = "other";
   ASSERT_EQ(OX_ERR_OK, ox_pub_msgfree(pub, msg));
   EXPECT_EQ("open A#1+inner+outer B#2++", received());
