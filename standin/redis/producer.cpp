@@ -21,6 +21,9 @@ std::string randomHex() {
   return digits;
 }
 
+// A server accepts strings of at most 512 MiB, unless its settings say otherwise.
+constexpr std::size_t kMaxPostBytes = std::size_t{256} << 20;
+
 // What the ids of all publishers of this process begin with.
 const std::string& processId() {
   static const std::string& id = *new std::string(randomHex() + '-');
@@ -56,6 +59,7 @@ void Producer::post(const Message& message, const PostOptions& options) {
     entry.postKind = message.own.description->key.empty() ? kUnkeyedRow : kRow;
     entry.key = rowKey(message);
   }
+  require(entry.body.size() <= kMaxPostBytes, "a post to a server has at most 256 MiB");
   writer_->post(std::move(entry), options.acknowledged);
 }
 

@@ -225,8 +225,13 @@ void Writer::acknowledge(std::size_t count, const Reply& reply) {
   const MutexLock lock(sMutex);
   const std::shared_ptr<Producer> producer = window_.front().producer;
   // An error may be over the next time, such as a lack of memory.
+  refusing_ |= reply.isError();
   if (reply.isError() || reply.string() == "GAP") {
     throw LinkError{"the server refuses a post: " + std::string(reply.string())};
+  }
+  if (std::exchange(refusing_, false)) {
+    writeLog("info", address_.name + ": the server accepts posts again");
+    failure_.clear();
   }
   if (reply.string() == "LIFE") {
     refuse(*producer);
@@ -267,8 +272,11 @@ void Writer::check(Link& link, std::deque<Check> checks) {
 
 void Writer::onEstablished() {
   const MutexLock lock(sMutex);
-  if (!failure_.empty()) writeLog("info", address_.name + ": the connection is established again");
-  failure_.clear();
+  if (!failure_.empty() && !refusing_) {
+    writeLog("info", address_.name + ": the connection is established again");
+  }
+  // The reason of a post that is refused stays, so that it is logged once.
+  if (!refusing_) failure_.clear();
   established_ = true;
   if (!closed_) onLink_(true);
   done_.notifyAll();
@@ -277,7 +285,7 @@ void Writer::onEstablished() {
 void Writer::onFailure(const std::string& reason, const Worker& worker) {
   if (worker.isStopped()) return;
   const MutexLock lock(sMutex);
-  if (established_ || failure_ != reason) {
+  if ((established_ && !refusing_) || failure_ != reason) {
     writeLog("error", address_.name + ": there is no connection: " + oneLine(reason));
   }
   established_ = false;

@@ -133,6 +133,7 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   bool established_ GUARDED_BY(sMutex) = false;
   bool closed_ GUARDED_BY(sMutex) = false;
   std::string failure_ GUARDED_BY(sMutex);  // why the connection is not established
+  bool refusing_ GUARDED_BY(sMutex) = false;  // the server has refused the post that is next
   std::optional<Clock::time_point> closeBy_ GUARDED_BY(sMutex);
   std::deque<Entry> window_ GUARDED_BY(sMutex);
   std::size_t bytes_ GUARDED_BY(sMutex) = 0;  // of the window

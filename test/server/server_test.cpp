@@ -25,6 +25,7 @@ namespace {
 using oxli::test::endOf;
 using oxli::test::Item;
 using oxli::test::keyOf;
+using oxli::test::kItems;
 using oxli::test::Peer;
 using oxli::test::PrivateServer;
 using oxli::test::Proxy;
@@ -39,6 +40,8 @@ bool processUntil(ox_conn_t* conn, const std::function<bool()>& done) {
   }
   return true;
 }
+
+constexpr uint32_t kOwnCode = 768;
 
 // A listener and what it received.
 struct Inbox {
@@ -70,7 +73,9 @@ struct Inbox {
     if (msg->type == OX_MSG_ZRMQ_TIMEOUT) {
       self.timeouts.push_back(reinterpret_cast<const ox_msg_data_t*>(msg)->user_id);
     }
-    if (msg->type != OX_MSG_DATA && msg->type != OX_MSG_STREAM_DATA) return OX_ERR_OK;
+    const bool isItem =
+        msg->type == OX_MSG_DATA || msg->type == OX_MSG_STREAM_DATA || msg->type == kOwnCode;
+    if (!isItem) return OX_ERR_OK;
     Item item{};
     std::memcpy(&item, msg->data, sizeof item);
     // Not aligned: they may not be passed by reference.
@@ -385,6 +390,18 @@ TEST_F(ServerTest, CallbackOpensItsConnectionAgain) {
   Peer peer(at(), "stream=data");
   EXPECT_EQ(OX_ERR_OK, peer.post(0, 1));
   EXPECT_TRUE(data.awaitValues(1));
+
+  // A publisher whose messages have a type code that those of the stream do not have.
+  ox_publisher_t* pub = nullptr;
+  ox_msg_t* msg = nullptr;
+  std::string scheme = kItems;
+  scheme.insert(scheme.find("id=1"), "code=768;");
+  ASSERT_EQ(OX_ERR_OK, ox_pub_new(peer.conn, scheme.c_str(), &pub));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_open(pub, "stream=data"));
+  ASSERT_EQ(OX_ERR_OK, ox_pub_msgnew(pub, OX_KEY_NAME, "item", &msg));
+  ASSERT_EQ(kOwnCode, msg->type);
+  EXPECT_EQ(OX_ERR_OK, ox_pub_post(pub, msg, 0));
+  EXPECT_TRUE(data.awaitValues(2));
 }
 
 TEST_F(ServerTest, ServerThatStopsAnswering) {
@@ -476,6 +493,20 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
   EXPECT_TRUE(rows.awaitValues(3));
   EXPECT_EQ((std::map<int32_t, int64_t>{{1, 1}, {2, 2}, {3, 3}}), rows.table);
   EXPECT_TRUE(hasLogged("is passed over"));
+
+  // A post that the server always refuses is sent again, and logged once.
+  EXPECT_EQ("+OK\r\n", server.command({"SET", keys + "state", "x"}));
+  ASSERT_EQ(OX_ERR_OK, peer.post(4, 4));
+  ASSERT_TRUE(processUntil(peer.conn, [&] {
+    const std::string errors = server.command({"INFO", "errorstats"});
+    const std::string name = "errorstat_WRONGTYPE:count=";
+    const std::size_t at = errors.find(name);
+    return at != std::string::npos && std::stoi(errors.substr(at + name.size())) > 12;
+  }));
+  const auto lines = standin::logLines();
+  EXPECT_EQ(1, std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+              return line.find("the server refuses a post") != std::string::npos;
+            }));
 
   // A server that was emptied has other streams.
   EXPECT_EQ("+OK\r\n", server.command({"FLUSHALL"}));
