@@ -59,7 +59,9 @@ void Reader::readPage(const Scripts& scripts, Link& link) {
     passPage(page, link.receiveResult());
   }
   if (last) {
-    target_ = look(scripts).end;
+    // If the stream was made anew, rows may be missing: it ends before they are complete.
+    const Look found = look(scripts);
+    if (found.life == life_) target_ = found.end;
   } else {
     page_ = link.receiveResult();
   }

@@ -152,7 +152,7 @@ Writer::JoinReply Writer::askToJoin(const std::shared_ptr<Producer>& producer, c
                                     std::uint32_t life) {
   const auto reply = std::make_shared<JoinReply>();
   ask([=](const Scripts& scripts) {
-    *reply = callJoin(scripts, *producer, mode, life);
+    *reply = callJoin(scripts, *producer, mode, life, 0);
     producer->life_ = reply->life;
   });
   if (reply->joined) reached_[producer->keys_] = {reply->life, reply->end};
@@ -160,18 +160,21 @@ Writer::JoinReply Writer::askToJoin(const std::shared_ptr<Producer>& producer, c
 }
 
 Writer::JoinReply Writer::callJoin(const Scripts& scripts, const Producer& producer,
-                                   const char* mode, std::uint32_t life) {
+                                   const char* mode, std::uint32_t life,
+                                   std::uint64_t acknowledged) {
   const std::string_view scheme =
       producer.scheme_ ? std::string_view(producer.scheme_->string()) : std::string_view();
-  const Reply reply = scripts.call(
-      Script::kJoin, producer.keys_,
-      {producer.id_, scheme, std::to_string(newLifeNumber()), mode, std::to_string(life)});
+  const Reply reply =
+      scripts.call(Script::kJoin, producer.keys_,
+                   {producer.id_, scheme, std::to_string(newLifeNumber()), mode,
+                    std::to_string(life), std::to_string(acknowledged)});
   JoinReply read;
   read.joined = reply[0].integer() != 0;
   const std::int64_t number = reply[1].integer();
   if (number <= 0 || number > UINT32_MAX) throw LinkError{"the server has an invalid life number"};
   read.life = static_cast<std::uint32_t>(number);
   read.scheme = reply[2].string();
+  read.lost = reply[4].integer();
   if (read.joined) {
     read.end = parseId(reply[3].string()).value_or(Id());
     return read;
@@ -183,30 +186,40 @@ Writer::JoinReply Writer::callJoin(const Scripts& scripts, const Producer& produ
 }
 
 // Joins again with all publishers: it is a sign of life, and after an outage the server may not
-// know them any more.
-void Writer::joinAgain(const Scripts& scripts, bool afterOutage) {
-  std::vector<std::pair<std::shared_ptr<Producer>, bool>> producers;  // whether it is leaving
+// know them any more, or may have lost posts that it had acknowledged.
+void Writer::joinAgain(const Scripts& scripts) {
+  struct Joining {
+    std::shared_ptr<Producer> producer;
+    bool leaving;
+    std::uint64_t acknowledged;
+  };
+  std::vector<Joining> joinings;
   // Schemes are released with the mutex acquired.
   const auto release = [](auto* list) {
     const MutexLock lock(sMutex);
     list->clear();
   };
-  const std::unique_ptr<decltype(producers), decltype(release)> releasing(&producers, release);
+  const std::unique_ptr<decltype(joinings), decltype(release)> releasing(&joinings, release);
   {
     const MutexLock lock(sMutex);
-    for (const auto& producer : producers_) producers.emplace_back(producer, producer->leaving_);
-  }
-  for (const auto& [producer, leaving] : producers) {
-    JoinReply reply =
-        callJoin(scripts, *producer, leaving ? "leaving" : "try", leaving ? producer->life_ : 0);
-    if (!reply.joined && covers(reply.scheme, producer->scheme_)) {
-      reply = callJoin(scripts, *producer, "covered", reply.life);
+    for (const auto& each : producers_) {
+      joinings.push_back({each, each->leaving_, each->acknowledged_});
     }
-    if (afterOutage || reply.life != producer->life_) producer->unknown_ = true;
+  }
+  for (const auto& [producer, leaving, acknowledged] : joinings) {
+    JoinReply reply = callJoin(scripts, *producer, leaving ? "leaving" : "try", producer->life_,
+                               acknowledged);
+    const std::int64_t lost = reply.lost;
+    if (!reply.joined && covers(reply.scheme, producer->scheme_)) {
+      reply = callJoin(scripts, *producer, "covered", reply.life, acknowledged);
+    }
     producer->life_ = reply.life;
-    if (reply.joined) continue;
     const MutexLock lock(sMutex);
-    refuse(*producer);
+    if (lost > 0) {
+      writeLog("error", "stream=" + producer->stream_ + ": the server has lost " +
+                            std::to_string(lost) + " posts that it had acknowledged");
+    }
+    if (!reply.joined) refuse(*producer);
   }
 }
 

@@ -102,11 +102,13 @@ void Reader::serve(const Scripts& scripts, Link& link, const Worker& worker) {
     if (loading_ && !target_) readPage(scripts, link);
     endLoading();
     if (!readLog(link, worker)) {
-      {
-        const MutexLock lock(sMutex);
-        if (receiver_) receiver_->onLost();
+      const Look found = look(scripts);
+      if (found.life == life_) {
+        lose();
+        join(found);
+      } else {
+        end("the stream was made anew");
       }
-      join(look(scripts));
     }
     if (Clock::now() >= nextLook_) expireDead(scripts, look(scripts));
   }
@@ -163,6 +165,11 @@ void Reader::join(const Look& found) {
   joined_ = true;
   failure_.clear();
   changed_.notifyAll();
+}
+
+void Reader::lose() {
+  const MutexLock lock(sMutex);
+  if (receiver_ && !ended_) receiver_->onLost();
 }
 
 void Reader::awaitProceed(const Worker& worker) {

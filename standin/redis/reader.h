@@ -59,6 +59,7 @@ class Reader : public std::enable_shared_from_this<Reader> {
   Look callLook(const Scripts& scripts) const;
   Look look(const Scripts& scripts) EXCLUDES(sMutex);
   void join(const Look& found) EXCLUDES(sMutex);
+  void lose() EXCLUDES(sMutex);
   void awaitProceed(const Worker& worker) EXCLUDES(sMutex);
   void expireDead(const Scripts& scripts, const Look& found);
   // Adapts how many items are read at once to their size.

@@ -27,6 +27,12 @@ local function append(life, at, number, kind, body)
   end
   return id, at
 end
+-- Lets a key of the stream be one of another life number.
+local function move(life, new, name)
+  if redis.call('EXISTS', key(life, name)) == 1 then
+    redis.call('RENAME', key(life, name), key(new, name))
+  end
+end
 )";
 
 constexpr std::string_view kJoinScript = R"(
@@ -38,6 +44,23 @@ if not life then
   life = new
   redis.call('HSET', meta, 'life', life)
 end
+local acknowledged, lost = tonumber(ARGV[6]), 0
+local seq = tonumber(redis.call('GET', key(life, 'seq:' .. publisher)) or '0')
+if acknowledged > seq and ARGV[5] == life then
+  -- What was lost may have been read: the stream goes on under another life number.
+  lost = acknowledged - seq
+  for _, name in ipairs(redis.call('HKEYS', key(life, 'pubs'))) do
+    move(life, new, 'seq:' .. name)
+  end
+  for _, name in ipairs({'state', 'log', 'marks', 'rows', 'index', 'cleared', 'pubs'}) do
+    move(life, new, name)
+  end
+  life = new
+  redis.call('HSET', meta, 'life', life)
+end
+if math.max(acknowledged, seq) > 0 then
+  redis.call('SET', key(life, 'seq:' .. publisher), text(math.max(acknowledged, seq)), 'EX', 86400)
+end
 local known = redis.call('HGET', meta, 'scheme')
 local pubs = key(life, 'pubs')
 if scheme ~= '' and not known then
@@ -45,7 +68,7 @@ if scheme ~= '' and not known then
   redis.call('HSET', meta, 'scheme', scheme)
 elseif scheme ~= '' and scheme ~= known and not (knows and ARGV[5] == life) then
   if mode ~= 'anew' or ARGV[5] ~= life or redis.call('HLEN', pubs) > 0 then
-    return {0, life, known, redis.call('HGETALL', pubs)}
+    return {0, life, known, redis.call('HGETALL', pubs), lost}
   end
   append(life, rev(life), '*', 'a', '')
   redis.call('PEXPIRE', key(life, 'log'), 60000)
@@ -60,13 +83,12 @@ pubs = key(life, 'pubs')
 if mode ~= 'leaving' or ARGV[5] ~= life or redis.call('HEXISTS', pubs, publisher) == 1 then
   redis.call('HINCRBY', pubs, publisher, 1)
 end
-return {1, life, redis.call('HGET', meta, 'scheme') or '', last(life)}
+return {1, life, redis.call('HGET', meta, 'scheme') or '', last(life), lost}
 )";
 
 constexpr std::string_view kLeaveScript = R"(
 local life, publisher, beats = ARGV[1], ARGV[2], ARGV[3]
 local pubs = key(life, 'pubs')
-if beats == '' then redis.call('EXPIRE', key(life, 'seq:' .. publisher), 3600) end
 if beats == '' or redis.call('HGET', pubs, publisher) == beats then
   if redis.call('HDEL', pubs, publisher) == 1 and redis.call('HLEN', pubs) == 0 then
     append(life, rev(life), '*', 'e', '')
@@ -76,19 +98,19 @@ return last(life)
 )";
 
 constexpr std::string_view kPostScript = R"(
-local life, publisher, first, limit = ARGV[1], ARGV[2], tonumber(ARGV[3]), tonumber(ARGV[5])
+local life, publisher, first, limit = ARGV[1], ARGV[2], tonumber(ARGV[3]), tonumber(ARGV[4])
 if redis.call('HGET', base .. 'meta', 'life') ~= life then return 'LIFE' end
-local posts = (#ARGV - 5) / 3
+local posts = (#ARGV - 4) / 3
 local seqKey = key(life, 'seq:' .. publisher)
 local seq = tonumber(redis.call('GET', seqKey) or '0')
-if seq < first - 1 and not (ARGV[4] == '1' and seq == 0) then return 'GAP' end
+if seq < first - 1 then return 'GAP' end
 local state, marks, log = key(life, 'state'), key(life, 'marks'), key(life, 'log')
 local rows, index = key(life, 'rows'), key(life, 'index')
 local at = rev(life)
 local bytes = tonumber(redis.call('HGET', state, 'bytes') or '0')
 local id
 for i = math.max(seq - first + 1, 0), posts - 1 do
-  local kind, member, body = ARGV[6 + 3 * i], ARGV[7 + 3 * i], ARGV[8 + 3 * i]
+  local kind, member, body = ARGV[5 + 3 * i], ARGV[6 + 3 * i], ARGV[7 + 3 * i]
   if kind == 'r' or kind == 'k' then
     id, at = append(life, at + 1, '0', 'r', body)
     if kind == 'k' then member = member .. text(at) end

@@ -12,8 +12,7 @@
 //   ox:{NAME}:LIFE:index   sorted set: the keys of the rows by revision
 //   ox:{NAME}:LIFE:cleared hash: for each table of which rows were removed, "OLDEST:AT"
 //   ox:{NAME}:LIFE:pubs    hash: for each open publisher, how often it said that it is alive
-//   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day later,
-//                          or an hour after the publisher has left
+//   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day later
 //   ox:answered:SERIAL     a request that was replied to; expires
 //
 // The id of a row in the log is REV-0, that of any other change REV-N with the next N. No id is
@@ -43,18 +42,19 @@ enum EntryKind : char {
 
 // All take the beginning of the stream's keys as their key. Arguments and results:
 enum class Script {
-  // PUBLISHER SCHEME NEW_LIFE MODE LIFE: joins the stream, unless it has another scheme; then MODE
+  // PUBLISHER SCHEME NEW_LIFE MODE LIFE ACKNOWLEDGED: joins the stream, unless it has another scheme; then MODE
   // "covered" says that the scheme of LIFE covers it, and "anew" that the stream of LIFE is to be
-  // made anew. With "leaving", a publisher of LIFE that has left already is not open again. Returns
-  // {1, life, scheme, id} or {0, life, scheme, {publisher, beats, ...}}.
+  // made anew. With "leaving", a publisher of LIFE that has left already is not open again. If
+  // the stream of LIFE lacks posts up to the number ACKNOWLEDGED, they are lost: it goes on as that
+  // of NEW_LIFE. Returns {1, life, scheme, id, lost} or
+  // {0, life, scheme, {publisher, beats, ...}, lost}, with the number of lost posts.
   kJoin,
   // LIFE PUBLISHER BEATS: lets the publisher leave; if BEATS is not empty, only if it has not said
   // that it is alive since. Returns the id of the log's end.
   kLeave,
-  // LIFE PUBLISHER FIRST NEW LIMIT, and KIND KEY BODY of each post: writes the posts that have not
-  // been written before. FIRST is the number of the first one. NEW is 1 if the publisher's earlier
-  // posts may be unknown. Returns the id of the log's end, LIFE if the stream was made anew, or GAP
-  // if earlier posts are missing.
+  // LIFE PUBLISHER FIRST LIMIT, and KIND KEY BODY of each post: writes the posts that have not been
+  // written before. FIRST is the number of the first one. Returns the id of the log's end, LIFE if
+  // the stream has another life number, or GAP if earlier posts are missing.
   kPost,
   // NEW_LIFE: returns {life, scheme, rev, id, {table, "OLDEST:AT", ...}, {publisher, beats, ...}}.
   kLook,

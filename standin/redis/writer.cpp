@@ -117,7 +117,7 @@ void Writer::run(Worker& worker) {
     try {
       Link link(address_, settings_.serverTimeout, worker);
       const Scripts scripts(link);
-      joinAgain(scripts, true);
+      joinAgain(scripts);
       onEstablished();
       pauses.onEstablished();
       serve(scripts, link, worker);
@@ -156,7 +156,7 @@ void Writer::serve(const Scripts& scripts, Link& link, const Worker& worker) {
     }
     if (Clock::now() >= nextBeat) {
       link.call({"PING"});
-      joinAgain(scripts, false);
+      joinAgain(scripts);
       nextBeat = Clock::now() + kBeat;
     }
     if (!batch.empty()) send(scripts, link, batch);
@@ -202,8 +202,7 @@ void Writer::send(const Scripts& scripts, Link& link, const Batch& batch) {
       scripts.append(Script::kLeave, producer.keys_, {life, producer.id_, ""});
     } else {
       const std::string number = std::to_string(first.number);
-      std::vector<std::string_view> arguments = {life, producer.id_, number,
-                                                 producer.unknown_ ? "1" : "0", logLimit_};
+      std::vector<std::string_view> arguments = {life, producer.id_, number, logLimit_};
       const auto add = [&arguments](const Entry& entry) {
         arguments.insert(arguments.end(), {{&entry.postKind, 1}, entry.key, entry.body});
       };
@@ -215,7 +214,6 @@ void Writer::send(const Scripts& scripts, Link& link, const Batch& batch) {
         ++counts.back();
       }
       scripts.append(Script::kPost, producer.keys_, arguments);
-      producer.unknown_ = false;
     }
   }
   for (const std::size_t count : counts) acknowledge(count, link.receive());
@@ -229,13 +227,13 @@ void Writer::acknowledge(std::size_t count, const Reply& reply) {
   if (reply.isError() || reply.string() == "GAP") {
     throw LinkError{"the server refuses a post: " + std::string(reply.string())};
   }
+  // Joining again decides whether the publisher can go on.
+  if (reply.string() == "LIFE") throw LinkError{"the stream has another life number"};
   if (std::exchange(refusing_, false)) {
     writeLog("info", address_.name + ": the server accepts posts again");
     failure_.clear();
   }
-  if (reply.string() == "LIFE") {
-    refuse(*producer);
-  } else if (window_.front().kind == Entry::Kind::kPost) {
+  if (window_.front().kind == Entry::Kind::kPost) {
     producer->acknowledged_ = window_[count - 1].number;
   }
   if (const std::optional<Id> id = parseId(reply.string())) {

@@ -42,9 +42,7 @@ class Producer final : public Sender, public std::enable_shared_from_this<Produc
   bool leaving_ GUARDED_BY(sMutex) = false;
   bool left_ GUARDED_BY(sMutex) = false;
   bool refused_ GUARDED_BY(sMutex) = false;  // another publisher has made the stream anew
-  // For the writer's thread.
-  std::uint32_t life_ = 0;
-  bool unknown_ = true;  // the server may not know what was posted before
+  std::uint32_t life_ = 0;  // for the writer's thread
 };
 
 // Sends the posts of all publishers of a connection, on a thread of its own. Posts stay in the
@@ -93,6 +91,7 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
     std::uint32_t life = 0;
     std::string scheme;
     Id end;                                         // of the log
+    std::int64_t lost = 0;                          // posts that were acknowledged
     std::map<std::string, std::string> publishers;  // that are open, with their beats
   };
   // The entries at the front of the window that are sent together. They do not move meanwhile.
@@ -116,12 +115,12 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   void acknowledge(std::size_t count, const Reply& reply) EXCLUDES(sMutex);
   void popFront() REQUIRES(sMutex);
   void check(Link& link, std::deque<Check> checks) EXCLUDES(sMutex);
-  void joinAgain(const Scripts& scripts, bool afterOutage) EXCLUDES(sMutex);
+  void joinAgain(const Scripts& scripts) EXCLUDES(sMutex);
   void refuse(Producer& producer) REQUIRES(sMutex);
   void onEstablished() EXCLUDES(sMutex);
   void onFailure(const std::string& reason, const Worker& worker) EXCLUDES(sMutex);
   static JoinReply callJoin(const Scripts& scripts, const Producer& producer, const char* mode,
-                            std::uint32_t life);
+                            std::uint32_t life, std::uint64_t acknowledged);
 
   const CarriageSettings settings_;
   const Address address_;

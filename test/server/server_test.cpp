@@ -463,6 +463,32 @@ TEST_F(ServerTest, ServerWithoutMemory) {
   EXPECT_EQ(upTo(100), rows.values);
 }
 
+TEST_F(ServerTest, ServerWithOlderData) {
+  PrivateServer& server = startServer({"--appendonly", "no"});
+  Peer peer(at("post_timeout=30000"), "stream=rows;mode=replica;ack=always");
+  Peer other(at("post_timeout=30000"), "stream=rows;mode=replica;ack=always");
+  Inbox rows(connect(), "stream=rows;mode=replica");
+  ASSERT_EQ(OX_ERR_OK, rows.open());
+  for (const int32_t key : {1, 2}) EXPECT_EQ(OX_ERR_OK, peer.post(key, key));
+  EXPECT_EQ(OX_ERR_OK, other.post(3, 3));
+  EXPECT_EQ("+OK\r\n", server.command({"SAVE"}));
+  for (const int32_t key : {4, 5}) EXPECT_EQ(OX_ERR_OK, peer.post(key, key));
+  EXPECT_EQ(OX_ERR_OK, other.post(6, 6));
+  ASSERT_TRUE(rows.awaitValues(6));
+  server.kill();
+  server.start();
+  EXPECT_EQ(OX_ERR_OK, peer.post(7, 7));
+  EXPECT_EQ(OX_ERR_OK, other.post(8, 8));
+  ASSERT_TRUE(rows.awaitClose());
+  EXPECT_EQ(standin::kStreamClosed, rows.closeReason);
+  EXPECT_TRUE(hasLogged("the server has lost 2 posts that it had acknowledged"));
+  rows.table.clear();
+  rows.rev = 0;
+  ASSERT_EQ(OX_ERR_OK, rows.open("replstate=\"" + rows.state + '"'));
+  ASSERT_TRUE(rows.awaitOnline());
+  EXPECT_EQ((std::map<int32_t, int64_t>{{1, 1}, {2, 2}, {3, 3}, {7, 7}, {8, 8}}), rows.table);
+}
+
 TEST_F(ServerTest, ForeignEntriesAreSkipped) {
   PrivateServer& server = startServer({"--appendfsync", "no"});
   Peer peer(at(), "stream=rows;mode=replica");
@@ -511,6 +537,12 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
   // A server that was emptied has other streams.
   EXPECT_EQ("+OK\r\n", server.command({"FLUSHALL"}));
   ASSERT_TRUE(rows.awaitClose());
+  EXPECT_EQ(OX_ERR_OK, peer.post(5, 5));
+  ASSERT_TRUE(standin::settle());
+  rows.rev = 0;
+  EXPECT_EQ(OX_ERR_OK, rows.open());
+  EXPECT_TRUE(rows.awaitOnline());
+  EXPECT_EQ((std::vector<int64_t>{4, 5}), rows.values);
 }
 
 TEST(NoServerTest, BuildWithoutHiredisNamesThePackage) {
