@@ -59,7 +59,8 @@ void writeLog(const char* level, const std::string& line) {
 void logUnknown(const char* function, const Settings& settings) {
   if (!isLogging()) return;
   for (const auto& [key, value] : settings.left()) {
-    writeLog("info", std::string(function) + ": unknown key " + oneLine(key) + " is ignored");
+    const std::string name = settings.hasSecret() ? "" : ' ' + oneLine(key);
+    writeLog("info", std::string(function) + ": unknown key" + name + " is ignored");
   }
 }
 

@@ -5,7 +5,12 @@
 namespace standin {
 
 void Settings::add(const std::string& string) {
+  // A ";" that is not encoded makes the rest of a password another pair.
+  const std::size_t server = string.find("server=");
+  hasSecret_ |= place_.empty() && server != std::string::npos &&
+                string.find('@', server) != std::string::npos;
   if (pairs_.parse(string)) return;
+  if (hasSecret_) refuse("the settings string with the password is malformed");
   // The parser's message ends with the entire string.
   refuse(pairs_.lastError.substr(0, pairs_.lastError.find(". The entire string is")));
 }

@@ -59,11 +59,13 @@ class Settings {
     if (!has(key)) return fallback;
     const std::string value = extract(key);
     const std::optional<T> number = toNumber<T>(value);
-    if (!number) refuse(key + '=' + value + " is not a number in range");
+    if (!number) refuse(key + (hasSecret_ ? "" : '=' + value) + " is not a number in range");
     return *number;
   }
 
   const std::map<std::string, std::string>& left() const { return pairs_; }
+  // Whether keys and values may be parts of a password, which no log line may contain.
+  bool hasSecret() const { return hasSecret_; }
   void requireNoneLeft() const;
   [[noreturn]] void refuse(const std::string& what) const;
 
@@ -73,6 +75,7 @@ class Settings {
   }
 
   std::string place_;
+  bool hasSecret_ = false;
   oxutils::Properties pairs_;
 };
 

@@ -119,11 +119,16 @@ void Link::connectTo(int family, const void* socketAddress, std::size_t size) {
 void Link::logIn(const Address& address) {
   if (address.password.empty()) {
     call({"PING"});  // refused if a password is needed
-  } else if (address.user.empty()) {
-    call({"AUTH", address.password});
-  } else {
-    call({"AUTH", address.user, address.password});
+    return;
   }
+  std::vector<std::string_view> command = {"AUTH", address.user, address.password};
+  if (address.user.empty()) command.erase(command.begin() + 1);
+  append(command);
+  const Reply reply = receive();
+  if (!reply.isError()) return;
+  // What follows the first word may quote the password.
+  const std::string_view error = reply.string();
+  throw LinkError{"the server refuses: " + std::string(error.substr(0, error.find(' ')))};
 }
 
 void Link::append(const std::vector<std::string_view>& command) {

@@ -334,7 +334,7 @@ TEST_F(ServerTest, BadSettingsAndServersAreRefusedWithoutThePassword) {
     const PrivateServer ended;
     unused = ended.port();
   }
-  PrivateServer open({"--unixsocket", socket});
+  PrivateServer open({"--unixsocket", socket, "--rename-command", "AUTH", ""});
   server.start();
   const struct {
     std::string settings;
@@ -350,6 +350,10 @@ TEST_F(ServerTest, BadSettingsAndServersAreRefusedWithoutThePassword) {
       {"server=redis://:cret@127.0.0.1:" + std::to_string(unused), standin::kNoServer},
       {"server=redis://:cret@[::1]:" + std::to_string(unused), standin::kNoServer},
       {"server=unix://:cret@/no/such/socket", standin::kNoServer},
+      {"server=unix://:cret@" + socket, standin::kNoServer},
+      {"server=redis://:se;cret@localhost", OX_ERR_INVALIDARGUMENT},
+      {"server=redis://:se;cret=@localhost", OX_ERR_INVALIDARGUMENT},
+      {"server=redis://:se;window=cret@localhost", OX_ERR_INVALIDARGUMENT},
       {"server=http://:cret@localhost", OX_ERR_INVALIDARGUMENT},
       {"server=redis://:cret@localhost:0", OX_ERR_INVALIDARGUMENT},
       {"server=redis://:cret@localhost:66000", OX_ERR_INVALIDARGUMENT},
