@@ -99,7 +99,8 @@ class Carriage {
   virtual ~Carriage() = default;
   // The server's address. Streams of the same name at the same address are the same stream.
   virtual const std::string& address() const = 0;
-  // Waits until the server is reached. Refuses with kNoServer if it is not.
+  // Waits until the server is reached, or close() is called. Refuses with kNoServer if it is not
+  // reached.
   virtual void open() REQUIRES(sMutex) = 0;
   // Sets the time that close() waits until, from now.
   virtual void startClosing() REQUIRES(sMutex) = 0;

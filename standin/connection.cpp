@@ -27,23 +27,24 @@ std::optional<CarriageSettings> extractCarriage(Settings& settings) {
   return read.server.empty() ? std::nullopt : std::optional(read);
 }
 
-// Connects to the server. Returns null if the connection is closed or destroyed meanwhile.
-std::shared_ptr<Carriage> connect(Connection& conn, const CarriageSettings& settings)
-    REQUIRES(sMutex) {
+// Connects to the server. The connection has the carriage while it waits, so that whoever destroys
+// it meanwhile, or closes the environment, closes the carriage.
+void connect(Connection& conn, const CarriageSettings& settings) REQUIRES(sMutex) {
   const auto onLink = [weak = conn.weak_from_this()](bool established) REQUIRES(sMutex) {
     const std::shared_ptr<Connection> to = weak.lock();
     if (to && to->isOpen()) to->state = established ? kActive : kOpening;
   };
-  std::shared_ptr<Carriage> carriage = makeCarriage(settings, onLink);
+  const std::shared_ptr<Carriage> carriage = conn.carriage = makeCarriage(settings, onLink);
   try {
     carriage->open();
+    require(conn.carriage == carriage, "the connection was destroyed while it was being opened",
+            OX_ERR_INVALIDSTATE);
   } catch (...) {
+    if (conn.carriage == carriage) conn.carriage = nullptr;
     carriage->close();
+    joinWorkers();
     throw;
   }
-  if (environment().connections.count(conn.handle) > 0) return carriage;
-  carriage->close();
-  return nullptr;
 }
 
 // Disconnects from the server, after what was posted. Refuses if some of it is discarded.
@@ -171,11 +172,7 @@ int ox_conn_open(ox_conn_t* handle, const char* string) {
     const std::optional<CarriageSettings> server = extractCarriage(settings);
     const Opening opening(conn, "the connection is open already");
     logUnknown("ox_conn_open", settings);
-    if (server) {
-      conn.carriage = connect(conn, *server);
-      require(conn.carriage != nullptr, "the connection was destroyed while it was being opened",
-              OX_ERR_INVALIDSTATE);
-    }
+    if (server) connect(conn, *server);
     conn.queueLimit = limit;
     conn.state = kActive;
   });

@@ -151,6 +151,8 @@ int ox_env_close(void) {
     for (const auto& carriage : carriages) carriage->startClosing();
     for (const auto& carriage : carriages) carriage->close();
     carriages.clear();
+    // A thread that still opens a listener has not registered it.
+    for (const auto& worker : env.workers) worker->stop();
     joinWorkers();
     env.closing = false;
     closeLog();

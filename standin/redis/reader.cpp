@@ -87,6 +87,8 @@ void Reader::run(Worker& worker) {
   }
   const MutexLock lock(sMutex);
   worker.stop();
+  if (failure_.empty()) failure_ = "the listener was closed";
+  changed_.notifyAll();
   scheme_ = nullptr;  // schemes are released with the mutex acquired
 }
 

@@ -29,10 +29,12 @@ void Writer::start() {
 }
 
 void Writer::open() {
-  const auto isDecided = [this]() REQUIRES(sMutex) { return established_ || !failure_.empty(); };
+  const auto isDecided = [this]() REQUIRES(sMutex) {
+    return established_ || closed_ || !failure_.empty();
+  };
   const bool decided =
       done_.waitUntil(sMutex, Clock::now() + 2 * settings_.serverTimeout, isDecided);
-  if (established_) return;
+  if (established_ || closed_) return;
   throw Refusal{kNoServer,
                 address_.name + ": " + (decided ? failure_ : "the server is not reached in time")};
 }

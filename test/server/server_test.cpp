@@ -109,6 +109,12 @@ std::vector<int64_t> upTo(int64_t last) {
   return values;
 }
 
+// How many threads this process has.
+std::size_t threads() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
 // The table of the items 1 to `last`.
 std::map<int32_t, int64_t> tableOf(int64_t last, int32_t keys) {
   std::map<int32_t, int64_t> table;
@@ -447,7 +453,16 @@ TEST_F(ServerTest, ServerThatStopsAnswering) {
   EXPECT_EQ(standin::kNotAcknowledged, strict.post(0, 13));
   EXPECT_EQ(standin::kNotAcknowledged, ox_conn_close(strict.conn));
   EXPECT_TRUE(hasLogged("1 posts are discarded"));
+  // Nor does a thread of the library survive that connects.
+  ASSERT_EQ(OX_ERR_OK, ox_conn_new(at("server_timeout=20000").c_str(), &late));
+  const std::size_t before = threads();
+  std::thread opening([late] { EXPECT_EQ(OX_ERR_INVALIDSTATE, ox_conn_open(late, "")); });
+  while (threads() < before + 2) std::this_thread::yield();
   EXPECT_EQ(OX_ERR_OK, ox_env_close());
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (threads() > 2 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_GE(2u, threads());
+  opening.join();
   server.signal(SIGCONT);
   ASSERT_EQ(OX_ERR_OK, ox_env_open(""));
 }
