@@ -41,12 +41,12 @@ void copyData(ox_msg_data_t& data, Message::Bytes& bytes) {
   data.addr = bytes.addr.c_str();
 }
 
-void copyRow(ox_msg_streamdata_t& row, Message::Bytes& bytes) {
-  copyBody(row, bytes);
-  copyBlocks(bytes, &row);
+void copyRow(ox_msg_streamdata_t& row, Message& message) {
+  copyBody(row, message.own);
+  copyBlocks(message.own, &row);
   if (!row.nulls) return;
-  bytes.nulls.assign(reinterpret_cast<const char*>(row.nulls), row.num_nulls);
-  row.nulls = reinterpret_cast<const std::uint8_t*>(bytes.nulls.data());
+  message.nulls.assign(reinterpret_cast<const char*>(row.nulls), row.num_nulls);
+  row.nulls = reinterpret_cast<const std::uint8_t*>(message.nulls.data());
 }
 
 }  // namespace
@@ -60,7 +60,7 @@ MessagePtr copyOf(const Record& record, Description own, const Description* ofRe
   message->record = record;
   message->own.description = std::move(own);
   if (record.head.type == OX_MSG_STREAM_DATA) {
-    copyRow(message->record.row, message->own);
+    copyRow(message->record.row, *message);
     return message;
   }
   copyData(message->record.data, message->own);

@@ -24,15 +24,19 @@ using Description = std::shared_ptr<const Scheme::Message>;
 // A message with its own copy of what its record points to. It does not change.
 struct Message {
   struct Bytes {
-    std::string payload, name, addr, nulls;
+    std::string payload, name, addr;
     Description description;                // of the payload; null if it has none
     std::forward_list<std::string> blocks;  // that the payload's descriptors point to
   };
   Record record{};
   ox_msg_data_t ref{};  // what `record` refers to, if it does
   Bytes own, ofRef;
+  std::string nulls;              // of a row
   std::uint32_t replyWithin = 0;  // milliseconds; 0 if no reply is wanted or nobody elsewhere asks
 };
+// With the counts of its owners: blocks of memory at a distance of a power of two share cache
+// lines.
+static_assert(sizeof(Message) + 16 <= 480);
 using MessagePtr = std::shared_ptr<const Message>;
 
 // Whether a row has no value for a field. A null `row` has all values.

@@ -65,12 +65,11 @@ ox_zblock_t blockAt(const std::string& payload, std::size_t offset) {
   return block;
 }
 
-void writePart(Writer& to, const Message::Bytes& bytes, bool hasPayload,
-               const std::uint8_t* nulls) {
+void writePart(Writer& to, const Message::Bytes& bytes, bool hasPayload, const std::string* nulls) {
   to.string(bytes.name);
   to.string(bytes.addr);
-  to.number(nulls ? bytes.nulls.size() + 1 : 0);
-  for (std::size_t i = 0; nulls && i < bytes.nulls.size(); ++i) to.number(nulls[i] ? 1 : 0);
+  to.number(nulls ? nulls->size() + 1 : 0);
+  for (std::size_t i = 0; nulls && i < nulls->size(); ++i) to.number((*nulls)[i] ? 1 : 0);
   std::string payload = hasPayload ? bytes.payload : "";
   std::vector<std::pair<std::size_t, ox_zblock_t>> blocks;
   if (bytes.description) {
@@ -96,7 +95,7 @@ void requireNoZero(std::string_view string) {
 
 // Without a description of the payload, its blocks are skipped. A message of another stream may
 // have the name and size of one of this scheme, but z-blocks elsewhere: it has no description.
-void readPart(Reader& from, Message::Bytes& bytes, bool& hasNulls,
+void readPart(Reader& from, Message::Bytes& bytes, std::optional<std::string>& nullFlags,
               const std::shared_ptr<const Scheme>& scheme, bool mayBeForeign = false) {
   const std::string_view name = from.string();
   const std::string_view addr = from.string();
@@ -105,8 +104,8 @@ void readPart(Reader& from, Message::Bytes& bytes, bool& hasNulls,
   bytes.name = name;
   bytes.addr = addr;
   const std::uint64_t nulls = from.number();
-  hasNulls = nulls > 0;
-  for (std::uint64_t i = 1; i < nulls; ++i) bytes.nulls += static_cast<char>(from.number() != 0);
+  if (nulls > 0) nullFlags.emplace();
+  for (std::uint64_t i = 1; i < nulls; ++i) *nullFlags += static_cast<char>(from.number() != 0);
   bytes.payload = from.string();
   const Scheme::Message* const described =
       scheme ? scheme->find(OX_KEY_NAME, bytes.name.c_str()) : nullptr;
@@ -153,10 +152,10 @@ void readReferred(Reader& from, Message& message, const std::shared_ptr<const Sc
   const std::uint32_t userId = from.number32();
   const std::uint64_t serial = from.number();
   Message::Bytes& bytes = message.ofRef;
-  bool hasNulls = false;
-  readPart(from, bytes, hasNulls, scheme, true);
+  std::optional<std::string> nulls;
+  readPart(from, bytes, nulls, scheme, true);
   const bool isError = isParseError(type, bytes);
-  require(!hasNulls && (isError || type == OX_MSG_DATA || !isKnownType(type)),
+  require(!nulls && (isError || type == OX_MSG_DATA || !isKnownType(type)),
           "the message refers to one that is not a data message");
   const Scheme::Message* const described = bytes.description.get();
   // One of another stream may contain addresses.
@@ -182,7 +181,7 @@ std::string encode(const Message& message, std::chrono::milliseconds replyWithin
   to.number(isRow ? record.row.user_id : record.data.user_id);
   to.number(record.head.reserved);
   to.number(static_cast<std::uint64_t>(replyWithin.count()));
-  writePart(to, message.own, true, isRow ? record.row.nulls : nullptr);
+  writePart(to, message.own, true, isRow && record.row.nulls ? &message.nulls : nullptr);
   const bool refers = !isRow && record.data.ref_msg;
   to.number(refers ? 1 : 0);
   if (refers) {
@@ -207,30 +206,31 @@ MessagePtr decode(std::string_view bytes, const std::shared_ptr<const Scheme>& s
   const std::uint64_t userId = from.number();
   const std::uint64_t serial = from.number();
   message->replyWithin = from.number32();
-  bool hasNulls = false;
-  readPart(from, own, hasNulls, scheme);
+  std::optional<std::string> nulls;
+  readPart(from, own, nulls, scheme);
   const ox_msg_t head = headOf(type, serial, own);
   const bool isRow = type == OX_MSG_STREAM_DATA;
   require(isRow == (rev > 0), "the message is of the wrong kind");
   const Scheme::Message* const described = own.description.get();
   if (isRow) {
     require(described, "the stream's scheme does not describe the row");
-    require(!hasNulls || own.nulls.size() == described->description.num_fields,
+    require(!nulls || nulls->size() == described->description.num_fields,
             "the row has another number of null flags than its message has fields");
-    auto* const nulls = reinterpret_cast<const std::uint8_t*>(own.nulls.data());
+    if (nulls) message->nulls = std::move(*nulls);
+    auto* const flags = reinterpret_cast<const std::uint8_t*>(message->nulls.data());
     message->record.row = {head,
                            described->index,
                            described->id,
                            own.name.c_str(),
                            rev,
-                           hasNulls ? own.nulls.size() : described->description.num_fields,
-                           hasNulls ? nulls : nullptr,
+                           described->description.num_fields,
+                           nulls ? flags : nullptr,
                            userId};
   } else {
     // The code is that of the publisher's scheme, which may differ from the stream's.
     const bool isData = type == OX_MSG_DATA || !isKnownType(type);
     const bool isError = isParseError(type, own);
-    require(!hasNulls && (isError || (described && isData)),
+    require(!nulls && (isError || (described && isData)),
             "the stream's scheme does not describe the message");
     require(userId <= UINT32_MAX, "a number of the message is out of range");
     message->record.data = {head,
