@@ -8,7 +8,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "standin/settings.h"
@@ -175,7 +177,7 @@ void Link::await(short events, Clock::time_point until) const {
         std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
     if (left <= 0) throw LinkError{"the server does not answer in time"};
     pollfd waiting[] = {{context_->fd, events, 0}, {worker_.stopEvent(), POLLIN, 0}};
-    const int ready = poll(waiting, 2, static_cast<int>(left));
+    const int ready = poll(waiting, 2, static_cast<int>(std::min<std::int64_t>(left, INT_MAX)));
     if (ready < 0 && errno != EINTR) throw LinkError{systemError("poll")};
     if (waiting[1].revents != 0) throw LinkError{"stopped"};
     if (ready > 0) return;
