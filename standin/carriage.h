@@ -58,7 +58,7 @@ class Follower {
   virtual ~Follower() = default;
   // Waits until onJoined() was called. Refuses with kNoServer if that takes too long.
   virtual void awaitJoined() REQUIRES(sMutex) = 0;
-  // Lets changes arrive. They are held up until this is called first.
+  // Lets changes arrive. Changes do not arrive before the first call.
   virtual void proceed() REQUIRES(sMutex) = 0;
   // Requests the retained rows with higher revisions than that; onOnline() is called after them.
   virtual void request(std::int64_t from) REQUIRES(sMutex) = 0;

@@ -53,7 +53,7 @@ struct Environment {
   Table<ox_publisher_t, Publisher> publishers GUARDED_BY(sMutex);
   std::unordered_map<const ox_msg_t*, std::unique_ptr<Outgoing>> outgoing GUARDED_BY(sMutex);
   // Streams and schemes remove themselves when they are destroyed.
-  std::map<std::string, std::weak_ptr<Stream>> streams GUARDED_BY(sMutex);        // by name
+  std::map<std::string, std::weak_ptr<Stream>> streams GUARDED_BY(sMutex);  // by address and name
   std::map<std::string, std::weak_ptr<const Scheme>> schemes GUARDED_BY(sMutex);  // by string
   std::vector<std::shared_ptr<Worker>> workers GUARDED_BY(sMutex);
   Condition room;  // a connection that was crowded has room again

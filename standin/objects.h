@@ -87,7 +87,7 @@ struct Connection : Object<ox_conn_t>, std::enable_shared_from_this<Connection> 
   std::size_t queueLimit GUARDED_BY(sMutex) = 0;  // of posted items
   std::size_t posted GUARDED_BY(sMutex) = 0;      // items in `queue`
   std::size_t incoming GUARDED_BY(sMutex) = 0;    // items of the post that is being checked
-  bool crowded GUARDED_BY(sMutex) = false;        // a thread waits until half the queue is free
+  bool crowded GUARDED_BY(sMutex) = false;        // `room` is notified when half the queue is free
   std::thread::id deliverer GUARDED_BY(sMutex);   // inside ox_conn_process; {} for none
   Condition changed;
 };

@@ -15,8 +15,9 @@
 //   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day later
 //   ox:answered:SERIAL     a request that was replied to; expires
 //
-// The id of a row in the log is REV-0, that of any other change REV-N with the next N. No id is
-// left out, so that a reader notices what was trimmed.
+// The id of a row in the log is REV-0, that of any other change REV-N with the next N, so that a
+// reader notices what was trimmed. After an id that is not of a stand-in gateway, the next change
+// has the id REV-0 of the next revision, of whatever kind it is.
 #ifndef OXLI_STANDIN_REDIS_SCRIPTS_H
 #define OXLI_STANDIN_REDIS_SCRIPTS_H
 
@@ -42,7 +43,8 @@ enum EntryKind : char {
 
 // All take the beginning of the stream's keys as their key. Arguments and results:
 enum class Script {
-  // PUBLISHER SCHEME NEW_LIFE MODE LIFE ACKNOWLEDGED: joins the stream, unless it has another scheme; then MODE
+  // PUBLISHER SCHEME NEW_LIFE MODE LIFE ACKNOWLEDGED: joins the stream, unless it has another
+  // scheme; then MODE
   // "covered" says that the scheme of LIFE covers it, and "anew" that the stream of LIFE is to be
   // made anew. With "leaving", a publisher of LIFE that has left already is not open again. If
   // the stream of LIFE lacks posts up to the number ACKNOWLEDGED, they are lost: it goes on as that
