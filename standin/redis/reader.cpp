@@ -318,11 +318,16 @@ void Reader::end(const char* reason) {
 void Reader::onFailure(const std::string& reason, const Worker& worker) {
   if (worker.isStopped()) return;
   const MutexLock lock(sMutex);
-  if (failure_ != reason) {
-    writeLog("error", "stream=" + stream_ + ": there is no connection to " + address_.name + ": " +
-                          oneLine(reason));
+  const bool isNew = failure_ != reason;
+  try {
+    failure_ = reason;
+    if (isNew) {
+      writeLog("error", "stream=" + stream_ + ": there is no connection to " + address_.name +
+                            ": " + oneLine(reason));
+    }
+  } catch (const std::bad_alloc&) {
+    failure_ = "no memory";  // short enough to need none
   }
-  failure_ = reason;
   changed_.notifyAll();
 }
 

@@ -135,7 +135,7 @@ void Writer::run(Worker& worker) {
   producers_.clear();
   window_.clear();
   requests_.clear();
-  for (const Check& check : std::exchange(checks_, {})) check.result(false);
+  endChecks();
 }
 
 void Writer::serve(const Scripts& scripts, Link& link, const Worker& worker) {
@@ -270,6 +270,18 @@ void Writer::check(Link& link, std::deque<Check> checks) {
   if (!failure.empty()) throw LinkError{failure};
 }
 
+// Nobody can find out any more whether another process has replied.
+void Writer::endChecks() {
+  for (const Check& check : std::exchange(checks_, {})) {
+    try {
+      check.result(false);
+    } catch (const std::bad_alloc&) {
+      // Without memory there is no message about it.
+      continue;
+    }
+  }
+}
+
 void Writer::onEstablished() {
   const MutexLock lock(sMutex);
   if (!failure_.empty() && !refusing_) {
@@ -285,14 +297,19 @@ void Writer::onEstablished() {
 void Writer::onFailure(const std::string& reason, const Worker& worker) {
   if (worker.isStopped()) return;
   const MutexLock lock(sMutex);
-  if ((established_ && !refusing_) || failure_ != reason) {
-    writeLog("error", address_.name + ": there is no connection: " + oneLine(reason));
-  }
+  const bool isNew = (established_ && !refusing_) || failure_ != reason;
   established_ = false;
-  failure_ = reason;
+  try {
+    failure_ = reason;
+    if (isNew) {
+      writeLog("error", address_.name + ": there is no connection: " + oneLine(reason));
+    }
+  } catch (const std::bad_alloc&) {
+    failure_ = "no memory";  // short enough to need none
+  }
   onLink_(false);
   done_.notifyAll();
-  for (const Check& check : std::exchange(checks_, {})) check.result(false);
+  endChecks();
 }
 
 }  // namespace standin::redis

@@ -42,7 +42,7 @@ class Producer final : public Sender, public std::enable_shared_from_this<Produc
   bool leaving_ GUARDED_BY(sMutex) = false;
   bool left_ GUARDED_BY(sMutex) = false;
   bool refused_ GUARDED_BY(sMutex) = false;  // another publisher has made the stream anew
-  std::uint32_t life_ = 0;  // for the writer's thread
+  std::uint32_t life_ = 0;                   // for the writer's thread
 };
 
 // Sends the posts of all publishers of a connection, on a thread of its own. Posts stay in the
@@ -116,6 +116,7 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   void popFront() REQUIRES(sMutex);
   void check(Link& link, std::deque<Check> checks) EXCLUDES(sMutex);
   void joinAgain(const Scripts& scripts) EXCLUDES(sMutex);
+  void endChecks() REQUIRES(sMutex);
   void refuse(Producer& producer) REQUIRES(sMutex);
   void onEstablished() EXCLUDES(sMutex);
   void onFailure(const std::string& reason, const Worker& worker) EXCLUDES(sMutex);
@@ -131,7 +132,7 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   Condition done_;  // something was done, or the connection was established or closed
   bool established_ GUARDED_BY(sMutex) = false;
   bool closed_ GUARDED_BY(sMutex) = false;
-  std::string failure_ GUARDED_BY(sMutex);  // why the connection is not established
+  std::string failure_ GUARDED_BY(sMutex);    // why the connection is not established
   bool refusing_ GUARDED_BY(sMutex) = false;  // the server has refused the post that is next
   std::optional<Clock::time_point> closeBy_ GUARDED_BY(sMutex);
   std::deque<Entry> window_ GUARDED_BY(sMutex);
