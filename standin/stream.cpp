@@ -90,9 +90,9 @@ void Stream::post(const Publisher& pub, const KnownRecord& known, const Descript
                   makeMessage(OX_MSG_PARSEERR, &code, sizeof code, message, record.data.user_id),
                   replyWithin);
   }
-  require(!isRow || !record.row.nulls ||
-              record.row.num_nulls == description->description.num_fields,
-          "the row has another number of null flags than its message has fields");
+  require(
+      !isRow || !record.row.nulls || record.row.num_nulls == description->description.num_fields,
+      "the row has another number of null flags than its message has fields");
   record.data.msg_index = description->index;
   record.data.msg_id = description->id;
   if (isRow) record.row.rev = pub.sender ? 0 : rev_ + 1;

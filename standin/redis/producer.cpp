@@ -164,10 +164,9 @@ Writer::JoinReply Writer::callJoin(const Scripts& scripts, const Producer& produ
                                    std::uint64_t acknowledged) {
   const std::string_view scheme =
       producer.scheme_ ? std::string_view(producer.scheme_->string()) : std::string_view();
-  const Reply reply =
-      scripts.call(Script::kJoin, producer.keys_,
-                   {producer.id_, scheme, std::to_string(newLifeNumber()), mode,
-                    std::to_string(life), std::to_string(acknowledged)});
+  const Reply reply = scripts.call(Script::kJoin, producer.keys_,
+                                   {producer.id_, scheme, std::to_string(newLifeNumber()), mode,
+                                    std::to_string(life), std::to_string(acknowledged)});
   JoinReply read;
   read.joined = reply[0].integer() != 0;
   const std::int64_t number = reply[1].integer();
@@ -207,8 +206,8 @@ void Writer::joinAgain(const Scripts& scripts) {
     }
   }
   for (const auto& [producer, leaving, acknowledged] : joinings) {
-    JoinReply reply = callJoin(scripts, *producer, leaving ? "leaving" : "try", producer->life_,
-                               acknowledged);
+    JoinReply reply =
+        callJoin(scripts, *producer, leaving ? "leaving" : "try", producer->life_, acknowledged);
     const std::int64_t lost = reply.lost;
     if (!reply.joined && covers(reply.scheme, producer->scheme_)) {
       reply = callJoin(scripts, *producer, "covered", reply.life, acknowledged);
