@@ -1,8 +1,8 @@
-// How a stream is carried beyond this process: posts leave through a Sender, and what arrives is
-// passed to a Receiver. Streams without a carriage stay in this process.
+// Connects streams of this process with a server: posts are sent through a Sender, and the changes
+// of a stream are passed to a Receiver. Without a Carriage, a stream exists in this process only.
 //
-// All functions are called with sMutex acquired. Those that wait release it meanwhile, so that
-// their callers check again afterwards what they rely on.
+// All functions are called with sMutex acquired. Functions that wait release sMutex while they
+// wait: their callers must then check again everything that it guards.
 #ifndef OXLI_STANDIN_CARRIAGE_H
 #define OXLI_STANDIN_CARRIAGE_H
 
@@ -15,75 +15,84 @@
 
 namespace standin {
 
-// A table of which rows were removed.
+// A removal of rows of one table. The rows of one message of the scheme are a table.
 struct ClearedTable {
-  std::uint32_t table = 0;  // position of the row's message in the scheme
-  std::int64_t oldest = 0;  // the lowest revision that a row can have
-  std::int64_t at = 0;      // the revision of the stream when rows were removed
+  std::uint32_t table = 0;  // position of the table's message in the scheme
+  std::int64_t oldest = 0;  // rows with lower revisions were removed
+  std::int64_t at = 0;      // the revision of the stream at the removal
 };
 
-// What arrives of a stream. Called on a thread of the carriage.
+// Receives the changes of a stream. Called on a thread of the carriage.
 class Receiver {
  public:
-  // The stream as it is when it is followed, before anything else arrives, and again after changes
-  // may have been missed. Its retained rows arrive only if they are requested.
+  // Called before anything else, and again after onLost(), with the life number and the revision of
+  // the stream. Only later changes follow; rows that are retained already are passed if they are
+  // requested.
   virtual void onJoined(std::uint32_t life, std::int64_t rev) REQUIRES(sMutex) = 0;
-  // Returns the scheme of that string, which is the stream's from now on; null if it is invalid.
+  // Sets the scheme of the stream, unless it has one. Returns the scheme of the stream, or null if
+  // it has none because the string is invalid.
   virtual std::shared_ptr<const Scheme> onScheme(const std::string& scheme) REQUIRES(sMutex) = 0;
-  // Rows were removed earlier.
+  // Called after onJoined() for each table of which rows were removed before.
   virtual void onClearedBefore(const ClearedTable& cleared) REQUIRES(sMutex) = 0;
-  // A row that was retained before the stream was followed. The stream may have a later one.
+  // Passes a requested row. A later row with the same key may have been passed before.
   virtual void onRetained(const MessagePtr& row) REQUIRES(sMutex) = 0;
-  // All rows with higher revisions than that have arrived.
+  // Called when all rows with revisions higher than `from` have been passed.
   virtual void onOnline(std::int64_t from) REQUIRES(sMutex) = 0;
 
-  // Changes, in their order. Each may only be passed while hasRoom() returns true.
+  // Pass the changes in the order of the server. They may be called only while hasRoom() returns
+  // true.
   virtual bool hasRoom() REQUIRES(sMutex) = 0;
   virtual void onRow(const MessagePtr& row) REQUIRES(sMutex) = 0;
   virtual void onMessage(const MessagePtr& message) REQUIRES(sMutex) = 0;
   virtual void onCleared(std::uint32_t table, std::int64_t olderThan) REQUIRES(sMutex) = 0;
 
-  // Changes were missed for good. onJoined() is called next.
+  // Called when the server has discarded changes before they were read. onJoined() is called next.
   virtual void onLost() REQUIRES(sMutex) = 0;
-  // The last publisher has left, or a publisher has made the stream anew.
+  // Called with false when the last publisher has left. Called with true when a publisher has made
+  // the stream anew, or when the server has lost changes that it had acknowledged.
   virtual void onEnd(bool anew) REQUIRES(sMutex) = 0;
 
  protected:
   ~Receiver() = default;
 };
 
-// A stream that is followed until the object is destroyed; its receiver is not called afterwards.
+// Follows a stream until it is destroyed. The receiver is not called afterwards.
 class Follower {
  public:
   virtual ~Follower() = default;
-  // Waits until onJoined() was called. Refuses with kNoServer if that takes too long.
+  // Waits until onJoined() has been called. Refuses with kNoServer if connecting fails, or if it
+  // takes longer than twice the server timeout.
   virtual void awaitJoined() REQUIRES(sMutex) = 0;
   // Lets changes arrive. Changes do not arrive before the first call.
   virtual void proceed() REQUIRES(sMutex) = 0;
-  // Requests the retained rows with higher revisions than that; onOnline() is called after them.
+  // Requests the retained rows with revisions higher than `from`; onOnline() is called after them.
   virtual void request(std::int64_t from) REQUIRES(sMutex) = 0;
 };
 
 struct PostOptions {
-  bool acknowledged = false;                // wait until the server has written the post
+  bool acknowledged = false;                // wait until the server acknowledges the post
   std::chrono::milliseconds replyWithin{};  // 0 if no reply is wanted
 };
 
-// An open publisher. Its posts arrive in their order.
+// An open publisher. Its posts reach the server in the order in which they were made.
 class Sender {
  public:
   virtual ~Sender() = default;
-  // Waits until the window has room. Refuses with kWindowFull if it has none in time, or with
-  // kNotAcknowledged if the server has not acknowledged the post in time.
+  // Adds the message to the window, from which it is sent. Waits until the window has room; refuses
+  // with kWindowFull if it has none within the post timeout. If the options ask for it, waits until
+  // the server acknowledges the post; refuses with kNotAcknowledged if that takes longer.
   virtual void post(const Message& message, const PostOptions& options) REQUIRES(sMutex) = 0;
   virtual void clear(std::uint32_t table, std::int64_t olderThan, const PostOptions& options)
       REQUIRES(sMutex) = 0;
-  // Notes for another process, which asked with that serial number, that it was replied to.
+  // Stores on the server, for at least the time `within`, that the request with that serial number,
+  // which another process has posted, was replied to.
   virtual void noteReply(std::uint64_t serial, std::chrono::milliseconds within)
       REQUIRES(sMutex) = 0;
-  // Leaves the stream after all posts. They are sent even if nobody awaits them.
+  // Makes the publisher leave the stream after its posts. Does not wait; the posts are sent even if
+  // awaitLeft() is not called.
   virtual void leave() REQUIRES(sMutex) = 0;
-  // Waits for that. Refuses with kNotAcknowledged if it takes too long.
+  // Waits until the publisher has left. Refuses with kNotAcknowledged if posts are not acknowledged
+  // within the post timeout.
   virtual void awaitLeft() REQUIRES(sMutex) = 0;
 };
 
@@ -97,40 +106,43 @@ class Carriage {
   };
 
   virtual ~Carriage() = default;
-  // The server's address. Streams of the same name at the same address are the same stream.
+  // Returns the server's address. Streams of the same name at the same address are the same stream.
   virtual const std::string& address() const = 0;
   // Waits until the server is reached, or close() is called. Refuses with kNoServer if it is not
   // reached.
   virtual void open() REQUIRES(sMutex) = 0;
-  // Sets the time that close() waits until, from now.
+  // Sets the deadline of close() to the post timeout from now. Otherwise close() itself sets it.
   virtual void startClosing() REQUIRES(sMutex) = 0;
-  // Waits until all posts are acknowledged, discards those that are not in time and disconnects.
-  // Returns whether none was discarded.
+  // Waits until all posts are acknowledged or the deadline has passed. Discards the posts that are
+  // not acknowledged, and disconnects. Returns true if no post was discarded.
   virtual bool close() REQUIRES(sMutex) = 0;
 
-  // Waits until the publisher has joined. Refuses a scheme that the stream's does not cover while
-  // other publishers are open.
+  // Makes a sender, and waits until it has joined the stream. Refuses a scheme that the scheme of
+  // the stream does not cover while other publishers are open.
   virtual Joined join(const std::string& stream, const std::shared_ptr<const Scheme>& scheme)
       REQUIRES(sMutex) = 0;
   virtual std::unique_ptr<Follower> follow(const std::string& stream, Receiver& receiver)
       REQUIRES(sMutex) = 0;
-  // Finds out whether another process has replied, and calls `result` then.
+  // Asks the server whether another process has replied to the request with that serial number.
+  // Calls `result` with the answer, with sMutex acquired; with false if the server cannot be asked.
   virtual void checkReply(std::uint64_t serial, std::function<void(bool replied)> result)
       REQUIRES(sMutex) = 0;
-  // Whether everything that was posted through this connection has arrived at the followers of
-  // this process. For tests.
+  // For tests: returns whether everything that was posted through this connection has been passed
+  // to the followers of this process.
   virtual bool isSettled() const REQUIRES(sMutex) = 0;
 };
 
 struct CarriageSettings {
   std::string server;
-  std::chrono::milliseconds serverTimeout{3000};  // of connecting and of each exchange
-  std::chrono::milliseconds postTimeout{5000};    // how long posting and closing wait
-  std::size_t window = 1000;                      // of posts that are not acknowledged
-  std::uint64_t logLimit = 64 << 20;              // bytes of changes that a server retains
+  std::chrono::milliseconds serverTimeout{3000};  // of connecting, and of each command
+  std::chrono::milliseconds postTimeout{5000};    // of each post, and of closing
+  std::size_t window = 1000;                      // maximum number of unacknowledged posts
+  std::uint64_t logLimit = 64 << 20;              // bytes of changes that a stream's log retains
 };
 
-// Refuses an invalid address. `onLink` is called when the connection is established or lost.
+// Starts connecting to the server, on a thread of the carriage. Refuses an invalid address.
+// `onLink` is called on that thread with sMutex acquired: with true when the connection is
+// established, with false when it is lost or an attempt to connect fails.
 std::shared_ptr<Carriage> makeCarriage(const CarriageSettings& settings,
                                        std::function<void(bool established)> onLink)
     REQUIRES(sMutex);

@@ -1,4 +1,4 @@
-// Queues, the calls of listeners, and the records that a host may pass to a call.
+// Queues messages, calls listeners, and checks the records that a host passes to a call.
 #ifndef OXLI_STANDIN_DELIVERY_H
 #define OXLI_STANDIN_DELIVERY_H
 
@@ -8,23 +8,24 @@ namespace standin {
 
 void enqueue(Listener& lsn, std::uint32_t type, MessagePtr message = {}, bool posted = false)
     REQUIRES(sMutex);
-// Removes and returns the next item of the queue. One that is to be delivered again stays.
-// REQUIRES: the queue is not empty.
+// Returns the next item of the queue, and removes it unless it is to be delivered again. REQUIRES:
+// the queue is not empty.
 Item nextItem(Connection& conn) REQUIRES(sMutex);
 void discardQueued(const Listener& lsn) REQUIRES(sMutex);
 
-// Calls the listener with the lock released. Returns its result.
+// Calls the listener with sMutex released. Returns the result of the listener.
 int callListener(const Item& item) REQUIRES(sMutex);
 
-// A record that may be read: an outgoing one, or one whose delivery this thread is inside of.
+// A record that may be read: an outgoing one, one that is being delivered on this thread, or the
+// one that it refers to.
 struct KnownRecord {
-  Record record;                   // as far as it may be read
-  bool whole;                      // not the head alone
+  Record record;                   // a copy of the fields that may be read; others are 0
+  bool whole;                      // whether fields after the head may be read
   const Outgoing* outgoing;        // null if it is being delivered
-  const Message* delivered;        // null for an outgoing record or one of deliver()
+  const Message* delivered;        // null if outgoing, referred to, or of deliver()
   const Description* description;  // of the message; null for a record of deliver()
 };
-// Refuses any other address without reading it.
+// Returns the known record at an address. Refuses any other address without reading its memory.
 KnownRecord knownRecord(const ox_msg_t* record) REQUIRES(sMutex);
 
 }  // namespace standin

@@ -35,19 +35,20 @@ struct Object {
   Handle* handle = nullptr;
   Settings settings GUARDED_BY(sMutex);  // given when it was made
   States state GUARDED_BY(sMutex) = kClosed;
-  bool beingOpened GUARDED_BY(sMutex) = false;  // closed, and a thread waits for a server
+  bool beingOpened GUARDED_BY(sMutex) = false;  // a thread is opening it; the state is closed
 };
 
 struct Listener : Object<ox_listener_t>, std::enable_shared_from_this<Listener> {
   std::shared_ptr<Connection> conn;
   ox_listener_cb_t callback = nullptr;
   void* data = nullptr;
-  std::shared_ptr<Stream> stream GUARDED_BY(sMutex);  // of the latest open
+  std::shared_ptr<Stream> stream GUARDED_BY(sMutex);  // of the latest opening
   bool replica GUARDED_BY(sMutex) = false;
   std::chrono::milliseconds interval GUARDED_BY(sMutex){};  // of time messages; 0 for none
   Clock::time_point nextTime GUARDED_BY(sMutex);
   std::int64_t seen GUARDED_BY(sMutex) = 0;  // revision of the latest row delivered
-  // A replica listener whose rows have not arrived yet: it gets those after that revision.
+  // Whether this is a replica listener whose rows have not arrived from the server yet. It then
+  // gets the rows with revisions higher than `from`.
   bool awaitsRows GUARDED_BY(sMutex) = false;
   std::int64_t from GUARDED_BY(sMutex) = 0;
 };
@@ -61,12 +62,12 @@ struct Publisher : Object<ox_publisher_t> {
   std::shared_ptr<Connection> conn;
   bool replica GUARDED_BY(sMutex) = false;
   std::chrono::milliseconds replyTimeout GUARDED_BY(sMutex){};
-  // By serial number, which is also the order of the deadlines.
+  // Requests without a reply, by serial number. The order of the deadlines is the same.
   std::map<std::uint64_t, AwaitedReply> awaited GUARDED_BY(sMutex);
-  std::shared_ptr<Sender> sender GUARDED_BY(sMutex);        // null in this process
-  bool acknowledged GUARDED_BY(sMutex) = false;             // each post waits for the server
-  std::shared_ptr<Stream> stream GUARDED_BY(sMutex);        // of the latest open
-  std::shared_ptr<const Scheme> scheme GUARDED_BY(sMutex);  // null until it is given one
+  std::shared_ptr<Sender> sender GUARDED_BY(sMutex);        // null without a server
+  bool acknowledged GUARDED_BY(sMutex) = false;             // each post awaits acknowledgement
+  std::shared_ptr<Stream> stream GUARDED_BY(sMutex);        // of the latest opening
+  std::shared_ptr<const Scheme> scheme GUARDED_BY(sMutex);  // null until a setting gives it
 };
 
 // A message in the queue of a connection.
@@ -82,39 +83,41 @@ struct Item {
 struct Connection : Object<ox_conn_t>, std::enable_shared_from_this<Connection> {
   std::vector<std::shared_ptr<Listener>> listeners GUARDED_BY(sMutex);
   std::vector<std::shared_ptr<Publisher>> publishers GUARDED_BY(sMutex);
-  std::shared_ptr<Carriage> carriage GUARDED_BY(sMutex);  // null in this process
+  std::shared_ptr<Carriage> carriage GUARDED_BY(sMutex);  // null without a server
   std::deque<Item> queue GUARDED_BY(sMutex);
   std::size_t queueLimit GUARDED_BY(sMutex) = 0;  // of posted items
   std::size_t posted GUARDED_BY(sMutex) = 0;      // items in `queue`
-  std::size_t incoming GUARDED_BY(sMutex) = 0;    // items of the post that is being checked
+  std::size_t incoming GUARDED_BY(sMutex) = 0;    // items that the post being checked would add
   bool crowded GUARDED_BY(sMutex) = false;        // `room` is notified when half the queue is free
-  std::thread::id deliverer GUARDED_BY(sMutex);   // inside ox_conn_process; {} for none
+  std::thread::id deliverer GUARDED_BY(sMutex);   // the thread that delivers; {} if there is none
   Condition changed;
 };
 
 struct Outgoing {
   Record record{};
   const Publisher* owner = nullptr;
-  std::uint32_t type = 0;  // the host may overwrite the record's
+  std::uint32_t type = 0;  // a copy: the host may overwrite the type in the record
   Description description;
   std::vector<char> payload;
   std::vector<std::uint8_t> nulls;
 };
 
-// Stops the listener and delivers its closing messages before it returns.
+// Stops the listener, and delivers its last messages before returning.
 void closeListener(Listener& lsn, std::int32_t reason) REQUIRES(sMutex);
-// Lets the publisher leave its stream. Does not wait for its posts.
+// Makes the publisher leave its stream. Does not wait for its posts.
 void closePublisher(Publisher& pub) REQUIRES(sMutex);
 
-// These call no listener. The handles are stale afterwards.
+// Destroy an object without calling a listener. Its handle is stale afterwards.
 void destroy(Listener& lsn) REQUIRES(sMutex);
 void destroy(Publisher& pub) REQUIRES(sMutex);
 void destroy(Connection& conn) REQUIRES(sMutex);
 
-// Whether the setting `mode` is given, as `replica`. Refuses any other value.
+// Removes the setting `mode`. Returns true if its value is `replica`, false if it is missing.
+// Refuses any other value.
 bool extractReplica(Settings& settings);
 
-// Marks an object as being opened until the end of the scope.
+// Marks an object as being opened until the end of the scope. Refuses if the object is not closed,
+// or is being opened already.
 template <class T>
 class Opening {
  public:

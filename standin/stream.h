@@ -17,42 +17,47 @@ namespace standin {
 
 // Publishers and listeners that were opened on a stream own it together.
 //
-// They use the first two groups of functions. What arrives in the stream passes through the third
-// group, which alone changes rows and queues changes. In this process a post arrives at once, on
-// the thread that posts. A stream of a server is a mirror: posts leave through the sender of their
-// publisher, and a follower lets them arrive while a listener is open.
+// Publishers use the first group of functions, listeners the second. Every change passes through
+// the third group, which queues it for the listeners. Without a server, posting calls the third
+// group at once, on the posting thread. With a server, the stream is a mirror: posts are sent
+// through the sender of their publisher, and while a listener is open, a follower passes the
+// changes of the server to the third group.
 class Stream final : private Receiver {
  public:
-  // The address is that of the server; empty in this process.
+  // `address` is the address of the server; it is empty for a stream of this process.
   Stream(const std::string& address, std::string name);
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
   ~Stream() REQUIRES(sMutex);
 
-  // For publishers. Finds or makes the stream of that name for one more open publisher, whose
-  // scheme may be null. If the stream's scheme does not cover it, it is refused while another
-  // publisher is open; otherwise the stream is replaced by a new one. When the last publisher
-  // leaves, the listeners are closed. With a server, joining waits and releases sMutex.
+  // For publishers. Adds one open publisher to the stream of that name, which is made if necessary.
+  // `scheme` may be null. If the stream's scheme does not cover `scheme`, the publisher is refused
+  // while another publisher is open; otherwise a new stream replaces that stream. When the last
+  // publisher leaves, the listeners are closed. With a server, joining waits and releases sMutex.
   static void join(Publisher& pub, const std::string& name,
                    const std::shared_ptr<const Scheme>& scheme) REQUIRES(sMutex);
   void leave(const Publisher& pub) REQUIRES(sMutex);
-  // Posts a copy of a record, unless the queue of a receiver is full. If the stream's scheme does
-  // not describe the record, a row is refused, and any other message becomes a parse error.
+  // Posts a copy of a record. Without a server, refuses it if the queue of a receiver is full. If
+  // the stream's scheme does not describe the record, a row is refused, and any other message
+  // becomes a parse error.
   void post(const Publisher& pub, const KnownRecord& known, const Description* ofRef,
             std::chrono::milliseconds replyWithin) REQUIRES(sMutex);
   // Removes the rows of the record's message whose revisions are lower than the record's.
   void clear(const Publisher& pub, const KnownRecord& known) REQUIRES(sMutex);
 
-  // For listeners. Finds or makes the stream of that name and queues what the listener gets first.
-  // A replica listener gets all rows; if `life` is the life number of the stream, it gets what has
-  // changed since the revision `seen`. With a server, following waits and releases sMutex.
+  // For listeners. Finds or makes the stream of that name and queues the first messages of the
+  // listener. If `life` is the life number of the stream, a replica listener gets the changes since
+  // the revision `seen`; otherwise it gets all rows. With a server, following waits and releases
+  // sMutex.
   static void follow(const std::string& name, Listener& lsn, std::uint32_t life, std::int64_t seen)
       REQUIRES(sMutex);
   void unfollow(Listener& lsn) REQUIRES(sMutex);
-  // The setting `replstate` of a listener that has received the rows up to the revision `seen`.
+  // Returns the value of the setting `replstate` for a listener that has received the rows up to
+  // the revision `seen`.
   std::string replState(std::int64_t seen) const REQUIRES(sMutex);
 
-  // What arrives. The revision of a row is higher than that of the row before.
+  // Change the stream and queue the change for its listeners. The revision of a row must be higher
+  // than that of the row before.
   void addMessage(const MessagePtr& message) REQUIRES(sMutex);
   void addRow(const MessagePtr& row) REQUIRES(sMutex);
   void removeRows(std::uint32_t table, std::int64_t olderThan) REQUIRES(sMutex);
@@ -75,7 +80,7 @@ class Stream final : private Receiver {
   void remove(const ClearedTable& cleared) REQUIRES(sMutex);
   void enqueueSnapshot(Listener& lsn) const REQUIRES(sMutex);
 
-  // Of a mirror.
+  // For a stream of a server.
   static std::shared_ptr<Stream> joined(Publisher& pub, const std::string& name,
                                         const std::shared_ptr<const Scheme>& scheme)
       REQUIRES(sMutex);
@@ -96,9 +101,9 @@ class Stream final : private Receiver {
 
   const std::string name_;
   const std::string key_;                      // address and name
-  std::uint32_t life_ GUARDED_BY(sMutex) = 0;  // 0 until a server has told it
+  std::uint32_t life_ GUARDED_BY(sMutex) = 0;  // 0 until a server has returned it
   std::shared_ptr<const Scheme> scheme_ GUARDED_BY(sMutex);
-  // Of all publishers that have joined. `scheme_` covers them.
+  // The schemes of all publishers that have joined. `scheme_` covers them.
   std::vector<std::shared_ptr<const Scheme>> schemes_ GUARDED_BY(sMutex);
   std::vector<Listener*> listeners_ GUARDED_BY(sMutex);
   std::size_t publishers_ GUARDED_BY(sMutex) = 0;
@@ -107,8 +112,8 @@ class Stream final : private Receiver {
   std::map<std::uint32_t, ClearedTable> cleared_ GUARDED_BY(sMutex);     // by table
 
   std::unique_ptr<Follower> follower_ GUARDED_BY(sMutex);  // null while no listener is open
-  std::size_t openings_ GUARDED_BY(sMutex) = 0;            // listeners that wait for the follower
-  std::int64_t completeFrom_ GUARDED_BY(sMutex) = 0;       // later rows are all in `rows_`
+  std::size_t openings_ GUARDED_BY(sMutex) = 0;            // listeners that wait for onJoined()
+  std::int64_t completeFrom_ GUARDED_BY(sMutex) = 0;       // rows after it are in `rows_`
 };
 
 }  // namespace standin

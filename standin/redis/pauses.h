@@ -14,7 +14,7 @@ constexpr std::chrono::milliseconds kBeat(1000);
 constexpr std::chrono::milliseconds kLookInterval(500);
 // A publisher that has said nothing for that many looks has died. Looks are counted rather than
 // time, because nobody can say anything while the server does not answer.
-constexpr int kLooksUntilDead = 7;
+constexpr int kLooksUntilExpired = 7;
 
 // The pauses between attempts to connect: they double from 10 ms to 1 s, until a connection has
 // lasted for a second.

@@ -98,7 +98,7 @@ Carriage::Joined Writer::join(const std::string& stream,
       mode = "covered";
     } else if (!reply.publishers.empty()) {
       mode = "try";
-      requireDead(*producer, reply, looks, seen);
+      requireExpired(*producer, reply, looks, seen);
     }
     reply = askToJoin(producer, mode, reply.life);
   }
@@ -108,8 +108,8 @@ Carriage::Joined Writer::join(const std::string& stream,
 
 // Waits for a sign of life of publishers that have another layout; refuses if there is one. Lets
 // them leave if there is none for long enough.
-void Writer::requireDead(const Producer& producer, const JoinReply& found, int looks,
-                         std::map<std::string, std::string>& seen) {
+void Writer::requireExpired(const Producer& producer, const JoinReply& found, int looks,
+                            std::map<std::string, std::string>& seen) {
   if (looks == 0) seen = found.publishers;
   const auto isAlive = [&seen](const auto& publisher) {
     const auto before = seen.find(publisher.first);
@@ -121,7 +121,7 @@ void Writer::requireDead(const Producer& producer, const JoinReply& found, int l
     throw Refusal{OX_ERR_INVALIDARGUMENT,
                   "stream=" + producer.stream_ + " has open publishers with another layout"};
   }
-  if (looks < kLooksUntilDead) {
+  if (looks < kLooksUntilExpired) {
     const auto isClosed = [this]() REQUIRES(sMutex) { return closed_; };
     done_.waitUntil(sMutex, Clock::now() + kLookInterval, isClosed);
     return;

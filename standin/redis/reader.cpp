@@ -112,7 +112,7 @@ void Reader::serve(const Scripts& scripts, Link& link, const Worker& worker) {
         end("the stream was made anew");
       }
     }
-    if (Clock::now() >= nextLook_) expireDead(scripts, look(scripts));
+    if (Clock::now() >= nextLook_) removeExpired(scripts, look(scripts));
   }
 }
 
@@ -181,14 +181,14 @@ void Reader::awaitProceed(const Worker& worker) {
   failure_.clear();
 }
 
-void Reader::expireDead(const Scripts& scripts, const Look& found) {
+void Reader::removeExpired(const Scripts& scripts, const Look& found) {
   std::map<std::string, std::pair<std::string, int>> beats;
   for (const auto& [publisher, beat] : found.publishers) {
     const auto before = beats_.find(publisher);
     const bool same = before != beats_.end() && before->second.first == beat;
     const int looks = same ? before->second.second + 1 : 1;
     beats.emplace(publisher, std::make_pair(beat, looks));
-    if (looks <= kLooksUntilDead || replaced_) continue;
+    if (looks <= kLooksUntilExpired || replaced_) continue;
     scripts.call(Script::kLeave, keys_, {std::to_string(life_), publisher, beat});
   }
   beats_ = std::move(beats);
@@ -275,7 +275,7 @@ void Reader::skip(const std::string& name, const std::string& reason) const {
   const MutexLock lock(sMutex);
   if (!isLogging()) return;
   writeLog("error", "stream=" + stream_ + ": the server's " + oneLine(name) +
-                        " is passed over: " + oneLine(reason));
+                        " is skipped: " + oneLine(reason));
 }
 
 void Reader::pass(Arrivals& arrivals, const Worker& worker) {

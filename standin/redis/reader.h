@@ -1,4 +1,4 @@
-// What a process receives of one stream of a server.
+// Reads the changes and the retained rows of one stream of a server.
 #ifndef OXLI_STANDIN_REDIS_READER_H
 #define OXLI_STANDIN_REDIS_READER_H
 
@@ -15,43 +15,44 @@
 namespace standin::redis {
 
 // Reads the log of a stream, on a thread and a connection of its own. Requested rows are read in
-// pages between the changes. They are complete when the log has been read up to where it ended
-// after the last page.
+// pages, in turn with the log. A row may change while the pages are read; therefore the rows are
+// complete when the log has been read up to the end that it had after the last page.
 class Reader : public std::enable_shared_from_this<Reader> {
  public:
   Reader(Address address, std::chrono::milliseconds timeout, std::string stream,
          Receiver& receiver);
   void start() REQUIRES(sMutex);
-  // The receiver is not called any more.
+  // Stops reading. The receiver is not called afterwards.
   void stop() REQUIRES(sMutex);
 
   void awaitJoined() REQUIRES(sMutex);
   void proceed() REQUIRES(sMutex);
   void request(std::int64_t from) REQUIRES(sMutex);
 
-  // Whether all readers of this process have read what was written to the stream at that address.
+  // Returns whether all readers of the stream in this process have read its log up to `end`, and
+  // all rows that were requested.
   static bool haveRead(const std::string& address, const std::string& keys, std::uint32_t life,
                        const Id& end) REQUIRES(sMutex);
 
  private:
-  // A change in the log, or a row of a page.
+  // A change that was read from the log.
   struct Arrival {
     Id id;
-    char kind = 0;  // an EntryKind; 0 for what is passed over
+    char kind = 0;  // an EntryKind; 0 for an entry that is skipped
     MessagePtr message;
     std::uint32_t table = 0;
     std::int64_t olderThan = 0;
     std::string scheme;
   };
   using Arrivals = std::vector<Arrival>;
-  // The stream as a look finds it.
+  // The state of the stream, as Script::kLook returns it.
   struct Look {
     std::uint32_t life = 0;
     std::string scheme;
     std::int64_t rev = 0;
     Id end;  // of the log
     std::vector<ClearedTable> cleared;
-    std::map<std::string, std::string> publishers;  // that are open, with their beats
+    std::map<std::string, std::string> publishers;  // beats of the open ones, by id
   };
 
   void run(Worker& worker) EXCLUDES(sMutex);
@@ -61,8 +62,9 @@ class Reader : public std::enable_shared_from_this<Reader> {
   void join(const Look& found) EXCLUDES(sMutex);
   void lose() EXCLUDES(sMutex);
   void awaitProceed(const Worker& worker) EXCLUDES(sMutex);
-  void expireDead(const Scripts& scripts, const Look& found);
-  // Adapts how many items are read at once to their size.
+  void removeExpired(const Scripts& scripts, const Look& found);
+  // Adapts `count`, the number of items that are read at once, to the bytes of those that were
+  // read.
   static void adapt(std::int64_t& count, std::size_t read, std::size_t bytes);
   void startLoading() EXCLUDES(sMutex);
   void requestPage(Link& link);
@@ -88,27 +90,28 @@ class Reader : public std::enable_shared_from_this<Reader> {
   bool joined_ GUARDED_BY(sMutex) = false;
   bool proceeding_ GUARDED_BY(sMutex) = false;
   std::string failure_ GUARDED_BY(sMutex);
-  std::int64_t wanted_ GUARDED_BY(sMutex) = INT64_MAX;  // lowest revision requested
+  std::int64_t wanted_ GUARDED_BY(sMutex) = INT64_MAX;  // rows after this revision are requested
 
-  // Written by the reader's thread with the mutex acquired. Rows after `complete_` have been read.
-  // While `loading_`, those after `low_` are being read.
+  // Written by the reader's thread with sMutex acquired. Rows with revisions higher than
+  // `complete_` have been read. While `loading_` is true, those from `low_` + 1 to `complete_` are
+  // being read.
   std::uint32_t life_ = 0;
   Id position_;  // of the change that was passed last
   std::int64_t complete_ = 0;
   bool loading_ = false;
 
-  // For the reader's thread alone.
+  // Used by the reader's thread only.
   std::shared_ptr<const Scheme> scheme_;
   std::int64_t low_ = 0;
-  std::string after_;           // rows up to that revision have been requested
-  std::optional<Reply> page_;   // the keys and revisions of the rows that are read next
-  std::int64_t requested_ = 0;  // how many of them
-  std::optional<Id> target_;    // where the log ended after the last page
-  std::int64_t logCount_ = 16;  // how many entries, and how many rows, are read at once
-  std::int64_t pageCount_ = 16;
-  bool replaced_ = false;  // the stream has another life number now
+  std::string after_;            // rows up to that revision have been requested
+  std::optional<Reply> page_;    // the keys and revisions of the rows that are read next
+  std::int64_t requested_ = 0;   // the number of rows requested for that page
+  std::optional<Id> target_;     // the end of the log after the last page was read
+  std::int64_t logCount_ = 16;   // number of entries that are read at once
+  std::int64_t pageCount_ = 16;  // number of rows in a page
+  bool replaced_ = false;        // the stream has another life number now
   bool ended_ = false;
-  // Of each open publisher, its beats and how many looks have found them unchanged.
+  // For the id of each open publisher: its beats, and the number of looks that found this number.
   std::map<std::string, std::pair<std::string, int>> beats_;
   Clock::time_point nextLook_;
 };

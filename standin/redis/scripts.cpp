@@ -13,8 +13,8 @@ local function last(life)
   local top = redis.call('XREVRANGE', key(life, 'log'), '+', '-', 'COUNT', 1)
   return top[1] and top[1][1] or text(rev(life)) .. '-0'
 end
--- Appends a change to the log: a row with a number, another one with '*'. An id that somebody else
--- has written is passed over. Returns the id and the revision that it was written with.
+-- Appends a change to the log: a row with a number, another one with '*'. If another
+-- client has written the id, takes the next revision. Returns the id and the revision written.
 local function append(life, at, number, kind, body)
   local log = key(life, 'log')
   local id = redis.pcall('XADD', log, text(at) .. '-' .. number, kind, body)

@@ -1,17 +1,20 @@
-// What a server does in one step: scripts, and the keys of a stream that they use.
+// Declares the scripts that a server runs, each in one step, and the keys of a stream that they
+// use.
 //
-// All keys of a stream begin with "ox:{NAME}:", so that a cluster has them in one place. NAME is
-// the stream's name with %7B, %7D and %25 for {, } and %; a single % if it is empty.
+// All keys of a stream begin with "ox:{NAME}:", so that they are in one slot of a cluster. NAME is
+// the name of the stream with %7B, %7D and %25 for {, } and %; it is a single % if the name is
+// empty.
 //
 //   ox:{NAME}:meta         hash: `life`, the stream's life number; `scheme`
 //   ox:{NAME}:LIFE:state   hash: `rev`, the revision of the latest row; `bytes` of the log since
 //                          the latest mark
-//   ox:{NAME}:LIFE:log     stream: all changes; one field each, whose name is an EntryKind
+//   ox:{NAME}:LIFE:log     Redis stream: all changes, each as one field named by an EntryKind
 //   ox:{NAME}:LIFE:marks   list: ids of the log at which it can be trimmed
 //   ox:{NAME}:LIFE:rows    hash: the rows by their keys
 //   ox:{NAME}:LIFE:index   sorted set: the keys of the rows by revision
 //   ox:{NAME}:LIFE:cleared hash: for each table of which rows were removed, "OLDEST:AT"
-//   ox:{NAME}:LIFE:pubs    hash: for each open publisher, how often it said that it is alive
+//   ox:{NAME}:LIFE:pubs    hash: for each open publisher its beats: how often it has run kJoin,
+//                          which it does every second
 //   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day later
 //   ox:answered:SERIAL     a request that was replied to; expires
 //
@@ -33,7 +36,7 @@ namespace standin::redis {
 // Names of fields in the log, and the kinds of posts.
 enum EntryKind : char {
   kRow = 'r',
-  kUnkeyedRow = 'k',  // posted; the row's key lacks its revision
+  kUnkeyedRow = 'k',  // of posts only: the script appends the revision to the row's key
   kMessage = 'm',
   kClear = 'c',   // "TABLE:OLDER_THAN"
   kScheme = 's',  // the stream's first scheme
@@ -41,7 +44,8 @@ enum EntryKind : char {
   kAnew = 'a',    // a publisher has made the stream anew, under another life number
 };
 
-// All take the beginning of the stream's keys as their key. Arguments and results:
+// Each script gets the beginning of the stream's keys as its key. Its arguments, what it does, and
+// its result:
 enum class Script {
   // PUBLISHER SCHEME NEW_LIFE MODE LIFE ACKNOWLEDGED: joins the stream, unless it has another
   // scheme; then MODE
@@ -51,26 +55,27 @@ enum class Script {
   // of NEW_LIFE. Returns {1, life, scheme, id, lost} or
   // {0, life, scheme, {publisher, beats, ...}, lost}, with the number of lost posts.
   kJoin,
-  // LIFE PUBLISHER BEATS: lets the publisher leave; if BEATS is not empty, only if it has not said
-  // that it is alive since. Returns the id of the log's end.
+  // LIFE PUBLISHER BEATS: removes the publisher from the open ones. If BEATS is not empty, does so
+  // only if the publisher still has these beats. Returns the id of the log's end.
   kLeave,
   // LIFE PUBLISHER FIRST LIMIT, and KIND KEY BODY of each post: writes the posts that have not been
   // written before. FIRST is the number of the first one. Returns the id of the log's end, LIFE if
   // the stream has another life number, or GAP if earlier posts are missing.
   kPost,
-  // NEW_LIFE: returns {life, scheme, rev, id, {table, "OLDEST:AT", ...}, {publisher, beats, ...}}.
+  // NEW_LIFE: makes the stream if it does not exist. Returns {life, scheme, rev, id, {table,
+  // "OLDEST:AT", ...}, {publisher, beats, ...}}.
   kLook,
 };
 constexpr std::size_t kScripts = 4;
 
-// The scripts of a server, loaded over one link.
+// Loads the scripts into the server of a link, and calls them. The link must outlive the object.
 class Scripts {
  public:
   explicit Scripts(Link& link);
-  // Adds "EVALSHA ..." to the commands of the link.
+  // Appends a call of the script to the commands of the link; receive the reply from the link.
   void append(Script script, const std::string& keys,
               const std::vector<std::string_view>& arguments) const;
-  // Throws a LinkError if the reply is an error.
+  // Calls the script and returns its reply. Throws a LinkError if the reply is an error.
   Reply call(Script script, const std::string& keys,
              const std::vector<std::string_view>& arguments) const;
 

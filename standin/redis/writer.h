@@ -1,4 +1,4 @@
-// What a connection sends to its server.
+// Sends the posts and requests of a connection to its server.
 #ifndef OXLI_STANDIN_REDIS_WRITER_H
 #define OXLI_STANDIN_REDIS_WRITER_H
 
@@ -34,7 +34,7 @@ class Producer final : public Sender, public std::enable_shared_from_this<Produc
   friend class Writer;
 
   const std::shared_ptr<Writer> writer_;
-  const std::string id_;  // unlike that of any other publisher
+  const std::string id_;  // unique among the publishers of all processes
   const std::string stream_, keys_;
   const std::shared_ptr<const Scheme> scheme_;  // may be null
   std::uint64_t next_ GUARDED_BY(sMutex) = 1;   // number of the next post
@@ -47,7 +47,7 @@ class Producer final : public Sender, public std::enable_shared_from_this<Produc
 
 // Sends the posts of all publishers of a connection, on a thread of its own. Posts stay in the
 // window until the server has acknowledged them. After an outage the publishers join again and the
-// window is sent again; the server passes over what it has.
+// window is sent again; the server skips the posts that it has written.
 class Writer final : public Carriage, public std::enable_shared_from_this<Writer> {
  public:
   Writer(const CarriageSettings& settings, Address address, std::function<void(bool)> onLink);
@@ -67,18 +67,18 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
  private:
   friend class Producer;
 
-  // What stays in the window until it is acknowledged.
+  // A command of the window: it is sent, and after an outage sent again, until it is acknowledged.
   struct Entry {
     enum class Kind { kPost, kLeave, kReply };
 
     Kind kind = Kind::kPost;
     char postKind = 0;
     std::shared_ptr<Producer> producer;
-    std::uint64_t number = 0;  // of a post; the serial number of a request
+    std::uint64_t number = 0;  // number of a post, or serial number of a request
     std::string key, body;
   };
   struct Request {
-    std::function<void(const Scripts&)> run;  // on the writer's thread, again after an outage
+    std::function<void(const Scripts&)> run;  // on the writer's thread; repeated after an outage
     bool done = false;
     bool abandoned = false;
   };
@@ -92,22 +92,24 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
     std::string scheme;
     Id end;                                         // of the log
     std::int64_t lost = 0;                          // posts that were acknowledged
-    std::map<std::string, std::string> publishers;  // that are open, with their beats
+    std::map<std::string, std::string> publishers;  // beats of the open ones, by id
   };
-  // The entries at the front of the window that are sent together. They do not move meanwhile.
+  // The entries at the front of the window that are sent together. The pointers stay valid while
+  // entries are added to the window.
   using Batch = std::vector<const Entry*>;
 
   void push(Entry entry) REQUIRES(sMutex);
   void post(Entry entry, bool acknowledged) REQUIRES(sMutex);
   void awaitLeft(const Producer& producer) REQUIRES(sMutex);
-  // Runs a function on the writer's thread and waits for it.
+  // Runs a function on the writer's thread and waits until it has returned. Refuses with kNoServer
+  // if that takes longer than the server timeout.
   void ask(std::function<void(const Scripts&)> run) REQUIRES(sMutex);
   JoinReply askToJoin(const std::shared_ptr<Producer>& producer, const char* mode,
                       std::uint32_t life) REQUIRES(sMutex);
-  void requireDead(const Producer& producer, const JoinReply& found, int looks,
-                   std::map<std::string, std::string>& seen) REQUIRES(sMutex);
+  void requireExpired(const Producer& producer, const JoinReply& found, int looks,
+                      std::map<std::string, std::string>& seen) REQUIRES(sMutex);
 
-  // On the writer's thread.
+  // Called on the writer's thread.
   void run(Worker& worker) EXCLUDES(sMutex);
   void serve(const Scripts& scripts, Link& link, const Worker& worker) EXCLUDES(sMutex);
   Batch nextBatch() REQUIRES(sMutex);
@@ -128,8 +130,8 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   const std::string logLimit_;
   const std::function<void(bool)> onLink_;
   std::shared_ptr<Worker> worker_ GUARDED_BY(sMutex);
-  Condition work_;  // there is something to do for the thread
-  Condition done_;  // something was done, or the connection was established or closed
+  Condition work_;  // notified when there is work for the writer's thread
+  Condition done_;  // notified when an entry or request is done, or established_ or closed_ is set
   bool established_ GUARDED_BY(sMutex) = false;
   bool closed_ GUARDED_BY(sMutex) = false;
   std::string failure_ GUARDED_BY(sMutex);    // why the connection is not established
@@ -140,7 +142,8 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   std::deque<std::shared_ptr<Request>> requests_ GUARDED_BY(sMutex);
   std::deque<Check> checks_ GUARDED_BY(sMutex);
   std::vector<std::shared_ptr<Producer>> producers_ GUARDED_BY(sMutex);  // that have joined
-  // The life number and the end of the log of each stream after what was sent, by its keys.
+  // For the keys of each stream: its life number, and the end of its log after the latest entry
+  // that was acknowledged.
   std::map<std::string, std::pair<std::uint32_t, Id>> reached_ GUARDED_BY(sMutex);
 };
 

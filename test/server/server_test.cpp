@@ -1,4 +1,4 @@
-// Streams of a server: what holds between processes, and when one of them or the server fails.
+// Tests streams of a server: delivery between processes, and failures of a process or the server.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,7 +31,8 @@ using oxli::test::PrivateServer;
 using oxli::test::Proxy;
 using oxli::test::startProcess;
 
-// Processes until that is so. Returns false if it takes longer than 30 seconds.
+// Processes messages until `done` returns true. Returns false if that takes longer than 30 seconds
+// or processing fails.
 bool processUntil(ox_conn_t* conn, const std::function<bool()>& done) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (!done()) {
@@ -78,13 +79,13 @@ struct Inbox {
     if (!isItem) return OX_ERR_OK;
     Item item{};
     std::memcpy(&item, msg->data, sizeof item);
-    // Not aligned: they may not be passed by reference.
+    // The members of an Item are not aligned, so they cannot be passed by reference.
     const int64_t value = item.value;
     self.values.push_back(value);
     self.table[int32_t{item.key}] = value;
     if (msg->type == OX_MSG_STREAM_DATA) {
       const int64_t rev = reinterpret_cast<const ox_msg_streamdata_t*>(msg)->rev;
-      // Rows of a snapshot are in the order of their revisions, changes follow one another.
+      // The revisions of a snapshot's rows increase; those of changes are consecutive.
       EXPECT_TRUE(self.online && !self.jumps ? rev == self.rev + 1 : rev > self.rev) << rev;
       self.rev = rev;
     }
@@ -115,7 +116,7 @@ std::size_t threads() {
   return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
-// The table of the items 1 to `last`.
+// Returns the table after items with the values 1 to `last`.
 std::map<int32_t, int64_t> tableOf(int64_t last, int32_t keys) {
   std::map<int32_t, int64_t> table;
   for (int64_t value = 1; value <= last; ++value) table[keyOf(value, keys)] = value;
@@ -201,14 +202,15 @@ TEST_F(ServerTest, KillsOfTheServerLoseRepeatAndReorderNothing) {
   EXPECT_TRUE(hasLogged("the connection is established again"));
 }
 
-TEST_F(ServerTest, LostAcknowledgementsRepeatNeitherPostsNorTheEnd) {
+TEST_F(ServerTest, LostAcknowledgementsRepeatNoPostAndNoLeave) {
   const PrivateServer& server = startServer({"--appendfsync", "no"});
   Proxy proxy(server.port());
   ox_conn_t* const conn = connect();
   Inbox data(conn, "stream=data");
   ASSERT_EQ(OX_ERR_OK, data.open());
   Peer peer("post_timeout=30000;server=" + proxy.address(), "stream=data");
-  // The second group of posts is sent with the end of the publisher, and its reply is lost.
+  // The second batch contains the remaining posts and the leave of the publisher. The replies to it
+  // are lost.
   proxy.holdReplies();
   for (int64_t value = 1; value <= 400; ++value) EXPECT_EQ(OX_ERR_OK, peer.post(0, value));
   int closed = -1;
@@ -221,7 +223,7 @@ TEST_F(ServerTest, LostAcknowledgementsRepeatNeitherPostsNorTheEnd) {
   EXPECT_TRUE(data.awaitClose());
   EXPECT_EQ(upTo(400), data.values);
 
-  // The publisher has left, and does not know it.
+  // The server has removed the publisher, but its reply was lost: the leave is sent again.
   EXPECT_EQ(OX_ERR_OK, data.open());
   proxy.cut();
   closing.join();
@@ -247,8 +249,8 @@ TEST_F(ServerTest, ListenersOfAKilledPublisherAreClosedAndResume) {
   const auto posted = static_cast<int64_t>(rows.values.size());
   EXPECT_EQ(upTo(posted), rows.values);
 
-  // Another process goes on while nobody listens and after the server was killed as well. Values
-  // of the first have the revisions 1 to `posted`.
+  // Another process posts while no listener is open and after the server was killed. The rows of
+  // the first process have the revisions 1 to `posted`.
   server.kill();
   server.start();
   const pid_t next = startPeer({"publish", at(), "stream=rows;mode=replica", "10", "25"});
@@ -266,7 +268,7 @@ TEST_F(ServerTest, ListenersOfAKilledPublisherAreClosedAndResume) {
   EXPECT_EQ(posted + 25, resumed.rev);
 }
 
-TEST_F(ServerTest, OnlineMeansThatNoRowIsMissingBesideAWriter) {
+TEST_F(ServerTest, OnlineMeansThatNoRowIsMissingWhileAnotherProcessPosts) {
   startServer({"--appendfsync", "no"});
   constexpr int32_t kKeys = 3000;
   startPeer({"publish", at(), "stream=rows;mode=replica", std::to_string(kKeys), "0"});
@@ -283,7 +285,7 @@ TEST_F(ServerTest, OnlineMeansThatNoRowIsMissingBesideAWriter) {
   }
 }
 
-TEST_F(ServerTest, ListenerThatIsSlowerThanTheLog) {
+TEST_F(ServerTest, SlowListenersAreClosedOrReadRowsAgain) {
   startServer({"--appendfsync", "no"});
   constexpr int64_t kLast = 20000;
   ox_conn_t* const conn = connect("queue_limit=100");
@@ -312,7 +314,7 @@ TEST_F(ServerTest, RequestsAreRepliedToByAnotherProcess) {
   Inbox replies(asking.conn, "stream=replies");
   ASSERT_EQ(OX_ERR_OK, replies.open());
   startPeer({"reply", at(), "stream=requests", "stream=replies"});
-  // The other process listens when it replies to a message.
+  // The first reply shows that the listener of the other process is open.
   ASSERT_TRUE(processUntil(asking.conn, [&] {
     EXPECT_EQ(OX_ERR_OK, asking.post(0, 0));
     return !replies.values.empty();
@@ -330,7 +332,7 @@ TEST_F(ServerTest, RequestsAreRepliedToByAnotherProcess) {
   ASSERT_TRUE(processUntil(asking.conn, [&] { return replies.values.back() == 14; }));
 }
 
-TEST_F(ServerTest, BadSettingsAndServersAreRefusedWithoutThePassword) {
+TEST_F(ServerTest, InvalidSettingsAndServersAreRefusedWithoutLoggingThePassword) {
   PrivateServer& server = startServer({"--requirepass", "se;cret"});
   const std::string port = std::to_string(server.port());
   const std::string socket = server.folder() + "/server.sock";
@@ -414,7 +416,7 @@ TEST_F(ServerTest, CallbackOpensItsConnectionAgain) {
   EXPECT_TRUE(data.awaitValues(2));
 }
 
-TEST_F(ServerTest, ServerThatStopsAnswering) {
+TEST_F(ServerTest, CallsTimeOutWhileTheServerDoesNotAnswer) {
   PrivateServer& server = startServer({"--appendfsync", "no"});
   const std::string settings = at("server_timeout=300;post_timeout=200;window=10");
   Peer peer(settings, "stream=data"), strict(settings, "stream=data;ack=always");
@@ -436,7 +438,8 @@ TEST_F(ServerTest, ServerThatStopsAnswering) {
     return ox_conn_getstate(peer.conn, &state) == OX_ERR_OK && state == standin::kOpening;
   }));
 
-  // What was posted arrives, what was refused does not, except that which is not acknowledged.
+  // Posts that succeeded arrive. Posts refused with kWindowFull do not arrive; the post refused
+  // with kNotAcknowledged does.
   server.signal(SIGCONT);
   ASSERT_TRUE(data.awaitValues(12));
   std::vector<int64_t> expected = upTo(11);
@@ -448,7 +451,7 @@ TEST_F(ServerTest, ServerThatStopsAnswering) {
   ASSERT_TRUE(data.awaitValues(13));
   EXPECT_EQ(12, data.values.back());
 
-  // Closing everything gives up as well, and says what it discards.
+  // Closing the connection times out as well, and logs how many posts it discards.
   server.signal(SIGSTOP);
   EXPECT_EQ(standin::kNotAcknowledged, strict.post(0, 13));
   EXPECT_EQ(standin::kNotAcknowledged, ox_conn_close(strict.conn));
@@ -467,7 +470,7 @@ TEST_F(ServerTest, ServerThatStopsAnswering) {
   ASSERT_EQ(OX_ERR_OK, ox_env_open(""));
 }
 
-TEST_F(ServerTest, ServerWithoutMemory) {
+TEST_F(ServerTest, PostsAreSentAgainAfterTheServerRanOutOfMemory) {
   PrivateServer& server = startServer({"--appendfsync", "no"});
   Peer peer(at("post_timeout=30000"), "stream=rows;mode=replica");
   Inbox rows(peer.conn, "stream=rows;mode=replica");
@@ -519,7 +522,7 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
   const std::size_t start = life.find('\n') + 1;
   const std::string keys = "ox:{rows}:" + life.substr(start, life.find('\r', start) - start) + ':';
   rows.jumps = true;  // ids that others have written are not used again
-  // A damaged row of the snapshot, and entries of the log that nobody has posted.
+  // Adds a damaged row to the snapshot, and entries that no publisher has posted to the log.
   EXPECT_EQ(":1\r\n", server.command({"ZADD", keys + "index", "1.5", "other"}));
   EXPECT_EQ(":1\r\n", server.command({"HSET", keys + "rows", "other", "\x01\xFF\xFF\xFF"}));
   EXPECT_EQ(OX_ERR_OK, rows.open());
@@ -537,7 +540,7 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
   ASSERT_EQ(OX_ERR_OK, peer.post(3, 3));
   EXPECT_TRUE(rows.awaitValues(3));
   EXPECT_EQ((std::map<int32_t, int64_t>{{1, 1}, {2, 2}, {3, 3}}), rows.table);
-  EXPECT_TRUE(hasLogged("is passed over"));
+  EXPECT_TRUE(hasLogged("is skipped"));
 
   // A post that the server always refuses is sent again, and logged once.
   EXPECT_EQ("+OK\r\n", server.command({"SET", keys + "state", "x"}));
@@ -553,7 +556,7 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
               return line.find("the server refuses a post") != std::string::npos;
             }));
 
-  // A server that was emptied has other streams.
+  // An emptied server makes the stream anew under another life number.
   EXPECT_EQ("+OK\r\n", server.command({"FLUSHALL"}));
   ASSERT_TRUE(rows.awaitClose());
   EXPECT_EQ(OX_ERR_OK, peer.post(5, 5));
@@ -566,7 +569,7 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
 
 TEST(NoServerTest, BuildWithoutHiredisNamesThePackage) {
   try {
-    standin::makeCarriage({}, {});  // that of no_server.cpp, which liboxli.so does not have here
+    standin::makeCarriage({}, {});  // of no_server.cpp, which is linked into this test
     FAIL();
   } catch (const standin::Refusal& refusal) {
     EXPECT_NE(std::string::npos, refusal.reason.find("libhiredis-dev"));
