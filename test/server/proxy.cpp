@@ -7,16 +7,10 @@
 
 #include <stdexcept>
 
+#include "test/support/private_server.h"
+
 namespace oxli::test {
 namespace {
-
-sockaddr_in localAddress(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  return address;
-}
 
 // Returns false at the end of the connection.
 bool passSome(int from, int to) {
@@ -70,7 +64,8 @@ void Proxy::pass(int client, int server) {
   const int cuts = cuts_;
   while (!ended_ && cuts == cuts_) {
     const Replies replies = replies_;
-    pollfd waiting[] = {{client, POLLIN, 0}, {replies == Replies::kHeld ? -1 : server, POLLIN, 0}};
+    pollfd waiting[] = {{client, POLLIN, 0},
+                        {replies == Replies::kDelayed ? -1 : server, POLLIN, 0}};
     if (poll(waiting, 2, 10) <= 0) continue;
     if (waiting[0].revents != 0 && !passSome(client, server)) return;
     if (waiting[1].revents == 0) continue;

@@ -17,14 +17,14 @@ class Proxy {
   Proxy& operator=(const Proxy&) = delete;
 
   std::string address() const { return "redis://127.0.0.1:" + std::to_string(port_); }
-  void holdReplies() { replies_ = Replies::kHeld; }
+  void delayReplies() { replies_ = Replies::kDelayed; }
   // Passes the next reply and loses those after it.
   void passOneReply() { replies_ = Replies::kOne; }
   // Breaks the connection. Replies of later ones are passed.
   void cut();
 
  private:
-  enum class Replies { kAll, kHeld, kOne, kNone };
+  enum class Replies { kAll, kDelayed, kOne, kNone };
 
   void run(int serverPort);
   void pass(int client, int server);

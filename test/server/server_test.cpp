@@ -211,7 +211,7 @@ TEST_F(ServerTest, LostAcknowledgementsRepeatNoPostAndNoLeave) {
   Peer peer("post_timeout=30000;server=" + proxy.address(), "stream=data");
   // The second batch contains the remaining posts and the leave of the publisher. The replies to it
   // are lost.
-  proxy.holdReplies();
+  proxy.delayReplies();
   for (int64_t value = 1; value <= 400; ++value) EXPECT_EQ(OX_ERR_OK, peer.post(0, value));
   int closed = -1;
   std::thread closing([&] { closed = ox_pub_close(peer.pub); });

@@ -13,7 +13,6 @@
 #include <utility>
 
 namespace oxli::test {
-namespace {
 
 sockaddr_in localAddress(int port) {
   sockaddr_in address{};
@@ -22,6 +21,8 @@ sockaddr_in localAddress(int port) {
   address.sin_port = htons(static_cast<uint16_t>(port));
   return address;
 }
+
+namespace {
 
 int freePort() {
   sockaddr_in address = localAddress(0);

@@ -2,12 +2,16 @@
 #ifndef OXLI_TEST_SUPPORT_PRIVATE_SERVER_H
 #define OXLI_TEST_SUPPORT_PRIVATE_SERVER_H
 
+#include <netinet/in.h>
 #include <sys/types.h>
 
 #include <string>
 #include <vector>
 
 namespace oxli::test {
+
+// Returns the address of a port of this machine; port 0 stands for a free one.
+sockaddr_in localAddress(int port);
 
 // On a free port of 127.0.0.1, in a folder of its own. The server ends with the object, and also
 // with the process, however that ends.
