@@ -69,7 +69,7 @@ class StandinTest : public ::testing::Test {
   void SetUp() override {
     standin::recordCalls(true);
     if (onServer()) {
-      ASSERT_EQ("+OK\r\n", server().command({"FLUSHALL"}));
+      ASSERT_EQ("+OK\r\n", server().command("FLUSHALL"));
     }
     ASSERT_EQ(OX_ERR_OK, ox_env_open("platform=java"));
     conn = connect();

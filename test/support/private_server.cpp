@@ -13,7 +13,9 @@
 #include <utility>
 
 namespace oxli::test {
+namespace {
 
+// Returns the address of a port of this machine; port 0 stands for a free one.
 sockaddr_in localAddress(int port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -21,8 +23,6 @@ sockaddr_in localAddress(int port) {
   address.sin_port = htons(static_cast<uint16_t>(port));
   return address;
 }
-
-namespace {
 
 int freePort() {
   sockaddr_in address = localAddress(0);
@@ -85,7 +85,7 @@ void PrivateServer::start() {
   process_ = startProcess(program);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   for (;;) {
-    const std::string reply = command({"PING"});
+    const std::string reply = command("PING");
     // One that needs a password answers as well.
     if (reply == "+PONG\r\n" || reply.rfind("-NOAUTH", 0) == 0) return;
     if (std::chrono::steady_clock::now() > deadline || waitpid(process_, nullptr, WNOHANG) != 0) {
@@ -95,11 +95,8 @@ void PrivateServer::start() {
   }
 }
 
-std::string PrivateServer::command(const std::vector<std::string>& parts) const {
-  std::string request = '*' + std::to_string(parts.size()) + "\r\n";
-  for (const std::string& part : parts) {
-    request += '$' + std::to_string(part.size()) + "\r\n" + part + "\r\n";
-  }
+std::string PrivateServer::command(const std::string& line) const {
+  const std::string request = line + "\r\n";
   const sockaddr_in address = localAddress(port_);
   const int fd = socket(AF_INET, SOCK_STREAM, 0);
   std::string reply;

@@ -2,16 +2,12 @@
 #ifndef OXLI_TEST_SUPPORT_PRIVATE_SERVER_H
 #define OXLI_TEST_SUPPORT_PRIVATE_SERVER_H
 
-#include <netinet/in.h>
 #include <sys/types.h>
 
 #include <string>
 #include <vector>
 
 namespace oxli::test {
-
-// Returns the address of a port of this machine; port 0 stands for a free one.
-sockaddr_in localAddress(int port);
 
 // On a free port of 127.0.0.1, in a folder of its own. The server ends with the object, and also
 // with the process, however that ends.
@@ -31,8 +27,9 @@ class PrivateServer {
   void signal(int number) const;
   void kill();   // with SIGKILL, and waits
   void start();  // again, with the same port and folder
-  // Sends a command and returns the beginning of the reply.
-  std::string command(const std::vector<std::string>& parts) const;
+  // Sends a command, whose arguments are separated by spaces, and returns the beginning of the
+  // reply.
+  std::string command(const std::string& line) const;
 
  private:
   int port_ = 0;
