@@ -173,11 +173,11 @@ class ServerTest : public ::testing::Test {
     const std::size_t start = reply.find('\n') + 1;
     return name + reply.substr(start, reply.find('\r', start) - start) + ':';
   }
-  static bool hasLogged(const std::string& part) {
-    for (const std::string& line : standin::logLines()) {
-      if (line.find(part) != std::string::npos) return true;
-    }
-    return false;
+  static std::ptrdiff_t timesLogged(const std::string& part) {
+    const std::vector<std::string> lines = standin::logLines();
+    return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+      return line.find(part) != std::string::npos;
+    });
   }
 
  private:
@@ -207,7 +207,7 @@ TEST_F(ServerTest, KillsOfTheServerLoseRepeatAndReorderNothing) {
   EXPECT_EQ(upTo(kLast), data.values);
   EXPECT_EQ(upTo(kLast), rows.values);
   EXPECT_EQ(kLast, rows.rev);
-  EXPECT_TRUE(hasLogged("the connection is established again"));
+  EXPECT_LT(0, timesLogged("the connection is established again"));
 }
 
 TEST_F(ServerTest, LostAcknowledgementsRepeatNoPostAndNoLeave) {
@@ -301,7 +301,7 @@ TEST_F(ServerTest, SlowListenersAreClosedOrReadRowsAgain) {
   const auto hasAll = [&] { return rows.table == tableOf(kLast, 20); };
   EXPECT_TRUE(processUntil(conn, hasAll));
   EXPECT_LT(rows.values.size(), std::size_t{kLast});
-  EXPECT_TRUE(hasLogged("changes were discarded by the server"));
+  EXPECT_LT(0, timesLogged("changes were discarded by the server"));
 }
 
 TEST_F(ServerTest, RequestsAreRepliedToByAnotherProcess) {
@@ -378,8 +378,8 @@ TEST_F(ServerTest, InvalidSettingsAndServersAreRefusedWithoutLoggingThePassword)
     EXPECT_EQ(result == OX_ERR_OK ? OX_ERR_OK : OX_ERR_INVALIDSTATE, ox_conn_close(conn));
     EXPECT_EQ(OX_ERR_OK, ox_conn_destroy(conn));
   }
-  EXPECT_TRUE(hasLogged("the server refuses: WRONGPASS"));
-  EXPECT_FALSE(hasLogged("cret"));
+  EXPECT_LT(0, timesLogged("the server refuses: WRONGPASS"));
+  EXPECT_EQ(0, timesLogged("cret"));
 }
 
 TEST_F(ServerTest, CallbackOpensItsConnectionAgain) {
@@ -432,11 +432,10 @@ TEST_F(ServerTest, CallsTimeOutWhileTheServerDoesNotAnswer) {
   // with kNotAcknowledged does.
   server.signal(SIGCONT);
   ASSERT_TRUE(data.awaitValues(12));
-  std::vector<int64_t> expected = upTo(11);
   auto received = data.values;
   EXPECT_EQ(1, std::count(received.begin(), received.end(), -1));
   received.erase(std::remove(received.begin(), received.end(), -1), received.end());
-  EXPECT_EQ(expected, received);
+  EXPECT_EQ(upTo(11), received);
   EXPECT_EQ(OX_ERR_OK, strict.post(0, 12));
   ASSERT_TRUE(data.awaitValues(13));
   EXPECT_EQ(12, data.values.back());
@@ -445,7 +444,7 @@ TEST_F(ServerTest, CallsTimeOutWhileTheServerDoesNotAnswer) {
   server.signal(SIGSTOP);
   EXPECT_EQ(standin::kNotAcknowledged, strict.post(0, 13));
   EXPECT_EQ(standin::kNotAcknowledged, ox_conn_close(strict.conn));
-  EXPECT_TRUE(hasLogged("1 posts are discarded"));
+  EXPECT_LT(0, timesLogged("1 posts are discarded"));
   // Nor does a thread of the library survive that connects.
   ASSERT_EQ(OX_ERR_OK, ox_conn_new(at("server_timeout=20000").c_str(), &late));
   const std::size_t before = threads();
@@ -466,7 +465,8 @@ TEST_F(ServerTest, PostsAreSentAgainAfterTheServerRanOutOfMemory) {
   Inbox rows(peer.conn, "stream=rows;mode=replica");
   EXPECT_EQ("+OK\r\n", server.command("CONFIG SET maxmemory 1"));
   for (int64_t value = 1; value <= 100; ++value) EXPECT_EQ(OX_ERR_OK, peer.post(0, value));
-  ASSERT_TRUE(processUntil(peer.conn, [] { return hasLogged("the server refuses a post: OOM"); }));
+  ASSERT_TRUE(
+      processUntil(peer.conn, [] { return timesLogged("the server refuses a post: OOM") > 0; }));
   EXPECT_TRUE(rows.values.empty());
   EXPECT_EQ("+OK\r\n", server.command("CONFIG SET maxmemory 0"));
   EXPECT_EQ(OX_ERR_OK, ox_pub_close(peer.pub));
@@ -491,7 +491,7 @@ TEST_F(ServerTest, ServerWithOlderData) {
   EXPECT_EQ(OX_ERR_OK, other.post(8, 8));
   ASSERT_TRUE(rows.awaitClose());
   EXPECT_EQ(standin::kStreamClosed, rows.closeReason);
-  EXPECT_TRUE(hasLogged("the server has lost 2 posts that it had acknowledged"));
+  EXPECT_LT(0, timesLogged("the server has lost 2 posts that it had acknowledged"));
   rows.table.clear();
   rows.rev = 0;
   rows.open("replstate=\"" + rows.state + '"');
@@ -519,7 +519,7 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
   ASSERT_EQ(OX_ERR_OK, peer.post(3, 3));
   EXPECT_TRUE(rows.awaitValues(3));
   EXPECT_EQ((std::map<int32_t, int64_t>{{1, 1}, {2, 2}, {3, 3}}), rows.table);
-  EXPECT_TRUE(hasLogged("is skipped"));
+  EXPECT_LT(0, timesLogged("is skipped"));
 
   // A post that the server always refuses is sent again, and logged once.
   EXPECT_EQ("+OK\r\n", server.command("SET " + keys + "state x"));
@@ -530,10 +530,7 @@ TEST_F(ServerTest, ForeignEntriesAreSkipped) {
     const std::size_t at = errors.find(name);
     return at != std::string::npos && std::stoi(errors.substr(at + name.size())) > 12;
   }));
-  const auto lines = standin::logLines();
-  EXPECT_EQ(1, std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
-              return line.find("the server refuses a post") != std::string::npos;
-            }));
+  EXPECT_EQ(1, timesLogged("the server refuses a post"));
 
   // An emptied server makes the stream anew under another life number.
   EXPECT_EQ("+OK\r\n", server.command("FLUSHALL"));
