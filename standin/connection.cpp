@@ -1,7 +1,7 @@
-#include "standin/carriage.h"
 #include "standin/delivery.h"
 #include "standin/environment.h"
 #include "standin/log.h"
+#include "standin/transport.h"
 #include "standin/worker.h"
 
 using namespace standin;
@@ -10,47 +10,48 @@ namespace {
 
 constexpr std::size_t kDefaultQueueLimit = 1000000;
 
-// The settings of the connection's server; empty if there is none.
-std::optional<CarriageSettings> extractCarriage(Settings& settings) {
-  CarriageSettings read;
+// Extracts the settings of the connection's server. Returns nullopt if there is none.
+std::optional<TransportSettings> extractTransport(Settings& settings) {
+  TransportSettings read;
   const auto extractTime = [&settings](const char* key, std::chrono::milliseconds& value) {
     const auto number = settings.extractNumber(key, static_cast<std::uint32_t>(value.count()));
-    if (number == 0) settings.refuse(std::string(key) + "=0 leaves no time");
+    if (number == 0) settings.refuse(std::string(key) + "=0 is invalid: it must be at least 1");
     value = std::chrono::milliseconds(number);
   };
   extractTime("server_timeout", read.serverTimeout);
   extractTime("post_timeout", read.postTimeout);
   read.window = settings.extractNumber("window", read.window);
-  if (read.window == 0) settings.refuse("window=0 leaves no room for a post");
+  if (read.window == 0) settings.refuse("window=0 is invalid: it must be at least 1");
   read.logLimit = settings.extractNumber("log_limit", read.logLimit);
   read.server = settings.extract("server");
   return read.server.empty() ? std::nullopt : std::optional(read);
 }
 
-// Connects to the server. The connection has the carriage while it waits, so that whoever destroys
-// it meanwhile, or closes the environment, closes the carriage.
-void connect(Connection& conn, const CarriageSettings& settings) REQUIRES(sMutex) {
+// Connects to the server. Stores the transport in the connection before waiting, so that the
+// transport is closed if another thread meanwhile destroys the connection or closes the
+// environment.
+void connect(Connection& conn, const TransportSettings& settings) REQUIRES(sMutex) {
   const auto onLink = [weak = conn.weak_from_this()](bool established) REQUIRES(sMutex) {
     const std::shared_ptr<Connection> to = weak.lock();
     if (to && to->isOpen()) to->state = established ? kActive : kOpening;
   };
-  const std::shared_ptr<Carriage> carriage = conn.carriage = makeCarriage(settings, onLink);
+  const std::shared_ptr<Transport> transport = conn.transport = makeTransport(settings, onLink);
   try {
-    carriage->open();
-    require(conn.carriage == carriage, "the connection was destroyed while it was being opened",
+    transport->open();
+    require(conn.transport == transport, "the connection was destroyed while it was being opened",
             OX_ERR_INVALIDSTATE);
   } catch (...) {
-    if (conn.carriage == carriage) conn.carriage = nullptr;
-    carriage->close();
+    if (conn.transport == transport) conn.transport = nullptr;
+    transport->close();
     joinWorkers();
     throw;
   }
 }
 
-// Disconnects from the server, after what was posted. Refuses if some of it is discarded.
-void disconnect(const std::shared_ptr<Carriage>& carriage) REQUIRES(sMutex) {
-  if (!carriage) return;
-  const bool sent = carriage->close();
+// Waits until the posts are acknowledged, and disconnects. Refuses if posts were discarded.
+void disconnect(const std::shared_ptr<Transport>& transport) REQUIRES(sMutex) {
+  if (!transport) return;
+  const bool sent = transport->close();
   joinWorkers();
   require(sent, "posts were discarded, because the server did not acknowledge them",
           kNotAcknowledged);
@@ -80,7 +81,7 @@ MessagePtr timeMessage() {
       std::int64_t{std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count()});
 }
 
-// Tells the listeners of the connection that a message got no reply.
+// Queues a timeout for each open listener of the connection: a request got no reply in time.
 void announceTimeout(Connection& conn, std::uint32_t userId) REQUIRES(sMutex) {
   const MessagePtr timeout = makeMessage(OX_MSG_ZRMQ_TIMEOUT, nullptr, 0, "", userId);
   for (const auto& lsn : conn.listeners) {
@@ -89,13 +90,13 @@ void announceTimeout(Connection& conn, std::uint32_t userId) REQUIRES(sMutex) {
 }
 
 void endWait(Connection& conn, std::uint64_t serial, std::uint32_t userId) REQUIRES(sMutex) {
-  if (!conn.carriage) return announceTimeout(conn, userId);
+  if (!conn.transport) return announceTimeout(conn, userId);
   // Another process may have replied.
   const auto onResult = [weak = conn.weak_from_this(), userId](bool replied) REQUIRES(sMutex) {
     const std::shared_ptr<Connection> asking = weak.lock();
     if (asking && !replied) announceTimeout(*asking, userId);
   };
-  conn.carriage->checkReply(serial, onResult);
+  conn.transport->checkReply(serial, onResult);
 }
 
 // Queues the messages that are due by the clock. Returns the time of the next one.
@@ -130,8 +131,8 @@ void awaitItems(Connection& conn, Clock::time_point until) REQUIRES(sMutex) {
   }
 }
 
-// Delivers as many items as are queued at the beginning, so that callbacks which post do not
-// prolong it.
+// Delivers at most as many items as are queued at the beginning, so that posts of callbacks do not
+// prolong the call.
 int deliverQueued(Connection& conn) REQUIRES(sMutex) {
   for (auto left = conn.queue.size(); left > 0 && !conn.queue.empty() && conn.isOpen();) {
     const auto before = conn.queue.size();
@@ -168,8 +169,8 @@ int ox_conn_open(ox_conn_t* handle, const char* string) {
     Settings settings = conn.settings;
     settings.add(string);
     const auto limit = settings.extractNumber("queue_limit", kDefaultQueueLimit);
-    if (limit == 0) settings.refuse("queue_limit=0 leaves no room for a post");
-    const std::optional<CarriageSettings> server = extractCarriage(settings);
+    if (limit == 0) settings.refuse("queue_limit=0 is invalid: it must be at least 1");
+    const std::optional<TransportSettings> server = extractTransport(settings);
     const Opening opening(conn, "the connection is open already");
     logUnknown("ox_conn_open", settings);
     if (server) connect(conn, *server);
@@ -183,8 +184,8 @@ int ox_conn_close(ox_conn_t* handle) {
     require(conn.isOpen(), "the connection is not open", OX_ERR_INVALIDSTATE);
     conn.state = kClosed;
     conn.changed.notifyAll();
-    // Before the callbacks, which may open the connection again.
-    const std::shared_ptr<Carriage> carriage = std::exchange(conn.carriage, nullptr);
+    // Moved out before the callbacks, which may open the connection again.
+    const std::shared_ptr<Transport> transport = std::exchange(conn.transport, nullptr);
     // Copies, because callbacks may make and destroy objects of this connection.
     const auto publishers = conn.publishers;
     for (const auto& lsn : std::vector(conn.listeners)) {
@@ -196,7 +197,7 @@ int ox_conn_close(ox_conn_t* handle) {
       pub->sender = nullptr;
       pub->state = kClosed;
     }
-    disconnect(carriage);
+    disconnect(transport);
   });
 }
 
@@ -225,6 +226,6 @@ int ox_conn_getstate(ox_conn_t* handle, int32_t* state) {
 int ox_conn_destroy(ox_conn_t* handle) {
   return call(__func__, {}, handle, [](Connection& conn) REQUIRES(sMutex) {
     destroy(conn);
-    disconnect(std::exchange(conn.carriage, nullptr));
+    disconnect(std::exchange(conn.transport, nullptr));
   });
 }

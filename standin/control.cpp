@@ -1,8 +1,8 @@
 #include "standin/control.h"
 
-#include "standin/carriage.h"
 #include "standin/delivery.h"
 #include "standin/environment.h"
+#include "standin/transport.h"
 #include "standin/worker.h"
 
 namespace standin {
@@ -13,7 +13,7 @@ void refreshWatched() REQUIRES(sMutex) {
   env.watched = env.recording || !env.failures.empty() || !env.bodies.empty();
 }
 
-// Returns and forgets what the call is to run first; empty if nothing.
+// Returns and removes the body that the call runs first; empty if there is none.
 std::function<void()> nextBody(const char* function) {
   const MutexLock lock(sMutex);
   auto& bodies = environment().bodies;
@@ -103,7 +103,7 @@ bool settle() {
   const MutexLock lock(sMutex);
   const auto isSettled = [](const auto& entry) REQUIRES(sMutex) {
     const Connection& conn = *entry.second;
-    return !conn.carriage || conn.carriage->isSettled();
+    return !conn.transport || conn.transport->isSettled();
   };
   const auto deadline = Clock::now() + std::chrono::seconds(20);
   for (;;) {

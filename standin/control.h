@@ -1,5 +1,6 @@
-// Controls the stand-in gateway from tests and benchmarks; nothing else includes it. Any thread may
-// call these functions, also from inside a callback.
+// Controls the stand-in gateway from tests and benchmarks, and defines the flags, states, close
+// reasons and result codes that only the stand-in gateway has. Outside standin/, only tests and
+// benchmarks include this file. Any thread may call the functions, also from inside a callback.
 #ifndef OXLI_STANDIN_CONTROL_H
 #define OXLI_STANDIN_CONTROL_H
 
@@ -14,7 +15,7 @@ namespace standin {
 
 // Flags of ox_pub_post.
 enum PostFlags : int {
-  kReplyWanted = 1,   // OX_MSG_ZRMQ_TIMEOUT unless a reply arrives within `reply_timeout`
+  kReplyWanted = 1,   // queues OX_MSG_ZRMQ_TIMEOUT unless a reply arrives within `reply_timeout`
   kClearDeleted = 2,  // removes the rows of the record's message with a lower revision
 };
 
@@ -42,16 +43,17 @@ enum ResultCodes : int {
   kNotAcknowledged = 0x70004,  // the server has not acknowledged in time what was posted
 };
 
-// The next call of `function`, such as "ox_conn_open", does nothing but return `code`.
+// Makes the next call of `function`, such as "ox_conn_open", return `code` and do nothing else.
 void failNext(const char* function, int code);
-// The next call of `function` runs `body` first, on its thread and without a lock, as a callback
-// that the gateway makes during the call would run.
+// Makes the next call of `function` run `body` first, on the calling thread and without a lock,
+// like a callback that the gateway makes during that call.
 void runDuringNext(const char* function, std::function<void()> body);
 
-// Queues a record of the caller, which stays valid until it has been delivered `times` times. The
-// listener receives this very pointer, whatever its state; closing or destroying it discards the
-// record. No scheme describes the record: if it is posted, listeners get a parse error, and a post
-// that refers to it copies none of its blocks. Returns false if the listener does not exist.
+// Queues a record of the caller, which must remain valid until it has been delivered `times` times.
+// The listener receives the same pointer, whatever the listener's state; closing or destroying the
+// listener discards the record. No scheme describes the record: if a row is posted, it is refused;
+// if a data message is posted, listeners get a parse error; a post that refers to the record copies
+// none of its blocks. Returns false if the listener does not exist or `times` is 0.
 bool deliver(ox_listener_t* lsn, const ox_msg_t* record, std::size_t times = 1);
 // Calls the listener on this thread, outside any ox_ call. Returns its result, or
 // OX_ERR_INVALIDARGUMENT if it does not exist.
@@ -63,9 +65,9 @@ std::vector<std::string> calls();
 std::vector<std::string> logLines();
 void clearCalls();
 
-// Waits until everything that was posted in this process has arrived at its open listeners, by way
-// of servers as well, and the threads of closed ones have ended. Returns false if that takes longer
-// than 20 seconds.
+// Waits until everything that was posted in this process, also to servers, is queued for the open
+// listeners of this process, and until the threads that were stopped have ended. Returns false if
+// that takes longer than 20 seconds.
 bool settle();
 
 // The number of connections, listeners, publishers, outgoing messages, streams and schemes.

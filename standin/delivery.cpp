@@ -9,7 +9,7 @@ namespace {
 // A call of a listener on this thread.
 struct Frame {
   const ox_msg_t* record;
-  std::uint32_t type;  // the receiver may overwrite the record's
+  std::uint32_t type;  // a copy: the receiver may overwrite the type in the record
   const Message* message;
   const Frame* outer;
 };
@@ -31,8 +31,9 @@ KnownRecord readable(const ox_msg_t* from, std::uint32_t type, const Description
   return known;
 }
 
-// Called when an item has left the queue. A thread that waits for room is woken rarely.
-void countPosted(Connection& conn) REQUIRES(sMutex) {
+// Called when a posted item has left the queue. Notifies the threads that wait for room only when
+// half the queue is free, so that they do not wake up for each item.
+void removePosted(Connection& conn) REQUIRES(sMutex) {
   --conn.posted;
   if (!conn.crowded || conn.posted > conn.queueLimit / 2) return;
   conn.crowded = false;
@@ -57,7 +58,7 @@ Item nextItem(Connection& conn) {
   }
   Item item = std::move(next);
   conn.queue.pop_front();
-  if (item.posted) countPosted(conn);
+  if (item.posted) removePosted(conn);
   return item;
 }
 
@@ -65,7 +66,7 @@ void discardQueued(const Listener& lsn) {
   Connection& conn = *lsn.conn;
   const auto discard = [&](const Item& item) REQUIRES(sMutex) {
     const bool itsOwn = item.lsn.get() == &lsn;
-    if (itsOwn && item.posted) countPosted(conn);
+    if (itsOwn && item.posted) removePosted(conn);
     return itsOwn;
   };
   conn.queue.erase(std::remove_if(conn.queue.begin(), conn.queue.end(), discard), conn.queue.end());
@@ -78,7 +79,7 @@ int callListener(const Item& item) {
   std::string state;
   if (!item.record) handed->type = item.type;
   if (item.type == OX_MSG_OPEN && lsn.state == kOpening) lsn.state = kActive;
-  // Before the callback, because it may open the listener again.
+  // Set before the callback, which may open the listener again.
   if (item.type == OX_MSG_CLOSE) lsn.state = kClosed;
   if (item.type == OX_MSG_STREAM_DATA) lsn.seen = record.row.rev;
   if (item.type == OX_MSG_ZRREPL_STATE) {

@@ -1,4 +1,4 @@
-// Queues messages, calls listeners, and checks the records that a host passes to a call.
+// Queues messages, calls listeners, and checks the records that an application passes to a call.
 #ifndef OXLI_STANDIN_DELIVERY_H
 #define OXLI_STANDIN_DELIVERY_H
 
@@ -16,8 +16,8 @@ void discardQueued(const Listener& lsn) REQUIRES(sMutex);
 // Calls the listener with sMutex released. Returns the result of the listener.
 int callListener(const Item& item) REQUIRES(sMutex);
 
-// A record that may be read: an outgoing one, one that is being delivered on this thread, or the
-// one that it refers to.
+// A record that may be read: an outgoing one, one that is being delivered on this thread, or one
+// that such a delivered record refers to.
 struct KnownRecord {
   Record record;                   // a copy of the fields that may be read; others are 0
   bool whole;                      // whether fields after the head may be read

@@ -10,8 +10,8 @@ namespace {
 // The scheme whose description is at that address; null for any other address, which is not read.
 const Scheme* schemeAt(std::int64_t address) REQUIRES(sMutex) {
   for (const auto& [string, scheme] : environment().schemes) {
-    const std::shared_ptr<const Scheme> alive = scheme.lock();
-    if (reinterpret_cast<std::intptr_t>(&alive->description) == address) return alive.get();
+    const std::shared_ptr<const Scheme> shared = scheme.lock();
+    if (reinterpret_cast<std::intptr_t>(&shared->description) == address) return shared.get();
   }
   return nullptr;
 }

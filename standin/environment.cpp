@@ -4,8 +4,8 @@
 
 #include <random>
 
-#include "standin/carriage.h"
 #include "standin/log.h"
+#include "standin/transport.h"
 #include "standin/worker.h"
 
 namespace standin {
@@ -41,8 +41,9 @@ void startExitThread(std::chrono::milliseconds delay) REQUIRES(sMutex) {
   environment().exitThread = exit;
 }
 
-// Waits until the thread has ended. It does not wait for itself, nor longer than kHandlerWait for
-// the exit handler; the library then stays loaded, so that the thread can return.
+// Stops the exit thread and waits until it has ended. Does not wait if it is called on that thread,
+// and waits at most kHandlerWait for the exit handler. In both cases the library stays loaded, so
+// that the thread can return.
 void endExitThread() REQUIRES(sMutex) {
   const std::shared_ptr<ExitThread> exit = std::move(environment().exitThread);
   if (!exit) return;
@@ -124,10 +125,10 @@ int ox_env_open(const char* string) {
     settings.add(string);
     openLog(settings.extract("log"));
     const auto exitAfter = settings.extractNumber<std::uint32_t>("exit_after", 0);
-    settings.extract("platform");  // added by Java hosts
+    settings.extract("platform");  // added by Java applications
     if (exitAfter > 0) startExitThread(std::chrono::milliseconds(exitAfter));
     env.open = true;
-    // Other processes have other numbers.
+    // Random, so that the serial numbers of different processes differ.
     env.lastSerial = std::uint64_t{std::random_device()()} << 32;
     writeLog("info", "stand-in gateway: streams without a server end with this process");
     logUnknown("ox_env_open", settings);
@@ -139,19 +140,19 @@ int ox_env_close(void) {
     const MutexLock lock(sMutex);
     requireOpenEnvironment();
     Environment& env = environment();
-    std::vector<std::shared_ptr<Carriage>> carriages;
+    std::vector<std::shared_ptr<Transport>> transports;
     while (!env.connections.empty()) {
       const std::shared_ptr<Connection> conn = env.connections.begin()->second;
       destroy(*conn);
-      if (conn->carriage) carriages.push_back(std::move(conn->carriage));
+      if (conn->transport) transports.push_back(std::move(conn->transport));
     }
     env.open = false;
     env.closing = true;
-    // What is discarded is logged: a host could not close the environment again.
-    for (const auto& carriage : carriages) carriage->startClosing();
-    for (const auto& carriage : carriages) carriage->close();
-    carriages.clear();
-    // A thread that still opens a listener has not registered it.
+    // Discarded posts are logged, not refused: the application cannot close the environment again.
+    for (const auto& transport : transports) transport->startClosing();
+    for (const auto& transport : transports) transport->close();
+    transports.clear();
+    // Destroying a listener that another thread is opening does not stop its reader.
     for (const auto& worker : env.workers) worker->stop();
     joinWorkers();
     env.closing = false;

@@ -1,4 +1,4 @@
-// The environment: the objects that are alive, by handle, and the boundary of every ox_ function.
+// The environment: all existing objects, by handle, and the boundary of every ox_ function.
 #ifndef OXLI_STANDIN_ENVIRONMENT_H
 #define OXLI_STANDIN_ENVIRONMENT_H
 
@@ -18,13 +18,13 @@
 
 namespace standin {
 
-// Handles are counters cast to pointers. They are never reused, so a stale or made-up handle fails
+// Handles are counters cast to pointers. They are never reused, so a stale or invalid handle fails
 // the lookup.
 template <class Handle, class T>
 struct Table : std::unordered_map<Handle*, std::shared_ptr<T>> {
   std::shared_ptr<T> get(Handle* handle) const {
     const auto found = this->find(handle);
-    require(found != this->end(), "the handle is stale or made up");
+    require(found != this->end(), "the handle is stale or invalid");
     return found->second;
   }
 };
@@ -36,7 +36,7 @@ struct Environment {
   auto& table(ox_conn_t*) REQUIRES(sMutex) { return connections; }
   auto& table(ox_listener_t*) REQUIRES(sMutex) { return listeners; }
   auto& table(ox_publisher_t*) REQUIRES(sMutex) { return publishers; }
-  // Gives the object its handle.
+  // Adds the object to its table under a new handle, and returns the handle.
   template <class T>
   auto add(const std::shared_ptr<T>& object) REQUIRES(sMutex) {
     object->handle = reinterpret_cast<decltype(object->handle)>(lastHandle += 16);
@@ -45,7 +45,8 @@ struct Environment {
   }
 
   bool open GUARDED_BY(sMutex) = false;
-  bool closing GUARDED_BY(sMutex) = false;  // until nothing is left of a closed environment
+  // ox_env_close has set `open` to false, and is still waiting.
+  bool closing GUARDED_BY(sMutex) = false;
   std::uintptr_t lastHandle GUARDED_BY(sMutex) = 0x10000;
   std::uint64_t lastSerial GUARDED_BY(sMutex) = 0;
   Table<ox_conn_t, Connection> connections GUARDED_BY(sMutex);
@@ -56,15 +57,15 @@ struct Environment {
   std::map<std::string, std::weak_ptr<Stream>> streams GUARDED_BY(sMutex);  // by address and name
   std::map<std::string, std::weak_ptr<const Scheme>> schemes GUARDED_BY(sMutex);  // by string
   std::vector<std::shared_ptr<Worker>> workers GUARDED_BY(sMutex);
-  Condition room;  // a connection that was crowded has room again
+  Condition room;  // notified when a crowded connection has room again
   std::FILE* log GUARDED_BY(sMutex) = nullptr;
 
   ox_exit_cb_t exitCallback GUARDED_BY(sMutex) = nullptr;
   void* exitData GUARDED_BY(sMutex) = nullptr;
   std::shared_ptr<ExitThread> exitThread GUARDED_BY(sMutex);
 
-  // For control.h. `watched` is true while calls are recorded or failures prepared, so that other
-  // calls acquire no lock to find out.
+  // For control.h. `watched` is true while calls are recorded, or failures or bodies are prepared.
+  // Calls read it first, so that they acquire no lock for this otherwise.
   std::atomic<bool> watched{false};
   bool recording GUARDED_BY(sMutex) = false;
   std::map<std::string, int> failures GUARDED_BY(sMutex);
@@ -73,24 +74,24 @@ struct Environment {
   std::vector<std::string> logLines GUARDED_BY(sMutex);
 };
 
-// Never destroyed: threads of the host may call while the process ends.
+// Never destroyed: threads of the application may call ox_ functions while the process ends.
 Environment& environment();
 
 void requireOpenEnvironment() REQUIRES(sMutex);
 
-// The scheme of a string. Equal strings share one object, so that schemes are compared by their
-// addresses.
+// Returns the scheme of a string. Equal strings share one object, so that comparing the addresses
+// of two schemes is sufficient.
 std::shared_ptr<const Scheme> sharedScheme(const std::string& string) REQUIRES(sMutex);
 
-// Random, so that the state of an earlier stream, also in another process, does not resume on this
-// one. Not 0, which is the default of a state without a life number.
+// Returns a random life number, so that no listener resumes on a stream from the state of an
+// earlier stream, even of another process. Never 0, which stands for a state without a life number.
 std::uint32_t newLifeNumber();
 
 // Calls the exit callback on this thread. Returns false if none is registered.
 bool raiseExitEvent() EXCLUDES(sMutex);
 
-// Runs what was prepared for the call and records it. Returns the code of a failure that was
-// prepared.
+// Runs the body that was prepared for the call, if any, and records the call while recording is on.
+// Returns the code of a prepared failure, or nullopt.
 std::optional<int> noteCall(const char* function, std::initializer_list<const char*> strings)
     EXCLUDES(sMutex);
 

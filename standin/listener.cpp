@@ -32,7 +32,9 @@ void standin::destroy(Listener& lsn) {
 
 bool standin::extractReplica(Settings& settings) {
   const std::string mode = settings.extract("mode");
-  if (!mode.empty() && mode != "replica") settings.refuse("mode=" + mode + " is unknown");
+  if (!mode.empty() && mode != "replica") {
+    settings.refuse("mode=" + mode + " is invalid: the only mode is replica");
+  }
   return !mode.empty();
 }
 
@@ -86,7 +88,8 @@ int ox_lsn_getstate(ox_listener_t* handle, int32_t* state) {
 int ox_lsn_getscheme(ox_listener_t* handle, ox_scheme_desc_t** scheme) {
   return call(__func__, {}, handle, [&](const Listener& lsn) REQUIRES(sMutex) -> int {
     require(scheme, "the scheme's out-parameter is null");
-    // Not logged: hosts ask for each message, and there may be no publisher yet.
+    // Not logged: applications call this function for each message, also before a publisher with a
+    // scheme has joined.
     if (!lsn.stream || !lsn.stream->scheme()) return OX_ERR_INVALIDSTATE;
     *scheme = const_cast<ox_scheme_desc_t*>(&lsn.stream->scheme()->description);
     return OX_ERR_OK;

@@ -10,7 +10,7 @@ void copyBlocks(Message::Bytes& bytes, const ox_msg_streamdata_t* row) {
   if (!bytes.description) return;
   for (const auto& [offset, field] : bytes.description->zFields) {
     ox_zblock_t block;
-    // The host may have reduced the size of the payload.
+    // The application may have reduced the size of the payload.
     if (offset + sizeof block > bytes.payload.size()) break;
     char* const descriptor = &bytes.payload[offset];
     std::memcpy(&block, descriptor, sizeof block);

@@ -1,23 +1,23 @@
-// Streams of a server: how they are joined and followed, and what arrives of them.
+// Joins and follows streams of a server, and receives their changes.
 #include "standin/environment.h"
 #include "standin/log.h"
 #include "standin/stream.h"
 
 namespace standin {
 
-std::shared_ptr<Stream> Stream::joined(Publisher& pub, const std::string& name,
-                                       const std::shared_ptr<const Scheme>& scheme) {
-  const std::shared_ptr<Carriage> carriage = pub.conn->carriage;
-  const Carriage::Joined joined = carriage->join(name, scheme);
-  if (environment().publishers.count(pub.handle) == 0 || pub.conn->carriage != carriage) {
+std::shared_ptr<Stream> Stream::joinOnServer(Publisher& pub, const std::string& name,
+                                             const std::shared_ptr<const Scheme>& scheme) {
+  const std::shared_ptr<Transport> transport = pub.conn->transport;
+  const Transport::Joined joined = transport->join(name, scheme);
+  if (environment().publishers.count(pub.handle) == 0 || pub.conn->transport != transport) {
     joined.sender->leave();
     throw Refusal{OX_ERR_INVALIDSTATE, "the publisher was closed while it was being opened"};
   }
-  std::shared_ptr<Stream> stream = named(*pub.conn, name);
+  std::shared_ptr<Stream> stream = findOrMake(*pub.conn, name);
   if (stream->life_ != 0 && stream->life_ != joined.life) {
-    // Its listeners are closed after all that was posted before.
-    stream->forget();
-    stream = named(*pub.conn, name);
+    // The listeners of the old stream are closed when its log has been read to the end.
+    stream->unregister();
+    stream = findOrMake(*pub.conn, name);
   }
   stream->life_ = joined.life;
   if (!joined.scheme.empty()) stream->onScheme(joined.scheme);
@@ -28,8 +28,8 @@ std::shared_ptr<Stream> Stream::joined(Publisher& pub, const std::string& name,
 // Returns false if the stream has been made anew meanwhile.
 bool Stream::awaitFollowed(Listener& lsn) {
   const std::shared_ptr<Stream> self = lsn.stream;
-  const std::shared_ptr<Carriage> carriage = lsn.conn->carriage;
-  if (!follower_) follower_ = carriage->follow(name_, *this);
+  const std::shared_ptr<Transport> transport = lsn.conn->transport;
+  if (!follower_) follower_ = transport->follow(name_, *this);
   ++openings_;
   try {
     follower_->awaitJoined();
@@ -43,13 +43,13 @@ bool Stream::awaitFollowed(Listener& lsn) {
   const bool current =
       found != environment().streams.end() && found->second.lock() == self && follower_;
   const bool isOpening =
-      environment().listeners.count(lsn.handle) > 0 && lsn.conn->carriage == carriage;
+      environment().listeners.count(lsn.handle) > 0 && lsn.conn->transport == transport;
   if (!current || !isOpening) stopFollowing();
   require(isOpening, "the listener was closed while it was being opened", OX_ERR_INVALIDSTATE);
   return current;
 }
 
-// The rows of a stream that nobody follows would not change any more.
+// Without a follower, the rows would no longer be updated.
 void Stream::stopFollowing() {
   if (!follower_ || !listeners_.empty() || openings_ > 0) return;
   follower_.reset();
@@ -69,7 +69,7 @@ void Stream::requestRows() {
 }
 
 void Stream::onJoined(std::uint32_t life, std::int64_t rev) {
-  if (life_ != 0 && life_ != life) return forget();
+  if (life_ != 0 && life_ != life) return unregister();
   life_ = life;
   rev_ = completeFrom_ = rev;
   rows_.clear();
@@ -138,8 +138,8 @@ void Stream::onCleared(std::uint32_t table, std::int64_t olderThan) {
 
 void Stream::onLost() {
   writeLog("error", "stream=" + name_ +
-                        ": changes were discarded by the server before they were "
-                        "read: its rows are read again, and other listeners are closed");
+                        ": changes were discarded by the server before they were read: replica "
+                        "listeners get the changed rows, other listeners are closed");
   for (Listener* lsn : std::vector(listeners_)) {
     if (lsn->replica) {
       if (!lsn->awaitsRows) lsn->from = rev_;
@@ -153,7 +153,7 @@ void Stream::onLost() {
 }
 
 void Stream::onEnd(bool anew) {
-  if (anew) forget();
+  if (anew) unregister();
   closeListeners();
 }
 

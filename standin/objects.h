@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 extern Mutex sMutex;
 
-class Carriage;
+class Transport;
 class Sender;
 class Stream;
 struct Connection;
@@ -83,10 +83,10 @@ struct Item {
 struct Connection : Object<ox_conn_t>, std::enable_shared_from_this<Connection> {
   std::vector<std::shared_ptr<Listener>> listeners GUARDED_BY(sMutex);
   std::vector<std::shared_ptr<Publisher>> publishers GUARDED_BY(sMutex);
-  std::shared_ptr<Carriage> carriage GUARDED_BY(sMutex);  // null without a server
+  std::shared_ptr<Transport> transport GUARDED_BY(sMutex);  // null without a server
   std::deque<Item> queue GUARDED_BY(sMutex);
   std::size_t queueLimit GUARDED_BY(sMutex) = 0;  // of posted items
-  std::size_t posted GUARDED_BY(sMutex) = 0;      // items in `queue`
+  std::size_t posted GUARDED_BY(sMutex) = 0;      // posted items in `queue`
   std::size_t incoming GUARDED_BY(sMutex) = 0;    // items that the post being checked would add
   bool crowded GUARDED_BY(sMutex) = false;        // `room` is notified when half the queue is free
   std::thread::id deliverer GUARDED_BY(sMutex);   // the thread that delivers; {} if there is none
@@ -96,7 +96,7 @@ struct Connection : Object<ox_conn_t>, std::enable_shared_from_this<Connection> 
 struct Outgoing {
   Record record{};
   const Publisher* owner = nullptr;
-  std::uint32_t type = 0;  // a copy: the host may overwrite the type in the record
+  std::uint32_t type = 0;  // a copy: the application may overwrite the type in the record
   Description description;
   std::vector<char> payload;
   std::vector<std::uint8_t> nulls;

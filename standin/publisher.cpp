@@ -36,7 +36,8 @@ void noteReply(const Publisher& pub, const KnownRecord& to) REQUIRES(sMutex) {
   }
 }
 
-// Waits until what the publisher posted is acknowledged, if it has posted to a server.
+// Waits until the server has acknowledged all posts of the publisher. Does nothing without a
+// server.
 void awaitLeft(Publisher& pub) REQUIRES(sMutex) {
   const std::shared_ptr<Sender> sender = std::exchange(pub.sender, nullptr);
   if (!sender) return;
@@ -87,13 +88,16 @@ int ox_pub_open(ox_publisher_t* handle, const char* string) {
     Settings settings = pub.settings;
     settings.add(string);
     const std::shared_ptr<const Scheme> given = extractScheme(settings);
-    // Another one would release descriptions that the host may be using.
-    require(!pub.scheme || !given || given == pub.scheme, "the publisher has another scheme");
+    // Another scheme would release descriptions that the application may be using.
+    require(!pub.scheme || !given || given == pub.scheme,
+            "the scheme of a publisher cannot be changed");
     const std::shared_ptr<const Scheme> scheme = pub.scheme ? pub.scheme : given;
     const std::chrono::milliseconds timeout(
         settings.extractNumber<std::uint32_t>("reply_timeout", 1000));
     const std::string ack = settings.extract("ack");
-    if (!ack.empty() && ack != "always") settings.refuse("ack=" + ack + " is unknown");
+    if (!ack.empty() && ack != "always") {
+      settings.refuse("ack=" + ack + " is invalid: the only value is always");
+    }
     const bool replica = extractReplica(settings);
     const std::string stream = settings.extract("stream");
     const Opening opening(pub, "the publisher is open already");
@@ -172,27 +176,28 @@ int ox_pub_post(ox_publisher_t* handle, ox_msg_t* msg, int flags) {
                "ox_pub_post: unknown bits of flags " + std::to_string(flags) + " are ignored");
     }
     KnownRecord known = knownRecord(msg);
-    require(!known.outgoing || known.outgoing->owner == &pub, "the message is another publisher's");
+    require(!known.outgoing || known.outgoing->owner == &pub,
+            "the message belongs to another publisher");
     require(known.whole, "only data messages and rows can be posted");
     if (flags & kClearDeleted) return pub.stream->clear(pub, known);
     Record& record = known.record;
     const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
-    const bool asks = (flags & kReplyWanted) != 0;
-    require(!isRow || !asks, "there is no reply to a row");
+    const bool wantsReply = (flags & kReplyWanted) != 0;
+    require(!isRow || !wantsReply, "a row cannot be a request");
     const bool refers = !isRow && record.data.ref_msg;
     const KnownRecord ref = refers ? knownRecord(&record.data.ref_msg->head) : KnownRecord{};
     require(!refers || (ref.whole && ref.record.head.type != OX_MSG_STREAM_DATA),
             "the message refers to one that is not a data message");
-    require(!asks || pub.awaited.size() < pub.conn->queueLimit,
+    require(!wantsReply || pub.awaited.size() < pub.conn->queueLimit,
             "the publisher waits for too many replies", kQueueFull);
 
     const std::uint64_t serial = ++environment().lastSerial;
     record.head.reserved = serial;
     pub.stream->post(pub, known, ref.description,
-                     asks ? pub.replyTimeout : std::chrono::milliseconds());
+                     wantsReply ? pub.replyTimeout : std::chrono::milliseconds());
     // A message that refers to a delivered one is the reply to it.
     if (refers && !ref.outgoing) noteReply(pub, ref);
-    if (asks) await(pub, serial, record.data.user_id);
+    if (wantsReply) await(pub, serial, record.data.user_id);
   });
 }
 
@@ -201,7 +206,7 @@ int ox_pub_msgfree(ox_publisher_t* handle, ox_msg_t* msg) {
     auto& outgoing = environment().outgoing;
     const auto found = outgoing.find(msg);
     require(found != outgoing.end() && found->second->owner == &pub,
-            "the message is not the publisher's");
+            "the message is not an outgoing message of the publisher");
     outgoing.erase(found);
   });
 }

@@ -22,7 +22,8 @@ std::pair<std::string, std::string> splitAtColon(const std::string& item) {
   return {item.substr(0, colon), item.substr(colon + 1)};
 }
 
-// The bits of an integer of that type; empty if the digits are not one.
+// Parses an integer of that type; an unsigned one is returned as its bits. Returns nullopt if
+// `digits` is not such an integer.
 std::optional<std::int64_t> toInteger(Type type, const std::string& digits) {
   std::optional<std::int64_t> number = toNumber<std::int64_t>(digits);
   if (type.kind == 'u') {
@@ -150,7 +151,7 @@ class MessageReader {
   }
 
   void addToKey(const ox_field_desc_t& field, const Settings& source) {
-    // A descriptor is the address of a copy, which differs with each post.
+    // A descriptor contains the address of a copy, which differs for each post.
     for (const auto& [offset, number] : message_.zFields) {
       if (offset + sizeof(ox_zblock_t) > field.offset && field.offset + field.size > offset) {
         source.refuse(std::string("field ") + field.name + " overlaps one of type z");
@@ -182,8 +183,8 @@ class MessageReader {
   std::size_t end_ = 0;  // of the field read last
 };
 
-// Compares names, types and offsets. Nested messages need the same name only, because covers()
-// compares them too.
+// Compares names, types and offsets. Compares nested messages only by name, because covers() also
+// compares these messages themselves.
 bool sameFields(const ox_message_desc_t& a, const ox_message_desc_t& b) {
   const ox_field_desc_t* left = a.fields;
   const ox_field_desc_t* right = b.fields;

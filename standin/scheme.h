@@ -22,12 +22,12 @@ struct Type {
   std::size_t size;  // in bytes; 0 for m
 };
 
-// Whether that is one of the gateway's type codes of messages.
+// Returns whether `code` is one of the gateway's own message types.
 bool isKnownType(std::uint32_t code);
 
 // Empty if there is no such type.
 std::optional<Type> typeOf(const std::string& string);
-// The integer at `data`, with its sign; an unsigned one of 8 bytes as its bits.
+// Returns the integer at `data`; an unsigned integer above INT64_MAX is returned as its bits.
 std::int64_t integerAt(Type type, const void* data);
 
 // The descriptors of z-blocks in a payload: the offset of each, and the number of the message's own
@@ -44,7 +44,8 @@ class Arena {
     return *made;
   }
   const char* copy(const std::string& string) { return make(string).c_str(); }
-  // Appends a node to the list that `end` ends, and moves `end` to the link of the node.
+  // Appends a node to a list. `end` points to the last link of the list; it is set to the link of
+  // the new node.
   template <class Node>
   Node& append(Node**& end) {
     Node& added = make<Node>();
@@ -57,8 +58,8 @@ class Arena {
   std::vector<std::shared_ptr<void>> owned_;
 };
 
-// The description records of a scheme string, whose grammar README.md gives. They live as long as
-// the object and do not change after the constructor.
+// The description records of a scheme string; README.md describes its grammar. They are valid as
+// long as the object exists, and do not change after the constructor.
 class Scheme {
  public:
   struct Message {
@@ -83,7 +84,7 @@ class Scheme {
   // Whether every message of the other scheme is in this one, with the same fields.
   bool covers(const Scheme& other) const;
 
-  // What the object was made of.
+  // Returns the string that was passed to the constructor.
   const std::string& string() const { return string_; }
 
   ox_scheme_desc_t description{};

@@ -5,7 +5,8 @@
 namespace standin {
 
 void Settings::add(const std::string& string) {
-  // A ";" that is not encoded makes the rest of a password another pair.
+  // If a ";" in a password is not encoded, the rest of the password is parsed as another pair.
+  // Therefore the "@" is searched for in the entire string.
   const std::size_t server = string.find("server=");
   hasSecret_ |= place_.empty() && server != std::string::npos &&
                 string.find('@', server) != std::string::npos;

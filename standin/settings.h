@@ -14,7 +14,7 @@
 
 namespace standin {
 
-// Thrown to end an ox_ function with a result code. The log gets the reason.
+// Thrown to end an ox_ function with a result code. The reason is logged.
 struct Refusal {
   int code;
   std::string reason;
@@ -34,8 +34,8 @@ std::optional<T> toNumber(const std::string& string) {
   return value;
 }
 
-// The pairs of settings strings. Reading a pair extracts it, so that unknown keys are left in the
-// end. Refusals have the code OX_ERR_INVALIDARGUMENT and name place and key.
+// The pairs of settings strings. Reading a pair extracts it, so that only unknown keys are left at
+// the end. Refusals have the code OX_ERR_INVALIDARGUMENT, and name the place and the key.
 class Settings {
  public:
   Settings() = default;

@@ -24,12 +24,12 @@ Stream::Stream(const std::string& address, std::string name)
 }
 
 Stream::~Stream() {
-  forget();
+  unregister();
 }
 
-std::shared_ptr<Stream> Stream::named(const Connection& conn, const std::string& name) {
+std::shared_ptr<Stream> Stream::findOrMake(const Connection& conn, const std::string& name) {
   auto& streams = environment().streams;
-  const std::string address = conn.carriage ? conn.carriage->address() : "";
+  const std::string address = conn.transport ? conn.transport->address() : "";
   const auto found = streams.find(address + '\n' + name);
   if (found != streams.end()) return found->second.lock();
   auto stream = std::make_shared<Stream>(address, name);
@@ -37,8 +37,9 @@ std::shared_ptr<Stream> Stream::named(const Connection& conn, const std::string&
   return stream;
 }
 
-// Lets the next one that joins or follows make another stream of that name.
-void Stream::forget() {
+// Removes the stream from the table of streams: the next publisher or listener that is opened on
+// its name makes another stream.
+void Stream::unregister() {
   auto& streams = environment().streams;
   const auto found = streams.find(key_);
   // Another stream may have replaced this one.
@@ -50,15 +51,15 @@ void Stream::forget() {
 void Stream::join(Publisher& pub, const std::string& name,
                   const std::shared_ptr<const Scheme>& scheme) {
   std::shared_ptr<Stream> stream =
-      pub.conn->carriage ? joined(pub, name, scheme) : named(*pub.conn, name);
+      pub.conn->transport ? joinOnServer(pub, name, scheme) : findOrMake(*pub.conn, name);
   if (!pub.sender && scheme && stream->scheme_ && !stream->scheme_->covers(*scheme)) {
     if (stream->publishers_ > 0) {
       throw Refusal{OX_ERR_INVALIDARGUMENT,
                     "stream=" + name + " has open publishers with another layout"};
     }
     stream->closeListeners();
-    stream->forget();
-    stream = named(*pub.conn, name);
+    stream->unregister();
+    stream = findOrMake(*pub.conn, name);
   }
   stream->add(scheme);
   ++stream->publishers_;
@@ -86,9 +87,9 @@ void Stream::post(const Publisher& pub, const KnownRecord& known, const Descript
                            ": its listeners get a parse error");
     }
     const std::int32_t code = OX_ERR_INVALIDARGUMENT;
-    return arrive(pub,
-                  makeMessage(OX_MSG_PARSEERR, &code, sizeof code, message, record.data.user_id),
-                  replyWithin);
+    return queueOrSend(
+        pub, makeMessage(OX_MSG_PARSEERR, &code, sizeof code, message, record.data.user_id),
+        replyWithin);
   }
   require(
       !isRow || !record.row.nulls || record.row.num_nulls == description->description.num_fields,
@@ -96,12 +97,12 @@ void Stream::post(const Publisher& pub, const KnownRecord& known, const Descript
   record.data.msg_index = description->index;
   record.data.msg_id = description->id;
   if (isRow) record.row.rev = pub.sender ? 0 : rev_ + 1;
-  arrive(pub, copyOf(record, std::move(description), ofRef), replyWithin);
+  queueOrSend(pub, copyOf(record, std::move(description), ofRef), replyWithin);
 }
 
-// At once in this process, and by way of the server otherwise.
-void Stream::arrive(const Publisher& pub, const MessagePtr& message,
-                    std::chrono::milliseconds replyWithin) {
+// Queues the message for the listeners or, with a server, posts it through the publisher's sender.
+void Stream::queueOrSend(const Publisher& pub, const MessagePtr& message,
+                         std::chrono::milliseconds replyWithin) {
   // The publisher may be closed while its sender waits.
   if (const std::shared_ptr<Sender> sender = pub.sender) {
     return sender->post(*message, {pub.acknowledged, replyWithin});
@@ -122,12 +123,12 @@ void Stream::clear(const Publisher& pub, const KnownRecord& known) {
 
 void Stream::follow(const std::string& name, Listener& lsn, std::uint32_t life, std::int64_t seen) {
   do {
-    lsn.stream = named(*lsn.conn, name);
+    lsn.stream = findOrMake(*lsn.conn, name);
   } while (lsn.stream->isMirror() && !lsn.stream->awaitFollowed(lsn));
   Stream& stream = *lsn.stream;
   stream.listeners_.push_back(&lsn);
   enqueue(lsn, OX_MSG_OPEN);
-  // A revision that the stream does not have is not one of its life.
+  // A state with a revision that the stream has not reached is not a state of this stream.
   lsn.from = life == stream.life_ && seen >= 0 && seen <= stream.rev_ ? seen : 0;
   lsn.seen = lsn.from;
   lsn.awaitsRows = lsn.replica && lsn.from < stream.completeFrom_;
@@ -165,7 +166,8 @@ void Stream::addRow(const MessagePtr& row) {
 }
 
 void Stream::removeRows(std::uint32_t table, std::int64_t olderThan) {
-  // Later rows stay, even if their revisions are lower than `olderThan`.
+  // Limited, so that rows which are posted later are not removed, even if their revisions are
+  // lower.
   remove({table, std::min(olderThan, rev_ + 1), rev_});
   const MessagePtr message = clearedMessage(table, olderThan);
   for (Listener* lsn : listeners_) {
@@ -178,9 +180,9 @@ void Stream::removeRows(std::uint32_t table, std::int64_t olderThan) {
 void Stream::remove(const ClearedTable& cleared) {
   for (auto at = rows_.begin(); at != rows_.end();) {
     const Message& row = *at->second;
-    const bool goes =
+    const bool removed =
         row.own.description->position == cleared.table && row.record.row.rev < cleared.oldest;
-    at = goes ? rows_.erase(at) : std::next(at);
+    at = removed ? rows_.erase(at) : std::next(at);
   }
   ClearedTable& known = cleared_[cleared.table];
   if (cleared.oldest > known.oldest) known = cleared;
@@ -204,8 +206,8 @@ void Stream::add(const std::shared_ptr<const Scheme>& scheme) {
   }
 }
 
-// The description of a message in the stream's scheme; null if there is none, or if the host has
-// changed the size of the message.
+// Returns the description of a message in the stream's scheme; null if there is none, or if the
+// application has changed the size of the message.
 Description Stream::describe(const KnownRecord& known) const {
   const ox_msg_t& head = known.record.head;
   const Scheme::Message* const source = known.description ? known.description->get() : nullptr;
@@ -238,7 +240,8 @@ void Stream::enqueueSnapshot(Listener& lsn) const {
           makeMessage(OX_MSG_ZRREPL_LIFENUM, ox_data_lifenum_t{life_, 0}));
   enqueue(lsn, OX_MSG_TN_BEGIN);
   for (const auto& [table, cleared] : cleared_) {
-    // A state with the revision at which rows were cleared may be older or newer than that.
+    // A state with the revision of a removal may be from before or after the removal. The removal
+    // is therefore repeated.
     if (lsn.from > 0 && lsn.from <= cleared.at) {
       enqueue(lsn, OX_MSG_ZRREPL_CLEARDELETED, clearedMessage(table, cleared.oldest));
     }

@@ -9,9 +9,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "standin/carriage.h"
 #include "standin/delivery.h"
 #include "standin/objects.h"
+#include "standin/transport.h"
 
 namespace standin {
 
@@ -67,13 +67,13 @@ class Stream final : private Receiver {
   const std::shared_ptr<const Scheme>& scheme() const REQUIRES(sMutex) { return scheme_; }
 
  private:
-  static std::shared_ptr<Stream> named(const Connection& conn, const std::string& name)
+  static std::shared_ptr<Stream> findOrMake(const Connection& conn, const std::string& name)
       REQUIRES(sMutex);
   bool isMirror() const { return key_.front() != '\n'; }
-  void forget() REQUIRES(sMutex);
+  void unregister() REQUIRES(sMutex);
   Description describe(const KnownRecord& known) const REQUIRES(sMutex);
-  void arrive(const Publisher& pub, const MessagePtr& message,
-              std::chrono::milliseconds replyWithin) REQUIRES(sMutex);
+  void queueOrSend(const Publisher& pub, const MessagePtr& message,
+                   std::chrono::milliseconds replyWithin) REQUIRES(sMutex);
   void requireRoom(bool replicasOnly) const REQUIRES(sMutex);
   void close(Listener& lsn, std::int32_t reason) const REQUIRES(sMutex);
   void add(const std::shared_ptr<const Scheme>& scheme) REQUIRES(sMutex);
@@ -81,8 +81,8 @@ class Stream final : private Receiver {
   void enqueueSnapshot(Listener& lsn) const REQUIRES(sMutex);
 
   // For a stream of a server.
-  static std::shared_ptr<Stream> joined(Publisher& pub, const std::string& name,
-                                        const std::shared_ptr<const Scheme>& scheme)
+  static std::shared_ptr<Stream> joinOnServer(Publisher& pub, const std::string& name,
+                                              const std::shared_ptr<const Scheme>& scheme)
       REQUIRES(sMutex);
   bool awaitFollowed(Listener& lsn) REQUIRES(sMutex);
   void stopFollowing() REQUIRES(sMutex);
@@ -111,9 +111,10 @@ class Stream final : private Receiver {
   std::unordered_map<std::string, MessagePtr> rows_ GUARDED_BY(sMutex);  // by key
   std::map<std::uint32_t, ClearedTable> cleared_ GUARDED_BY(sMutex);     // by table
 
-  std::unique_ptr<Follower> follower_ GUARDED_BY(sMutex);  // null while no listener is open
-  std::size_t openings_ GUARDED_BY(sMutex) = 0;            // listeners that wait for onJoined()
-  std::int64_t completeFrom_ GUARDED_BY(sMutex) = 0;       // rows after it are in `rows_`
+  // Null while no listener is open or being opened.
+  std::unique_ptr<Follower> follower_ GUARDED_BY(sMutex);
+  std::size_t openings_ GUARDED_BY(sMutex) = 0;       // listeners that wait for onJoined()
+  std::int64_t completeFrom_ GUARDED_BY(sMutex) = 0;  // rows after it are in `rows_`
 };
 
 }  // namespace standin

@@ -1,6 +1,6 @@
-// Attributes that say which mutex guards what, for clang's -Wthread-safety; empty for other
-// compilers. A mutex, its scoped locks and a condition with these attributes, because those of the
-// standard library have none.
+// Defines attributes for clang's -Wthread-safety that declare which mutex guards what; they are
+// empty for other compilers. Defines a mutex, scoped locks and a condition variable with them,
+// because those of the standard library have none.
 #ifndef OXLI_STANDIN_THREAD_ANNOTATIONS_H
 #define OXLI_STANDIN_THREAD_ANNOTATIONS_H
 
@@ -73,9 +73,9 @@ class Condition {
   template <class Time, class Done>
   bool waitUntil(Mutex& mutex, Time until, Done done) REQUIRES(mutex) {
     std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
-    const bool came = condition_.wait_until(lock, until, done);
+    const bool satisfied = condition_.wait_until(lock, until, done);
     lock.release();
-    return came;
+    return satisfied;
   }
 
  private:

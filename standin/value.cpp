@@ -55,7 +55,8 @@ std::string standin::valueString(const std::string& type, const void* data) {
     case 'z':
       return std::to_string(integerAt({'u', sizeof(ox_zblock_t::size)}, data)) + " bytes";
     default:
-      throw Refusal{OX_ERR_INVALIDARGUMENT, "values of type " + type + " have no string"};
+      throw Refusal{OX_ERR_INVALIDARGUMENT,
+                    "values of type " + type + " cannot be converted to a string"};
   }
 }
 
@@ -75,7 +76,7 @@ int ox_bcd_get(const void* value, int64_t* mantissa, int8_t* scale) {
   return call(__func__, {}, [&] {
     require(value && mantissa && scale, "the value or an out-parameter is null");
     const Decimal decimal = decimalAt(value);
-    require(std::abs(decimal.scale) <= kMaxScale, "the decimal's scale is not in -18 to 18");
+    require(std::abs(decimal.scale) <= kMaxScale, "the decimal's scale is not between -18 and 18");
     *mantissa = decimal.mantissa;
     *scale = decimal.scale;
   });

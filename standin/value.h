@@ -5,7 +5,8 @@
 
 namespace standin {
 
-// The value at `data`, of a field type such as "i4", as a string. Refuses m and unknown types.
+// Returns the value at `data` as a string. `type` is a field type such as "i4"; m and unknown types
+// are refused.
 std::string valueString(const std::string& type, const void* data);
 
 }  // namespace standin

@@ -14,7 +14,8 @@ namespace standin {
 namespace {
 
 // Blocks all signals of this thread, and of those that it starts, until the end of the scope. The
-// host's handlers then run on the host's threads, and writing to a closed socket raises no SIGPIPE.
+// application's handlers then run on its own threads, and writing to a closed socket raises no
+// SIGPIPE.
 class SignalsBlocked {
  public:
   SignalsBlocked() {

@@ -1,4 +1,4 @@
-// Threads of the stand-in gateway's own.
+// The threads of the stand-in gateway.
 #ifndef OXLI_STANDIN_WORKER_H
 #define OXLI_STANDIN_WORKER_H
 
@@ -13,11 +13,11 @@
 
 namespace standin {
 
-// A thread that runs until its body returns, with all signals blocked. It is told to stop and
-// joined later, because whoever stops it may have acquired sMutex.
+// A thread that runs until its body returns, with all signals blocked. stop() does not wait;
+// joinWorkers() joins the thread later, because the caller of stop() may have acquired sMutex.
 class Worker {
  public:
-  // The body must not throw, and returns soon after stop().
+  // The body must not throw, and must return soon after stop().
   static std::shared_ptr<Worker> start(std::function<void(Worker&)> body) REQUIRES(sMutex);
   Worker();
   ~Worker();
@@ -28,7 +28,7 @@ class Worker {
   bool isStopped() const { return stopped_.load(std::memory_order_relaxed); }
   // A file descriptor that can be read after stop(), for poll().
   int stopEvent() const { return event_; }
-  // Sleeps until the time is over or the worker is told to stop.
+  // Sleeps until the time is over or stop() is called.
   void pause(std::chrono::milliseconds time) const;
 
  private:
@@ -40,7 +40,7 @@ class Worker {
   std::thread thread_;
 };
 
-// Waits for the workers that were told to stop. Releases sMutex meanwhile.
+// Waits until the threads of all stopped workers have ended. Releases sMutex meanwhile.
 void joinWorkers() REQUIRES(sMutex);
 
 }  // namespace standin

@@ -27,7 +27,8 @@ std::string decode(const std::string& string) {
     }
     const int high = at + 2 < string.size() ? digit(string[at + 1]) : -1;
     const int low = at + 2 < string.size() ? digit(string[at + 2]) : -1;
-    require(high >= 0 && low >= 0 && high + low > 0, "server: % is not followed by two hex digits");
+    require(high >= 0 && low >= 0 && high + low > 0,
+            "server: % is not followed by two hex digits other than 00");
     decoded += static_cast<char>(high * 16 + low);
     at += 2;
   }
@@ -47,7 +48,8 @@ void consumeLogin(std::string& rest, Address& address) {
   const std::string login = rest.substr(0, end);
   rest.erase(0, end + 1);
   const std::size_t colon = login.find(':');
-  require(colon != std::string::npos && colon + 1 < login.size(), "server: the password is empty");
+  require(colon != std::string::npos && colon + 1 < login.size(),
+          "server: the password is missing or empty");
   address.user = decode(login.substr(0, colon));
   address.password = decode(login.substr(colon + 1));
 }

@@ -20,7 +20,7 @@ struct Address {
 // which may contain a password.
 Address parseAddress(const std::string& string);
 
-// The beginning of the keys of a stream, which has any name.
+// Returns the beginning of the keys of a stream. The name of the stream may be any string.
 std::string keysOf(const std::string& stream);
 
 }  // namespace standin::redis

@@ -16,8 +16,8 @@ struct Hiredis {
   decltype(&freeReplyObject) freeReply;
 };
 
-// Loads the library when it is called first, so that streams of one process do not need it. It
-// stays loaded. Refuses with kNoServer if it is not installed.
+// Loads the library when it is first called, so that streams of one process do not need it. The
+// library stays loaded. Refuses with kNoServer if it is not installed.
 const Hiredis& hiredis();
 
 }  // namespace standin::redis

@@ -71,7 +71,8 @@ void Link::connect(const Address& address) {
   if (address.host.empty()) {
     sockaddr_un path{};
     path.sun_family = AF_UNIX;
-    if (address.path.size() >= sizeof path.sun_path) throw LinkError{"the path is too long"};
+    if (address.path.size() >= sizeof path.sun_path)
+      throw LinkError{"the path of the socket is too long"};
     address.path.copy(path.sun_path, sizeof path.sun_path - 1);
     return connectTo(AF_UNIX, &path, sizeof path);
   }
@@ -79,7 +80,9 @@ void Link::connect(const Address& address) {
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* list = nullptr;
   const int result = getaddrinfo(address.host.c_str(), address.port.c_str(), &hints, &list);
-  if (result != 0) throw LinkError{"the host is unknown: " + std::string(gai_strerror(result))};
+  if (result != 0) {
+    throw LinkError{"the host's name cannot be looked up: " + std::string(gai_strerror(result))};
+  }
   const std::unique_ptr<addrinfo, FreeAddresses> owned(list);
   for (const addrinfo* each = list;; each = each->ai_next) {
     try {
@@ -128,9 +131,9 @@ void Link::logIn(const Address& address) {
   append(command);
   const Reply reply = receive();
   if (!reply.isError()) return;
-  // What follows the first word may quote the password.
+  // The rest of the error may contain the password.
   const std::string_view error = reply.string();
-  throw LinkError{"the server refuses: " + std::string(error.substr(0, error.find(' ')))};
+  throw LinkError{"the server refuses the login: " + std::string(error.substr(0, error.find(' ')))};
 }
 
 void Link::append(const std::vector<std::string_view>& command) {
@@ -155,14 +158,16 @@ Reply Link::receive(std::chrono::milliseconds extra) {
     if (hiredis().bufferWrite(context_, &sent) != REDIS_OK) fail();
     await(sent ? POLLIN : POLLIN | POLLOUT, until);
     if (hiredis().bufferRead(context_) != REDIS_OK) fail();
-    // A long reply may take longer than the timeout, as long as it goes on.
+    // A reply may take longer than the timeout as long as bytes of it arrive.
     until = std::max(until, Clock::now() + timeout_);
   }
 }
 
 Reply Link::receiveResult(std::chrono::milliseconds extra) {
   Reply reply = receive(extra);
-  if (reply.isError()) throw LinkError{"the server refuses: " + std::string(reply.string())};
+  if (reply.isError()) {
+    throw LinkError{"the server refuses a command: " + std::string(reply.string())};
+  }
   return reply;
 }
 

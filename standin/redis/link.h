@@ -19,8 +19,8 @@ struct LinkError {
   std::string reason;
 };
 
-// What the server answered. Its content is untrusted: the accessors check what they read, and throw
-// a LinkError if it has another form.
+// A reply of the server. Its content is untrusted: the accessors check its type, and throw a
+// LinkError if it is another one.
 class Reply {
  public:
   explicit Reply(redisReply* reply) : owned_(reply), reply_(reply) {}
@@ -32,7 +32,7 @@ class Reply {
   std::string_view string() const;
   std::int64_t integer() const;               // an integer, or a string that is one
   std::size_t size() const;                   // of an array
-  Reply operator[](std::size_t index) const;  // lives as long as the array
+  Reply operator[](std::size_t index) const;  // valid as long as the array
 
  private:
   struct Free {
@@ -44,9 +44,9 @@ class Reply {
   const redisReply* reply_;
 };
 
-// Connects in the constructor. Waiting ends with a LinkError when the worker is told to stop, or
-// when it takes longer than the timeout. Looking up a host's name takes as long as the system lets
-// it.
+// Connects in the constructor. A function that waits throws a LinkError when the worker is stopped,
+// or when the server does not respond within the timeout. Looking up a host's name is not limited
+// by the timeout.
 class Link {
  public:
   Link(const Address& address, std::chrono::milliseconds timeout, const Worker& worker);

@@ -1,21 +1,21 @@
-// How a reader loads the retained rows of its stream.
+// Loads the retained rows of a stream for its reader.
 #include "standin/log.h"
 #include "standin/redis/reader.h"
 
 namespace standin::redis {
 namespace {
 
-// How much is read at once.
-constexpr std::size_t kMostBytes = std::size_t{1} << 20;
-constexpr std::int64_t kMostEntries = 1000;
+// The number of bytes that one read aims at, and the limit of its items.
+constexpr std::size_t kTargetBytes = std::size_t{1} << 20;
+constexpr std::int64_t kMaxItems = 1000;
 
 }  // namespace
 
 void Reader::adapt(std::int64_t& count, std::size_t read, std::size_t bytes) {
-  if (bytes > kMostBytes) {
+  if (bytes > kTargetBytes) {
     count = std::max<std::int64_t>(count / 2, 1);
-  } else if (static_cast<std::int64_t>(read) == count && bytes < kMostBytes / 2) {
-    count = std::min(2 * count, kMostEntries);
+  } else if (static_cast<std::int64_t>(read) == count && bytes < kTargetBytes / 2) {
+    count = std::min(2 * count, kMaxItems);
   }
 }
 
@@ -29,7 +29,7 @@ void Reader::startLoading() {
   loading_ = true;
   low_ = wanted_;
   after_ = std::to_string(low_);
-  page_.reset();  // may be of rows that were requested before changes were lost
+  page_.reset();  // it may have been requested before changes were lost
   target_.reset();
 }
 
@@ -39,8 +39,8 @@ void Reader::requestPage(Link& link) {
                std::to_string(complete_), "WITHSCORES", "LIMIT", "0", std::to_string(requested_)});
 }
 
-// The index and the rows are read one after the other, so that a row may have changed meanwhile.
-// The log has all changes up to the target, and they are passed before onOnline().
+// The index is read before the rows, so a row may have changed in between. The log has all changes
+// up to the target, and they are passed before onOnline().
 void Reader::readPage(const Scripts& scripts, Link& link) {
   if (!page_) {
     requestPage(link);
@@ -59,7 +59,7 @@ void Reader::readPage(const Scripts& scripts, Link& link) {
     passPage(page, link.receiveResult());
   }
   if (last) {
-    // If the stream was made anew, rows may be missing: it ends before they are complete.
+    // If the stream was made anew, rows may be missing. Without a target, onOnline() is not called.
     const Look found = look(scripts);
     if (found.life == life_) target_ = found.end;
   } else {

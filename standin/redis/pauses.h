@@ -1,4 +1,4 @@
-// Times that the writers and readers of a server agree about.
+// The intervals that the writers and readers of a server share.
 #ifndef OXLI_STANDIN_REDIS_PAUSES_H
 #define OXLI_STANDIN_REDIS_PAUSES_H
 
@@ -9,15 +9,16 @@
 
 namespace standin::redis {
 
-// How often a publisher says that it is alive, and how often readers look.
-constexpr std::chrono::milliseconds kBeat(1000);
+// The interval at which a publisher increments its heartbeat counter, and the interval at which
+// readers run Script::kLook.
+constexpr std::chrono::milliseconds kHeartbeatInterval(1000);
 constexpr std::chrono::milliseconds kLookInterval(500);
-// A publisher that has said nothing for that many looks has died. Looks are counted rather than
-// time, because nobody can say anything while the server does not answer.
+// A publisher is removed when its heartbeat counter has not changed for that many looks. Looks are
+// counted instead of time, because no counter changes while the server does not answer.
 constexpr int kLooksUntilExpired = 7;
 
-// The pauses between attempts to connect: they double from 10 ms to 1 s, until a connection has
-// lasted for a second.
+// The pauses between attempts to connect. They double from 10 ms to 1 s, and start at 10 ms again
+// after a connection that has lasted for more than a second.
 class Pauses {
  public:
   void onEstablished() { since_ = Clock::now(); }

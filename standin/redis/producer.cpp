@@ -1,4 +1,4 @@
-// How publishers join a stream of a server, and what they send.
+// Joins publishers to streams of a server, and makes the entries that they send.
 #include <algorithm>
 #include <cstdio>
 #include <random>
@@ -11,7 +11,7 @@
 namespace standin::redis {
 namespace {
 
-// How long a noted reply outlives the time of the request.
+// How long the server retains a noted reply after the reply timeout of its request.
 constexpr std::chrono::minutes kReplySlack(1);
 
 std::string randomHex() {
@@ -24,13 +24,14 @@ std::string randomHex() {
 // A server accepts strings of at most 512 MiB, unless its settings say otherwise.
 constexpr std::size_t kMaxPostBytes = std::size_t{256} << 20;
 
-// What the ids of all publishers of this process begin with.
+// Returns the beginning of the ids of all publishers of this process.
 const std::string& processId() {
   static const std::string& id = *new std::string(randomHex() + '-');
   return id;
 }
 
-// Whether the scheme of the server covers that of a publisher. An invalid one does not.
+// Returns whether the server's scheme covers the publisher's: true if the publisher has none, else
+// false if the server's scheme is invalid.
 bool covers(const std::string& theirs, const std::shared_ptr<const Scheme>& own) {
   try {
     return !own || Scheme(theirs).covers(*own);
@@ -87,8 +88,8 @@ void Producer::awaitLeft() {
   writer_->awaitLeft(*this);
 }
 
-Carriage::Joined Writer::join(const std::string& stream,
-                              const std::shared_ptr<const Scheme>& scheme) {
+Transport::Joined Writer::join(const std::string& stream,
+                               const std::shared_ptr<const Scheme>& scheme) {
   const auto producer = std::make_shared<Producer>(shared_from_this(), stream, scheme);
   std::map<std::string, std::string> seen;
   JoinReply reply = askToJoin(producer, "try", 0);
@@ -106,18 +107,19 @@ Carriage::Joined Writer::join(const std::string& stream,
   return {reply.life, reply.scheme, producer};
 }
 
-// Waits for a sign of life of publishers that have another layout; refuses if there is one. Lets
-// them leave if there is none for long enough.
+// Refuses if a publisher with another layout is open: one of this process, or one whose heartbeat
+// counter has changed since the first look. Otherwise waits for the next look or, after
+// kLooksUntilExpired looks, removes these publishers from the stream.
 void Writer::requireExpired(const Producer& producer, const JoinReply& found, int looks,
                             std::map<std::string, std::string>& seen) {
   if (looks == 0) seen = found.publishers;
-  const auto isAlive = [&seen](const auto& publisher) {
+  const auto isOpen = [&seen](const auto& publisher) {
     const auto before = seen.find(publisher.first);
     return before == seen.end() || before->second != publisher.second ||
            publisher.first.compare(0, processId().size(), processId()) == 0;
   };
   const auto& publishers = found.publishers;
-  if (std::any_of(publishers.begin(), publishers.end(), isAlive)) {
+  if (std::any_of(publishers.begin(), publishers.end(), isOpen)) {
     throw Refusal{OX_ERR_INVALIDARGUMENT,
                   "stream=" + producer.stream_ + " has open publishers with another layout"};
   }
@@ -127,8 +129,8 @@ void Writer::requireExpired(const Producer& producer, const JoinReply& found, in
     return;
   }
   const auto expire = [keys = producer.keys_, found](const Scripts& scripts) {
-    for (const auto& [id, beats] : found.publishers) {
-      scripts.call(Script::kLeave, keys, {std::to_string(found.life), id, beats});
+    for (const auto& [id, heartbeats] : found.publishers) {
+      scripts.call(Script::kLeave, keys, {std::to_string(found.life), id, heartbeats});
     }
   };
   ask(expire);
@@ -184,8 +186,9 @@ Writer::JoinReply Writer::callJoin(const Scripts& scripts, const Producer& produ
   return read;
 }
 
-// Joins again with all publishers: it is a sign of life, and after an outage the server may not
-// know them any more, or may have lost posts that it had acknowledged.
+// Joins again with all publishers. This increments their heartbeat counters and, after an outage,
+// adds publishers that the server has lost, and detects the loss of posts that the server had
+// acknowledged.
 void Writer::joinAgain(const Scripts& scripts) {
   struct Joining {
     std::shared_ptr<Producer> producer;
@@ -225,8 +228,8 @@ void Writer::joinAgain(const Scripts& scripts) {
 void Writer::refuse(Producer& producer) {
   if (!std::exchange(producer.refused_, true)) {
     writeLog("error", "stream=" + producer.stream_ +
-                          ": another publisher has made the stream anew; what this one posts is "
-                          "discarded");
+                          ": another publisher has made the stream anew; the posts of this "
+                          "publisher are discarded");
   }
   eraseFrom(producers_, producer);
 }

@@ -9,7 +9,7 @@ namespace {
 
 // How long the server waits for a change. Requested rows are read after that time at the latest.
 constexpr std::chrono::milliseconds kBlock(50);
-// How often a full queue is looked at, besides when it has room again.
+// The interval at which a full queue is checked, besides the notification that it has room again.
 constexpr std::chrono::milliseconds kRoomInterval(100);
 
 // Readers that are not stopped. Guarded by sMutex.
@@ -93,8 +93,8 @@ void Reader::run(Worker& worker) {
 }
 
 void Reader::serve(const Scripts& scripts, Link& link, const Worker& worker) {
-  beats_.clear();
-  // A page may be missing.
+  heartbeats_.clear();
+  // Loading starts again, because the reply to a requested page may be lost with the connection.
   page_.reset();
   after_ = std::to_string(low_);
   look(scripts);
@@ -144,7 +144,7 @@ Reader::Look Reader::look(const Scripts& scripts) {
   if (life_ == 0) {
     join(found);
   } else if (found.life != life_) {
-    replaced_ = true;  // what is left of the log is read before the end
+    replaced_ = true;  // the rest of the log is read before end() is called
   } else if (found.end < position_) {
     end("the server has lost changes that it had acknowledged");
   }
@@ -182,16 +182,16 @@ void Reader::awaitProceed(const Worker& worker) {
 }
 
 void Reader::removeExpired(const Scripts& scripts, const Look& found) {
-  std::map<std::string, std::pair<std::string, int>> beats;
-  for (const auto& [publisher, beat] : found.publishers) {
-    const auto before = beats_.find(publisher);
-    const bool same = before != beats_.end() && before->second.first == beat;
+  std::map<std::string, std::pair<std::string, int>> heartbeats;
+  for (const auto& [publisher, heartbeat] : found.publishers) {
+    const auto before = heartbeats_.find(publisher);
+    const bool same = before != heartbeats_.end() && before->second.first == heartbeat;
     const int looks = same ? before->second.second + 1 : 1;
-    beats.emplace(publisher, std::make_pair(beat, looks));
+    heartbeats.emplace(publisher, std::make_pair(heartbeat, looks));
     if (looks <= kLooksUntilExpired || replaced_) continue;
-    scripts.call(Script::kLeave, keys_, {std::to_string(life_), publisher, beat});
+    scripts.call(Script::kLeave, keys_, {std::to_string(life_), publisher, heartbeat});
   }
-  beats_ = std::move(beats);
+  heartbeats_ = std::move(heartbeats);
 }
 
 // Returns false if changes were trimmed before they were read.
@@ -246,7 +246,7 @@ Reader::Arrival Reader::arrivalOf(const Reply& entry) const {
   } else if (kind == kClear) {
     const auto cleared = parsePair(body);
     if (!cleared || cleared->first < 0 || cleared->first > UINT32_MAX) {
-      skip(name, "it does not say what was cleared");
+      skip(name, "its body is invalid");
       return arrival;
     }
     arrival.table = static_cast<std::uint32_t>(cleared->first);
@@ -326,7 +326,7 @@ void Reader::onFailure(const std::string& reason, const Worker& worker) {
                             ": " + oneLine(reason));
     }
   } catch (const std::bad_alloc&) {
-    failure_ = "no memory";  // short enough to need none
+    failure_ = "no memory";  // short enough to be assigned without an allocation
   }
   changed_.notifyAll();
 }

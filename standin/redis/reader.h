@@ -7,16 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "standin/carriage.h"
 #include "standin/redis/scripts.h"
 #include "standin/redis/wire.h"
+#include "standin/transport.h"
 #include "standin/worker.h"
 
 namespace standin::redis {
 
 // Reads the log of a stream, on a thread and a connection of its own. Requested rows are read in
-// pages, in turn with the log. A row may change while the pages are read; therefore the rows are
-// complete when the log has been read up to the end that it had after the last page.
+// pages, alternating with the log. A row may change while the pages are read; therefore the rows
+// are complete when the log has been read up to the end that it had after the last page.
 class Reader : public std::enable_shared_from_this<Reader> {
  public:
   Reader(Address address, std::chrono::milliseconds timeout, std::string stream,
@@ -52,7 +52,7 @@ class Reader : public std::enable_shared_from_this<Reader> {
     std::int64_t rev = 0;
     Id end;  // of the log
     std::vector<ClearedTable> cleared;
-    std::map<std::string, std::string> publishers;  // beats of the open ones, by id
+    std::map<std::string, std::string> publishers;  // heartbeat counters of the open ones, by id
   };
 
   void run(Worker& worker) EXCLUDES(sMutex);
@@ -111,8 +111,9 @@ class Reader : public std::enable_shared_from_this<Reader> {
   std::int64_t pageCount_ = 16;  // number of rows in a page
   bool replaced_ = false;        // the stream has another life number now
   bool ended_ = false;
-  // For the id of each open publisher: its beats, and the number of looks that found this number.
-  std::map<std::string, std::pair<std::string, int>> beats_;
+  // For the id of each open publisher: its heartbeat counter, and the number of consecutive looks
+  // that have found this value.
+  std::map<std::string, std::pair<std::string, int>> heartbeats_;
   Clock::time_point nextLook_;
 };
 

@@ -6,28 +6,29 @@ namespace {
 // Numbers are formatted with %.0f, because Lua writes large ones with an exponent.
 constexpr std::string_view kCommon = R"(
 local base = KEYS[1]
-local function text(number) return string.format('%.0f', number) end
+local function decimal(number) return string.format('%.0f', number) end
 local function key(life, name) return base .. life .. ':' .. name end
 local function rev(life) return tonumber(redis.call('HGET', key(life, 'state'), 'rev') or '0') end
 local function last(life)
   local top = redis.call('XREVRANGE', key(life, 'log'), '+', '-', 'COUNT', 1)
-  return top[1] and top[1][1] or text(rev(life)) .. '-0'
+  return top[1] and top[1][1] or decimal(rev(life)) .. '-0'
 end
--- Appends a change to the log: a row with a number, another one with '*'. If another
--- client has written the id, takes the next revision. Returns the id and the revision written.
+-- Appends a change to the log under the id `at`-`number`; `number` is '0' for a row and '*' for any
+-- other change. If another client has written that id or a higher one, uses the next revision.
+-- Returns the id and the revision.
 local function append(life, at, number, kind, body)
   local log = key(life, 'log')
-  local id = redis.pcall('XADD', log, text(at) .. '-' .. number, kind, body)
+  local id = redis.pcall('XADD', log, decimal(at) .. '-' .. number, kind, body)
   if type(id) == 'table' and id.err and string.find(id.err, 'smaller') then
     at = tonumber(string.match(last(life), '^%d+')) + 1
-    id = redis.call('XADD', log, text(at) .. '-0', kind, body)
-    redis.call('HSET', key(life, 'state'), 'rev', text(at))
+    id = redis.call('XADD', log, decimal(at) .. '-0', kind, body)
+    redis.call('HSET', key(life, 'state'), 'rev', decimal(at))
   elseif type(id) == 'table' and id.err then
-    id = redis.call('XADD', log, text(at) .. '-' .. number, kind, body)
+    id = redis.call('XADD', log, decimal(at) .. '-' .. number, kind, body)
   end
   return id, at
 end
--- Lets a key of the stream be one of another life number.
+-- Renames a key of the stream to that of another life number, if it exists.
 local function move(life, new, name)
   if redis.call('EXISTS', key(life, name)) == 1 then
     redis.call('RENAME', key(life, name), key(new, name))
@@ -37,7 +38,7 @@ end
 
 constexpr std::string_view kJoinScript = R"(
 local publisher, scheme, new, mode = ARGV[1], ARGV[2], ARGV[3], ARGV[4]
-local knows = mode == 'covered' or mode == 'leaving'
+local covered = mode == 'covered' or mode == 'leaving'
 local meta = base .. 'meta'
 local life = redis.call('HGET', meta, 'life')
 if not life then
@@ -47,7 +48,7 @@ end
 local acknowledged, lost = tonumber(ARGV[6]), 0
 local seq = tonumber(redis.call('GET', key(life, 'seq:' .. publisher)) or '0')
 if acknowledged > seq and ARGV[5] == life then
-  -- What was lost may have been read: the stream goes on under another life number.
+  -- Listeners may have read the lost posts, so the stream continues with another life number.
   lost = acknowledged - seq
   for _, name in ipairs(redis.call('HKEYS', key(life, 'pubs'))) do
     move(life, new, 'seq:' .. name)
@@ -59,14 +60,14 @@ if acknowledged > seq and ARGV[5] == life then
   redis.call('HSET', meta, 'life', life)
 end
 if math.max(acknowledged, seq) > 0 then
-  redis.call('SET', key(life, 'seq:' .. publisher), text(math.max(acknowledged, seq)), 'EX', 86400)
+  redis.call('SET', key(life, 'seq:' .. publisher), decimal(math.max(acknowledged, seq)), 'EX', 86400)
 end
 local known = redis.call('HGET', meta, 'scheme')
 local pubs = key(life, 'pubs')
 if scheme ~= '' and not known then
   append(life, rev(life), '*', 's', scheme)
   redis.call('HSET', meta, 'scheme', scheme)
-elseif scheme ~= '' and scheme ~= known and not (knows and ARGV[5] == life) then
+elseif scheme ~= '' and scheme ~= known and not (covered and ARGV[5] == life) then
   if mode ~= 'anew' or ARGV[5] ~= life or redis.call('HLEN', pubs) > 0 then
     return {0, life, known, redis.call('HGETALL', pubs), lost}
   end
@@ -87,9 +88,9 @@ return {1, life, redis.call('HGET', meta, 'scheme') or '', last(life), lost}
 )";
 
 constexpr std::string_view kLeaveScript = R"(
-local life, publisher, beats = ARGV[1], ARGV[2], ARGV[3]
+local life, publisher, heartbeats = ARGV[1], ARGV[2], ARGV[3]
 local pubs = key(life, 'pubs')
-if beats == '' or redis.call('HGET', pubs, publisher) == beats then
+if heartbeats == '' or redis.call('HGET', pubs, publisher) == heartbeats then
   if redis.call('HDEL', pubs, publisher) == 1 and redis.call('HLEN', pubs) == 0 then
     append(life, rev(life), '*', 'e', '')
   end
@@ -113,9 +114,9 @@ for i = math.max(seq - first + 1, 0), posts - 1 do
   local kind, member, body = ARGV[5 + 3 * i], ARGV[6 + 3 * i], ARGV[7 + 3 * i]
   if kind == 'r' or kind == 'k' then
     id, at = append(life, at + 1, '0', 'r', body)
-    if kind == 'k' then member = member .. text(at) end
+    if kind == 'k' then member = member .. decimal(at) end
     redis.call('HSET', rows, member, body)
-    redis.call('ZADD', index, text(at), member)
+    redis.call('ZADD', index, decimal(at), member)
   elseif kind == 'm' then
     id, at = append(life, at, '*', kind, body)
   else
@@ -124,7 +125,7 @@ for i = math.max(seq - first + 1, 0), posts - 1 do
     local oldest = math.min(tonumber(older), at + 1)
     local known = redis.call('HGET', key(life, 'cleared'), body)
     if not known or tonumber(string.match(known, '^-?%d+')) < oldest then
-      redis.call('HSET', key(life, 'cleared'), body, text(oldest) .. ':' .. text(at))
+      redis.call('HSET', key(life, 'cleared'), body, decimal(oldest) .. ':' .. decimal(at))
     end
     local prefix = body .. ':'
     for _, candidate in ipairs(redis.call('ZRANGEBYSCORE', index, '-inf', '(' .. older)) do
@@ -143,8 +144,8 @@ for i = math.max(seq - first + 1, 0), posts - 1 do
     end
   end
 end
-redis.call('HSET', state, 'rev', text(at), 'bytes', text(bytes))
-redis.call('SET', seqKey, text(math.max(seq, first + posts - 1)), 'EX', 86400)
+redis.call('HSET', state, 'rev', decimal(at), 'bytes', decimal(bytes))
+redis.call('SET', seqKey, decimal(math.max(seq, first + posts - 1)), 'EX', 86400)
 return id or last(life)
 )";
 
@@ -155,7 +156,7 @@ if not life then
   life = ARGV[1]
   redis.call('HSET', meta, 'life', life)
 end
-return {life, redis.call('HGET', meta, 'scheme') or '', text(rev(life)), last(life),
+return {life, redis.call('HGET', meta, 'scheme') or '', decimal(rev(life)), last(life),
         redis.call('HGETALL', key(life, 'cleared')), redis.call('HGETALL', key(life, 'pubs'))}
 )";
 

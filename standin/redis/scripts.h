@@ -1,5 +1,4 @@
-// Declares the scripts that a server runs, each in one step, and the keys of a stream that they
-// use.
+// Declares the scripts that a server runs atomically, and the keys of a stream that they use.
 //
 // All keys of a stream begin with "ox:{NAME}:", so that they are in one slot of a cluster. NAME is
 // the name of the stream with %7B, %7D and %25 for {, } and %; it is a single % if the name is
@@ -12,15 +11,18 @@
 //   ox:{NAME}:LIFE:marks   list: ids of the log at which it can be trimmed
 //   ox:{NAME}:LIFE:rows    hash: the rows by their keys
 //   ox:{NAME}:LIFE:index   sorted set: the keys of the rows by revision
-//   ox:{NAME}:LIFE:cleared hash: for each table of which rows were removed, "OLDEST:AT"
-//   ox:{NAME}:LIFE:pubs    hash: for each open publisher its beats: how often it has run kJoin,
-//                          which it does every second
-//   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day later
+//   ox:{NAME}:LIFE:cleared hash: for each table of which rows were removed, "OLDEST:AT", as in
+//                          ClearedTable
+//   ox:{NAME}:LIFE:pubs    hash: for each open publisher its heartbeat counter: how often it has
+//                          run kJoin, which it does every second
+//   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day after the
+//                          latest post or join
 //   ox:answered:SERIAL     a request that was replied to; expires
 //
-// The id of a row in the log is REV-0, that of any other change REV-N with the next N, so that a
-// reader notices what was trimmed. After an id that is not of a stand-in gateway, the next change
-// has the id REV-0 of the next revision, of whatever kind it is.
+// The id of a row in the log is REV-0. The id of any other change is REV-N, with the REV of the
+// latest row and the next N. A gap between ids therefore shows that changes were trimmed. After an
+// id that another client has written, the next change of any kind has the id REV-0, with the
+// revision after that id.
 #ifndef OXLI_STANDIN_REDIS_SCRIPTS_H
 #define OXLI_STANDIN_REDIS_SCRIPTS_H
 
@@ -47,23 +49,31 @@ enum EntryKind : char {
 // Each script gets the beginning of the stream's keys as its key. Its arguments, what it does, and
 // its result:
 enum class Script {
-  // PUBLISHER SCHEME NEW_LIFE MODE LIFE ACKNOWLEDGED: joins the stream, unless it has another
-  // scheme; then MODE
-  // "covered" says that the scheme of LIFE covers it, and "anew" that the stream of LIFE is to be
-  // made anew. With "leaving", a publisher of LIFE that has left already is not open again. If
-  // the stream of LIFE lacks posts up to the number ACKNOWLEDGED, they are lost: it goes on as that
-  // of NEW_LIFE. Returns {1, life, scheme, id, lost} or
-  // {0, life, scheme, {publisher, beats, ...}, lost}, with the number of lost posts.
+  // PUBLISHER SCHEME NEW_LIFE MODE LIFE ACKNOWLEDGED: adds the publisher to the open ones, or
+  // increments its heartbeat counter. If the stream has another scheme than SCHEME, does so only as
+  // MODE permits:
+  //   "try"      never.
+  //   "covered"  if the life number is still LIFE: the caller has checked that the stream's scheme
+  //              covers SCHEME.
+  //   "anew"     if the life number is still LIFE and no publisher is open: replaces the stream by
+  //              one with SCHEME and NEW_LIFE.
+  //   "leaving"  like "covered". With any scheme, does not add a publisher of LIFE that has left.
+  // If the stream of LIFE lacks posts up to the number ACKNOWLEDGED, they are lost, and the stream
+  // continues with the life number NEW_LIFE. Returns {1, life, scheme, id, lost}, or
+  // {0, life, scheme, {publisher, heartbeats, ...}, lost} if the publisher was not added; `lost` is
+  // the number of lost posts.
   kJoin,
-  // LIFE PUBLISHER BEATS: removes the publisher from the open ones. If BEATS is not empty, does so
-  // only if the publisher still has these beats. Returns the id of the log's end.
+  // LIFE PUBLISHER HEARTBEATS: removes the publisher from the open ones. If HEARTBEATS is not
+  // empty,
+  // does so only if the publisher's heartbeat counter still has this value. Returns the id of the
+  // log's end.
   kLeave,
   // LIFE PUBLISHER FIRST LIMIT, and KIND KEY BODY of each post: writes the posts that have not been
   // written before. FIRST is the number of the first one. Returns the id of the log's end, LIFE if
   // the stream has another life number, or GAP if earlier posts are missing.
   kPost,
   // NEW_LIFE: makes the stream if it does not exist. Returns {life, scheme, rev, id, {table,
-  // "OLDEST:AT", ...}, {publisher, beats, ...}}.
+  // "OLDEST:AT", ...}, {publisher, heartbeats, ...}}.
   kLook,
 };
 constexpr std::size_t kScripts = 4;

@@ -10,7 +10,7 @@ namespace {
 
 constexpr char kVersion = 1;
 
-class Writer {
+class ByteWriter {
  public:
   void number(std::uint64_t value) {
     for (; value >= 0x80; value >>= 7) bytes_ += static_cast<char>(value | 0x80);
@@ -20,15 +20,15 @@ class Writer {
     number(value.size());
     bytes_ += value;
   }
-  std::string take() { return std::move(bytes_); }
+  std::string release() { return std::move(bytes_); }
 
  private:
   std::string bytes_;
 };
 
-class Reader {
+class ByteReader {
  public:
-  explicit Reader(std::string_view bytes) : left_(bytes) {}
+  explicit ByteReader(std::string_view bytes) : left_(bytes) {}
 
   std::uint64_t number() {
     std::uint64_t value = 0;
@@ -65,7 +65,8 @@ ox_zblock_t blockAt(const std::string& payload, std::size_t offset) {
   return block;
 }
 
-void writePart(Writer& to, const Message::Bytes& bytes, bool hasPayload, const std::string* nulls) {
+void writePart(ByteWriter& to, const Message::Bytes& bytes, bool hasPayload,
+               const std::string* nulls) {
   to.string(bytes.name);
   to.string(bytes.addr);
   to.number(nulls ? nulls->size() + 1 : 0);
@@ -77,7 +78,7 @@ void writePart(Writer& to, const Message::Bytes& bytes, bool hasPayload, const s
       if (offset + sizeof(ox_zblock_t) > payload.size()) break;
       const ox_zblock_t block = blockAt(payload, offset);
       if (block.size > 0) blocks.emplace_back(offset, block);
-      // An address of this process tells nobody anything.
+      // An address of this process has no meaning in another one.
       std::memset(&payload[offset], 0, sizeof block);
     }
   }
@@ -90,12 +91,14 @@ void writePart(Writer& to, const Message::Bytes& bytes, bool hasPayload, const s
 }
 
 void requireNoZero(std::string_view string) {
-  require(string.find('\0') == std::string_view::npos, "a string of the message contains a zero");
+  require(string.find('\0') == std::string_view::npos,
+          "a string of the message contains a zero byte");
 }
 
-// Without a description of the payload, its blocks are skipped. A message of another stream may
-// have the name and size of one of this scheme, but z-blocks elsewhere: it has no description.
-void readPart(Reader& from, Message::Bytes& bytes, std::optional<std::string>& nullFlags,
+// Without a description of the payload, its blocks are skipped. With `mayBeForeign`, a message with
+// the name and size of one of this scheme, but with z-blocks at other offsets, is of another
+// stream: it gets no description.
+void readPart(ByteReader& from, Message::Bytes& bytes, std::optional<std::string>& nullFlags,
               const std::shared_ptr<const Scheme>& scheme, bool mayBeForeign = false) {
   const std::string_view name = from.string();
   const std::string_view addr = from.string();
@@ -147,7 +150,7 @@ bool isParseError(std::uint32_t type, const Message::Bytes& bytes) {
   return type == OX_MSG_PARSEERR && bytes.payload.size() == sizeof(std::int32_t);
 }
 
-void readReferred(Reader& from, Message& message, const std::shared_ptr<const Scheme>& scheme) {
+void readReferred(ByteReader& from, Message& message, const std::shared_ptr<const Scheme>& scheme) {
   const std::uint32_t type = from.number32();
   const std::uint32_t userId = from.number32();
   const std::uint64_t serial = from.number();
@@ -175,7 +178,7 @@ void readReferred(Reader& from, Message& message, const std::shared_ptr<const Sc
 std::string encode(const Message& message, std::chrono::milliseconds replyWithin) {
   const Record& record = message.record;
   const bool isRow = record.head.type == OX_MSG_STREAM_DATA;
-  Writer to;
+  ByteWriter to;
   to.number(kVersion);
   to.number(record.head.type);
   to.number(isRow ? record.row.user_id : record.data.user_id);
@@ -188,17 +191,17 @@ std::string encode(const Message& message, std::chrono::milliseconds replyWithin
     to.number(message.ref.head.type);
     to.number(message.ref.user_id);
     to.number(message.ref.head.reserved);
-    // Without a description nobody knows which bytes of a payload are addresses.
+    // Without a description it is unknown which bytes of a payload are addresses.
     const bool hasPayload =
         message.ofRef.description || isParseError(message.ref.head.type, message.ofRef);
     writePart(to, message.ofRef, hasPayload, nullptr);
   }
-  return to.take();
+  return to.release();
 }
 
 MessagePtr decode(std::string_view bytes, const std::shared_ptr<const Scheme>& scheme,
                   std::int64_t rev) {
-  Reader from(bytes);
+  ByteReader from(bytes);
   require(from.number() == kVersion, "the message is of an unknown version");
   const auto message = std::make_shared<Message>();
   Message::Bytes& own = message->own;
@@ -210,7 +213,7 @@ MessagePtr decode(std::string_view bytes, const std::shared_ptr<const Scheme>& s
   readPart(from, own, nulls, scheme);
   const ox_msg_t head = headOf(type, serial, own);
   const bool isRow = type == OX_MSG_STREAM_DATA;
-  require(isRow == (rev > 0), "the message is of the wrong kind");
+  require(isRow == (rev > 0), "the type of the message does not match the kind of its entry");
   const Scheme::Message* const described = own.description.get();
   if (isRow) {
     require(described, "the stream's scheme does not describe the row");
@@ -242,7 +245,7 @@ MessagePtr decode(std::string_view bytes, const std::shared_ptr<const Scheme>& s
                             nullptr};
   }
   const std::uint64_t refers = from.number();
-  require(refers <= 1 && !(isRow && refers > 0), "the message refers to too many others");
+  require(refers <= 1 && !(isRow && refers > 0), "the message has an invalid reference");
   if (refers > 0) readReferred(from, *message, scheme);
   require(from.atEnd(), "bytes follow the message");
   return message;

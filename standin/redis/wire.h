@@ -8,8 +8,9 @@
 //   1 if the message refers to another one, else 0; of that other message: type, user id, serial
 //   number, part
 //
-//   part: name, address, number of null flags + 1 (0 without a null map), the null flags, payload,
-//   number of z-blocks; of each z-block, in the order of the offsets: offset in the payload, bytes
+//   part: name, address, number of null flags + 1 (0 if the row has no null flags), the null flags,
+//   payload, number of z-blocks; of each z-block, in the order of the offsets: offset in the
+//   payload, bytes
 #ifndef OXLI_STANDIN_REDIS_WIRE_H
 #define OXLI_STANDIN_REDIS_WIRE_H
 

@@ -17,7 +17,7 @@ std::string answeredKey(std::uint64_t serial) {
 
 }  // namespace
 
-Writer::Writer(const CarriageSettings& settings, Address address, std::function<void(bool)> onLink)
+Writer::Writer(const TransportSettings& settings, Address address, std::function<void(bool)> onLink)
     : settings_(settings),
       address_(std::move(address)),
       logLimit_(std::to_string(settings.logLimit)),
@@ -86,8 +86,9 @@ void Writer::post(Entry entry, bool acknowledged) {
   };
   const auto canPost = [&]() REQUIRES(sMutex) { return isOver() || hasRoom(); };
   if (!canPost() && !done_.waitUntil(sMutex, until, canPost)) {
-    throw Refusal{kWindowFull, address_.name + ": the server has not acknowledged the " +
-                                   std::to_string(window_.size()) + " posts before"};
+    throw Refusal{kWindowFull, address_.name + ": the window is full: the server has not " +
+                                   "acknowledged its " + std::to_string(window_.size()) +
+                                   " entries"};
   }
   require(!producer->refused_, "another publisher has made the stream anew", OX_ERR_INVALIDSTATE);
   require(!isOver(), "the publisher was closed while it was posting", OX_ERR_INVALIDSTATE);
@@ -139,7 +140,7 @@ void Writer::run(Worker& worker) {
 }
 
 void Writer::serve(const Scripts& scripts, Link& link, const Worker& worker) {
-  auto nextBeat = Clock::now() + kBeat;
+  auto nextHeartbeat = Clock::now() + kHeartbeatInterval;
   while (!worker.isStopped()) {
     Batch batch;
     std::deque<Check> checks;
@@ -150,16 +151,16 @@ void Writer::serve(const Scripts& scripts, Link& link, const Worker& worker) {
       const auto hasWork = [&]() REQUIRES(sMutex) {
         return closed_ || !window_.empty() || !requests_.empty() || !checks_.empty();
       };
-      work_.waitUntil(sMutex, nextBeat, hasWork);
+      work_.waitUntil(sMutex, nextHeartbeat, hasWork);
       batch = nextBatch();
       checks.swap(checks_);
       if (!requests_.empty()) request = requests_.front();
       abandoned = request && request->abandoned;
     }
-    if (Clock::now() >= nextBeat) {
+    if (Clock::now() >= nextHeartbeat) {
       link.call({"PING"});
       joinAgain(scripts);
-      nextBeat = Clock::now() + kBeat;
+      nextHeartbeat = Clock::now() + kHeartbeatInterval;
     }
     if (!batch.empty()) send(scripts, link, batch);
     if (!checks.empty()) check(link, std::move(checks));
@@ -224,12 +225,12 @@ void Writer::send(const Scripts& scripts, Link& link, const Batch& batch) {
 void Writer::acknowledge(std::size_t count, const Reply& reply) {
   const MutexLock lock(sMutex);
   const std::shared_ptr<Producer> producer = window_.front().producer;
-  // An error may be over the next time, such as a lack of memory.
+  // The error may be temporary, such as a lack of memory: the post is sent again.
   refusing_ |= reply.isError();
   if (reply.isError() || reply.string() == "GAP") {
     throw LinkError{"the server refuses a post: " + std::string(reply.string())};
   }
-  // Joining again decides whether the publisher can go on.
+  // joinAgain() determines whether the publisher can continue.
   if (reply.string() == "LIFE") throw LinkError{"the stream has another life number"};
   if (std::exchange(refusing_, false)) {
     writeLog("info", address_.name + ": the server accepts posts again");
@@ -270,13 +271,13 @@ void Writer::check(Link& link, std::deque<Check> checks) {
   if (!failure.empty()) throw LinkError{failure};
 }
 
-// Nobody can find out any more whether another process has replied.
+// Ends the pending checks with false, because the server cannot be reached.
 void Writer::endChecks() {
   for (const Check& check : std::exchange(checks_, {})) {
     try {
       check.result(false);
     } catch (const std::bad_alloc&) {
-      // Without memory there is no message about it.
+      // Without memory, no timeout can be queued.
       continue;
     }
   }
@@ -287,7 +288,7 @@ void Writer::onEstablished() {
   if (!failure_.empty() && !refusing_) {
     writeLog("info", address_.name + ": the connection is established again");
   }
-  // The reason of a post that is refused stays, so that it is logged once.
+  // The reason for which a post was refused is not cleared, so that it is logged once.
   if (!refusing_) failure_.clear();
   established_ = true;
   if (!closed_) onLink_(true);
@@ -305,7 +306,7 @@ void Writer::onFailure(const std::string& reason, const Worker& worker) {
       writeLog("error", address_.name + ": there is no connection: " + oneLine(reason));
     }
   } catch (const std::bad_alloc&) {
-    failure_ = "no memory";  // short enough to need none
+    failure_ = "no memory";  // short enough to be assigned without an allocation
   }
   onLink_(false);
   done_.notifyAll();

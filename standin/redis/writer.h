@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "standin/carriage.h"
 #include "standin/redis/scripts.h"
 #include "standin/redis/wire.h"
+#include "standin/transport.h"
 #include "standin/worker.h"
 
 namespace standin::redis {
@@ -48,9 +48,9 @@ class Producer final : public Sender, public std::enable_shared_from_this<Produc
 // Sends the posts of all publishers of a connection, on a thread of its own. Posts stay in the
 // window until the server has acknowledged them. After an outage the publishers join again and the
 // window is sent again; the server skips the posts that it has written.
-class Writer final : public Carriage, public std::enable_shared_from_this<Writer> {
+class Writer final : public Transport, public std::enable_shared_from_this<Writer> {
  public:
-  Writer(const CarriageSettings& settings, Address address, std::function<void(bool)> onLink);
+  Writer(const TransportSettings& settings, Address address, std::function<void(bool)> onLink);
   void start() REQUIRES(sMutex);
 
   const std::string& address() const override { return address_.name; }
@@ -91,8 +91,8 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
     std::uint32_t life = 0;
     std::string scheme;
     Id end;                                         // of the log
-    std::int64_t lost = 0;                          // posts that were acknowledged
-    std::map<std::string, std::string> publishers;  // beats of the open ones, by id
+    std::int64_t lost = 0;                          // acknowledged posts that the server has lost
+    std::map<std::string, std::string> publishers;  // heartbeat counters of the open ones, by id
   };
   // The entries at the front of the window that are sent together. The pointers stay valid while
   // entries are added to the window.
@@ -125,7 +125,7 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   static JoinReply callJoin(const Scripts& scripts, const Producer& producer, const char* mode,
                             std::uint32_t life, std::uint64_t acknowledged);
 
-  const CarriageSettings settings_;
+  const TransportSettings settings_;
   const Address address_;
   const std::string logLimit_;
   const std::function<void(bool)> onLink_;
@@ -135,7 +135,7 @@ class Writer final : public Carriage, public std::enable_shared_from_this<Writer
   bool established_ GUARDED_BY(sMutex) = false;
   bool closed_ GUARDED_BY(sMutex) = false;
   std::string failure_ GUARDED_BY(sMutex);    // why the connection is not established
-  bool refusing_ GUARDED_BY(sMutex) = false;  // the server has refused the post that is next
+  bool refusing_ GUARDED_BY(sMutex) = false;  // the server has refused the window's first post
   std::optional<Clock::time_point> closeBy_ GUARDED_BY(sMutex);
   std::deque<Entry> window_ GUARDED_BY(sMutex);
   std::size_t bytes_ GUARDED_BY(sMutex) = 0;  // of the window

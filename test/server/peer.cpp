@@ -20,11 +20,11 @@ int publish(const std::string& connection, const std::string& publisher, int32_t
   Peer peer(connection, publisher);
   for (int64_t value = 1; last == 0 || value <= last; ++value) {
     check(peer.post(keyOf(value, keys), value), "post");
-    // So that the others on this machine keep up.
+    // Pauses, so that listeners are not slower than this publisher on a machine with few cores.
     if (value % 50 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  check(ox_pub_close(peer.pub), "close");
-  check(ox_env_close(), "end");
+  check(ox_pub_close(peer.pub), "close publisher");
+  check(ox_env_close(), "close environment");
   return 0;
 }
 

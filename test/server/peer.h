@@ -20,13 +20,14 @@ inline const std::string kItems =
     "scheme=?{messages=item;message.item=?{id=1;fields=key:i4,value:i8;indices=pk;"
     "index.pk=?{fields=key}}}";
 
-// The key of the item that is posted with a value: one of `keys`, in no order.
+// Returns the key of the item with that value: a number below `keys`, in a scattered order.
 inline int32_t keyOf(int64_t value, int32_t keys) {
   return static_cast<int32_t>((static_cast<uint64_t>(value) * 2654435761U >> 9) %
                               static_cast<uint64_t>(keys));
 }
 
-// A connection and a publisher of its own. A failed call ends the process with an exit status of 3.
+// A connection with one publisher. If a call of the constructor fails, the process ends with the
+// exit status 3.
 class Peer {
  public:
   Peer(const std::string& connection, const std::string& publisher);
@@ -41,7 +42,7 @@ class Peer {
 
 // The main function of a process that a test starts:
 //   publish CONNECTION PUBLISHER KEYS LAST  posts items with the values 1 to LAST, and closes the
-//                                           publisher; 0: until it is killed
+//                                           publisher; if LAST is 0, posts until it is killed
 //   reply CONNECTION LISTENER PUBLISHER     replies to items with even values until it is killed
 int runPeer(int count, char** arguments);
 

@@ -1,4 +1,4 @@
-#include "standin/carriage.h"
+#include "standin/transport.h"
 
 #include "standin/redis/reader.h"
 #include "standin/redis/writer.h"
@@ -43,10 +43,10 @@ bool Writer::isSettled() const {
 
 }  // namespace redis
 
-std::shared_ptr<Carriage> makeCarriage(const CarriageSettings& settings,
-                                       std::function<void(bool)> onLink) {
+std::shared_ptr<Transport> makeTransport(const TransportSettings& settings,
+                                         std::function<void(bool)> onLink) {
   const redis::Address address = redis::parseAddress(settings.server);
-  redis::hiredis();  // refuses here rather than on a thread
+  redis::hiredis();  // loaded here, so that this call is refused if it cannot be loaded
   auto writer = std::make_shared<redis::Writer>(settings, address, std::move(onLink));
   writer->start();
   return writer;

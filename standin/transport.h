@@ -1,10 +1,10 @@
 // Connects streams of this process with a server: posts are sent through a Sender, and the changes
-// of a stream are passed to a Receiver. Without a Carriage, a stream exists in this process only.
+// of a stream are passed to a Receiver. Without a Transport, a stream exists in this process only.
 //
 // All functions are called with sMutex acquired. Functions that wait release sMutex while they
 // wait: their callers must then check again everything that it guards.
-#ifndef OXLI_STANDIN_CARRIAGE_H
-#define OXLI_STANDIN_CARRIAGE_H
+#ifndef OXLI_STANDIN_TRANSPORT_H
+#define OXLI_STANDIN_TRANSPORT_H
 
 #include <cstdint>
 #include <functional>
@@ -22,7 +22,7 @@ struct ClearedTable {
   std::int64_t at = 0;      // the revision of the stream at the removal
 };
 
-// Receives the changes of a stream. Called on a thread of the carriage.
+// Receives the changes of a stream. Called on a thread of the transport.
 class Receiver {
  public:
   // Called before anything else, and again after onLost(), with the life number and the revision of
@@ -39,9 +39,11 @@ class Receiver {
   // Called when all rows with revisions higher than `from` have been passed.
   virtual void onOnline(std::int64_t from) REQUIRES(sMutex) = 0;
 
-  // Pass the changes in the order of the server. They may be called only while hasRoom() returns
-  // true.
+  // Returns whether the queue of each open listener has room for one more change. After false,
+  // environment().room is notified when there is room again.
   virtual bool hasRoom() REQUIRES(sMutex) = 0;
+  // onRow(), onMessage() and onCleared() pass the changes in the order of the server. They are
+  // called only while hasRoom() returns true.
   virtual void onRow(const MessagePtr& row) REQUIRES(sMutex) = 0;
   virtual void onMessage(const MessagePtr& message) REQUIRES(sMutex) = 0;
   virtual void onCleared(std::uint32_t table, std::int64_t olderThan) REQUIRES(sMutex) = 0;
@@ -63,7 +65,7 @@ class Follower {
   // Waits until onJoined() has been called. Refuses with kNoServer if connecting fails, or if it
   // takes longer than twice the server timeout.
   virtual void awaitJoined() REQUIRES(sMutex) = 0;
-  // Lets changes arrive. Changes do not arrive before the first call.
+  // Starts passing changes to the receiver; none is passed before the first call.
   virtual void proceed() REQUIRES(sMutex) = 0;
   // Requests the retained rows with revisions higher than `from`; onOnline() is called after them.
   virtual void request(std::int64_t from) REQUIRES(sMutex) = 0;
@@ -80,12 +82,13 @@ class Sender {
   virtual ~Sender() = default;
   // Adds the message to the window, from which it is sent. Waits until the window has room; refuses
   // with kWindowFull if it has none within the post timeout. If the options ask for it, waits until
-  // the server acknowledges the post; refuses with kNotAcknowledged if that takes longer.
+  // the server acknowledges the post; refuses with kNotAcknowledged if it does not within the same
+  // timeout.
   virtual void post(const Message& message, const PostOptions& options) REQUIRES(sMutex) = 0;
   virtual void clear(std::uint32_t table, std::int64_t olderThan, const PostOptions& options)
       REQUIRES(sMutex) = 0;
-  // Stores on the server, for at least the time `within`, that the request with that serial number,
-  // which another process has posted, was replied to.
+  // Stores on the server that a request of another process, identified by its serial number, has a
+  // reply. The server retains this for at least the time `within`.
   virtual void noteReply(std::uint64_t serial, std::chrono::milliseconds within)
       REQUIRES(sMutex) = 0;
   // Makes the publisher leave the stream after its posts. Does not wait; the posts are sent even if
@@ -97,7 +100,7 @@ class Sender {
 };
 
 // A connection to a server.
-class Carriage {
+class Transport {
  public:
   struct Joined {
     std::uint32_t life = 0;
@@ -105,7 +108,7 @@ class Carriage {
     std::shared_ptr<Sender> sender;
   };
 
-  virtual ~Carriage() = default;
+  virtual ~Transport() = default;
   // Returns the server's address. Streams of the same name at the same address are the same stream.
   virtual const std::string& address() const = 0;
   // Waits until the server is reached, or close() is called. Refuses with kNoServer if it is not
@@ -124,7 +127,8 @@ class Carriage {
   virtual std::unique_ptr<Follower> follow(const std::string& stream, Receiver& receiver)
       REQUIRES(sMutex) = 0;
   // Asks the server whether another process has replied to the request with that serial number.
-  // Calls `result` with the answer, with sMutex acquired; with false if the server cannot be asked.
+  // Calls `result` with the answer, with sMutex acquired; with false if the server cannot be
+  // reached.
   virtual void checkReply(std::uint64_t serial, std::function<void(bool replied)> result)
       REQUIRES(sMutex) = 0;
   // For tests: returns whether everything that was posted through this connection has been passed
@@ -132,7 +136,7 @@ class Carriage {
   virtual bool isSettled() const REQUIRES(sMutex) = 0;
 };
 
-struct CarriageSettings {
+struct TransportSettings {
   std::string server;
   std::chrono::milliseconds serverTimeout{3000};  // of connecting, and of each command
   std::chrono::milliseconds postTimeout{5000};    // of each post, and of closing
@@ -140,13 +144,13 @@ struct CarriageSettings {
   std::uint64_t logLimit = 64 << 20;              // bytes of changes that a stream's log retains
 };
 
-// Starts connecting to the server, on a thread of the carriage. Refuses an invalid address.
+// Starts connecting to the server, on a thread of the transport. Refuses an invalid address.
 // `onLink` is called on that thread with sMutex acquired: with true when the connection is
 // established, with false when it is lost or an attempt to connect fails.
-std::shared_ptr<Carriage> makeCarriage(const CarriageSettings& settings,
-                                       std::function<void(bool established)> onLink)
+std::shared_ptr<Transport> makeTransport(const TransportSettings& settings,
+                                         std::function<void(bool established)> onLink)
     REQUIRES(sMutex);
 
 }  // namespace standin
 
-#endif  // OXLI_STANDIN_CARRIAGE_H
+#endif  // OXLI_STANDIN_TRANSPORT_H
