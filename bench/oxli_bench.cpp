@@ -55,9 +55,9 @@ jobject make(const char* className, const char* signature = "()V", jlong argumen
   return env->NewGlobalRef(object);
 }
 
-// Returns the handle that a native stores in its out-parameter.
+// Calls a native that makes a gateway object. Returns the handle that it stores in `ref`.
 template <class Native>
-jlong made(Native&& native) {
+jlong handleFrom(Native&& native) {
   const jobject ref = make("org/quendel/oxli/impl/ObjRef");
   require(native(ref) == OX_ERR_OK, "making a gateway object");
   return env->CallLongMethod(ref, JEnv::spInstance->message.getRef);
@@ -108,9 +108,9 @@ struct Objects {
   Objects() {
     require(OXLI(env_1open)(env, nullptr, empty) == OX_ERR_OK, "env_open");
     connection =
-        made([&](jobject ref) { return OXLI(conn_1new)(env, nullptr, empty, ref, jconn); });
+        handleFrom([&](jobject ref) { return OXLI(conn_1new)(env, nullptr, empty, ref, jconn); });
     require(OXLI(conn_1open)(env, nullptr, connection, empty) == OX_ERR_OK, "conn_open");
-    listener = made([&](jobject ref) {
+    listener = handleFrom([&](jobject ref) {
       return OXLI(lsn_1new)(env, nullptr, connection, empty, subscriber, ref, jconn, jlsn);
     });
     require(OXLI(lsn_1open)(env, nullptr, listener, empty) == OX_ERR_OK, "lsn_open");
@@ -125,7 +125,7 @@ struct Objects {
 
   jlong newPublisher(const std::string& settings) const {
     const jobject jpub = make("org/quendel/oxli/Publisher", "(J)V");
-    const jlong handle = made(
+    const jlong handle = handleFrom(
         [&](jobject ref) { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub); });
     const jstring jsettings = env->NewStringUTF(settings.c_str());
     require(OXLI(pub_1open)(env, nullptr, handle, jsettings) == OX_ERR_OK, "pub_open");

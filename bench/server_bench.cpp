@@ -123,21 +123,21 @@ long kilobytesOf(const char* key, const std::string& file) {
   }
   return 0;
 }
-long residentMegabytes(pid_t process) {
+long residentMebibytes(pid_t process) {
   return kilobytesOf("VmRSS:", "/proc/" + std::to_string(process) + "/status") / 1024;
 }
 
-// One way to carry streams.
-class Way {
+// A transport of streams: this process, or a private server with the given `appendfsync` setting.
+class Transport {
  public:
-  explicit Way(std::string fsync = "") {
+  explicit Transport(std::string fsync = "") {
     if (fsync.empty()) return;
     server_ = std::make_unique<PrivateServer>(
         std::vector<std::string>{"--appendfsync", std::move(fsync)});
     settings_ = "server=" + server_->address() + ';';
   }
 
-  // Messages or rows a second, from the first post to the last delivery.
+  // Returns messages or rows per second, from the first post to the last delivery.
   std::string throughput(bool rows, std::size_t size, std::int64_t count) {
     const Posts posts{nextStream(), rows, size, count, {}};
     Inbox inbox;
@@ -152,7 +152,7 @@ class Way {
     return number(static_cast<double>(count) / seconds_);
   }
 
-  // Microseconds from the post to the delivery: median and 99 %.
+  // Returns microseconds from the post to the delivery: median and 99th percentile.
   std::string latency(std::size_t size, std::int64_t count, std::chrono::microseconds gap) {
     const Posts posts{nextStream(), false, size, count, gap};
     Inbox inbox;
@@ -170,14 +170,15 @@ class Way {
     return at(50) + " / " + at(99);
   }
 
-  // Seconds until a new listener has a million rows. Measures memory as well.
+  // Returns the seconds until a new listener has a million rows. memory() then returns the memory
+  // that they occupy.
   std::string snapshot() {
-    malloc_trim(0);  // returns what earlier measurements used
-    const long before = residentMegabytes(getpid());
+    malloc_trim(0);  // returns the free memory of earlier measurements to the system
+    const long before = residentMebibytes(getpid());
     const std::string stream = nextStream();
     const Posts posts{stream, true, 64, kRows, {}};
     ox_conn_t* const conn = connect(settings_);
-    // A stream of this process lives as long as something is open on it.
+    // Without a server, the stream exists only while a listener or publisher is open on it.
     Inbox other;
     if (!server_) other.listen(conn, stream);
     run(posts, [&] {
@@ -189,16 +190,17 @@ class Way {
     processUntil(conn, [&] { return inbox.online; });
     const double seconds = secondsSince(start);
     require(inbox.times.size() == kRows, "the snapshot");
-    memory_ = number(static_cast<double>(residentMegabytes(getpid()) - before)) + " MB";
+    memory_ = number(static_cast<double>(residentMebibytes(getpid()) - before)) + " MiB";
     if (server_) {
-      memory_ += " + " + number(static_cast<double>(residentMegabytes(server_->process()))) + " MB";
+      memory_ +=
+          " + " + number(static_cast<double>(residentMebibytes(server_->process()))) + " MiB";
     }
     check(ox_conn_destroy(conn), "ox_conn_destroy");
     return number(seconds, 1) + " s";
   }
   std::string memory() const { return memory_; }
 
-  // Milliseconds from the start of a killed server until the connection is established again.
+  // Returns milliseconds from the start of a killed server until the connection is established.
   std::string readyAfterKill() {
     if (!server_) return "-";
     ox_conn_t* const conn = connect(settings_);
@@ -264,29 +266,39 @@ int main(int count, char** arguments) {
   constexpr std::size_t kMebibyte = std::size_t{1} << 20;
   const struct {
     const char* name;
-    std::function<std::string(Way&)> measure;
+    std::function<std::string(Transport&)> measure;
   } figures[] = {
-      {"messages a second, 64 bytes", [](Way& way) { return way.throughput(false, 64, 200000); }},
-      {"rows a second, 64 bytes", [](Way& way) { return way.throughput(true, 64, 200000); }},
-      {"messages a second, 1 MiB", [](Way& way) { return way.throughput(false, kMebibyte, 200); }},
+      {"messages a second, 64 bytes",
+       [](Transport& transport) { return transport.throughput(false, 64, 200000); }},
+      {"rows a second, 64 bytes",
+       [](Transport& transport) { return transport.throughput(true, 64, 200000); }},
+      {"messages a second, 1 MiB",
+       [](Transport& transport) { return transport.throughput(false, kMebibyte, 200); }},
       {"one-way latency, 64 bytes: median / 99 %, microseconds",
-       [](Way& way) { return way.latency(64, 2000, std::chrono::milliseconds(1)); }},
+       [](Transport& transport) {
+         return transport.latency(64, 2000, std::chrono::milliseconds(1));
+       }},
       {"one-way latency, 1 MiB: median / 99 %, microseconds",
-       [](Way& way) { return way.latency(kMebibyte, 100, std::chrono::milliseconds(20)); }},
-      {"ready after kill -9 of the server", [](Way& way) { return way.readyAfterKill(); }},
-      {"snapshot of a million rows of 64 bytes", [](Way& way) { return way.snapshot(); }},
-      {"memory with them: listening process + server", [](Way& way) { return way.memory(); }},
+       [](Transport& transport) {
+         return transport.latency(kMebibyte, 100, std::chrono::milliseconds(20));
+       }},
+      {"ready after kill -9 of the server",
+       [](Transport& transport) { return transport.readyAfterKill(); }},
+      {"snapshot of a million rows of 64 bytes",
+       [](Transport& transport) { return transport.snapshot(); }},
+      {"memory with a million rows: process + server",
+       [](Transport& transport) { return transport.memory(); }},
       {"ready after kill -9 of the server with a million rows",
-       [](Way& way) { return way.readyAfterKill(); }},
+       [](Transport& transport) { return transport.readyAfterKill(); }},
   };
-  Way inProcess, every("everysec"), always("always");
+  Transport inProcess, every("everysec"), always("always");
   std::printf("| | in-process | server, on disk every second | server, each post on disk |\n");
   std::printf("|---|---|---|---|\n");
   for (const auto& figure : figures) {
     if (count == 2 && !std::strstr(figure.name, arguments[1])) continue;
     std::printf("| %s", figure.name);
-    for (Way* way : {&inProcess, &every, &always}) {
-      std::printf(" | %s", figure.measure(*way).c_str());
+    for (Transport* transport : {&inProcess, &every, &always}) {
+      std::printf(" | %s", figure.measure(*transport).c_str());
       std::fflush(stdout);
     }
     std::printf(" |\n");

@@ -14,7 +14,7 @@ using standin::MessagePtr;
 
 constexpr std::int64_t kRev = 7;
 
-volatile std::size_t sink;  // so that the compiler keeps reads without another effect
+volatile std::size_t sink;  // prevents the compiler from removing reads whose value is not used
 
 void read(const void* bytes, std::size_t size) {
   for (std::size_t i = 0; i < size; ++i) sink = static_cast<const unsigned char*>(bytes)[i];
@@ -69,7 +69,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   try {
     const MessagePtr message = standin::redis::decode(input, own, rev);
     walk(*message);
-    // What was decoded is what would be encoded.
+    // An encoded message does not change when it is decoded and encoded again.
     const std::chrono::milliseconds within(message->replyWithin);
     const std::string again = standin::redis::encode(*message, within);
     require(again == standin::redis::encode(*standin::redis::decode(again, own, rev), within));

@@ -5,8 +5,9 @@
 //
 // Memory: every record belongs to the gateway. A record, string or z-block that a callback receives
 // is valid until the callback returns. A scheme description is valid until the last listener or
-// publisher on its stream is destroyed. The z-blocks of a posted message are read only during the
-// post. Strings are zero-terminated. String arguments are read only during the call.
+// publisher on its stream is destroyed. The gateway reads the z-blocks of a posted message only
+// until ox_pub_post returns, and string arguments only until the function returns. Strings are
+// zero-terminated.
 //
 // Threads: a listener callback runs on a thread that is inside one of the calls below. The exit
 // callback may run on a thread that the gateway has started.
@@ -29,7 +30,8 @@ enum {
   OX_ERR_BUFFERTOOSMALL = 0x20007,
 };
 
-// Message types, the values of `ox_msg_t::type`. The comments say what `ox_msg_t::data` points to.
+// Message types, the values of `ox_msg_t::type`. The comments state what the member `data` points
+// to.
 enum {
   OX_MSG_OPEN = 0x100,
   OX_MSG_CLOSE = 0x101,        // int32_t, the reason
@@ -53,7 +55,7 @@ enum {
 #define UNKEYED_INDEX UINT64_MAX
 #define UNKEYED_ID UINT32_MAX
 
-// Key types of ox_pub_msgnew. The comments say what `key` points to.
+// Key types of ox_pub_msgnew. The comments state what `key` points to.
 enum {
   OX_KEY_INDEX = 0,  // int32_t, position of the description in the scheme
   OX_KEY_ID = 1,     // int32_t
@@ -207,7 +209,7 @@ int ox_log_errorstr(const char* string);
 // size of the buffer in bytes. If that is too small, returns OX_ERR_BUFFERTOOSMALL and stores the
 // required size, including the terminating zero, in `size`.
 int ox_getstr(const char* name, const void* data, char* buffer, size_t* size);
-// Returns a string that lives as long as the process.
+// Returns a string that is valid until the process ends.
 const char* ox_err_getstr(int code);
 // Reads the decimal at `value`, which is mantissa * 10^-scale.
 int ox_bcd_get(const void* value, int64_t* mantissa, int8_t* scale);

@@ -59,7 +59,7 @@ bool isSchemeData(std::uint32_t type) {
 
 // Stores the Java `Scheme` of this opening in the record. Returns false if there is no Java
 // listener, if getScheme throws or destroys the listener, or if the reference cannot be made. A
-// null scheme is no failure: the next message fetches it again.
+// null scheme is no failure: it is fetched again for the next message.
 bool fetchScheme(JNIEnv* env, const JEnv& classes, ListenerData& record) {
   constexpr char kGetScheme[] = "cacheGet getScheme";
   if (!record.jlsn.get()) return false;

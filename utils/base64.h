@@ -37,8 +37,8 @@ class OXUTILS_API Base64 {
   static const char encoding_table[64];
   // The number of "=" at the end of an encoding, by the length of the data modulo 3.
   static const int mod_table[3];
-  // The values of the 256 characters, 0 for those outside the alphabet. Null until
-  // build_decoding_table.
+  // The values of the 256 characters, 0 for those outside the alphabet. Null before
+  // build_decoding_table and after base64_cleanup.
   static unsigned char* decoding_table;
 };
 

@@ -42,9 +42,10 @@ class OXUTILS_API Properties : public std::map<std::string, std::string>, public
   ~Properties() override;
 
   // Adds the pairs of `settings`, replacing the values of keys that exist. Returns false if the
-  // string is malformed. Pairs without a fault are added even then, also those after a fault:
-  // "a;b=1;c=2" adds `ab` and `c`. `lastError` then contains the whole string, and the key and
-  // value that were not stored, if there are any. Throws std::bad_alloc if memory runs out.
+  // string is malformed; well-formed pairs before and after a fault are added even then. A token
+  // without "=" becomes the beginning of the next key: "a;b=1;c=2" adds `ab` and `c`. `lastError`
+  // then contains the whole string, and the key and value that were not stored, if there are any.
+  // Throws std::bad_alloc if memory runs out.
   bool parse(const std::string& settings);
 
   bool has(const std::string& key) const override;

@@ -29,7 +29,7 @@ public final class PriceTable {
   private static final String SCHEME = "scheme=?{messages=price;"
       + "message.price=?{fields=name:c8,cents:i8;indices=pk;index.pk=?{fields=name}}}";
 
-  /** A row with its revision, which tells whether the gateway has deleted the row. */
+  /** A row with its revision, by which onMessage finds the rows that the gateway has deleted. */
   private static final class Row {
     final long revision;
     final long cents;

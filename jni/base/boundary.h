@@ -8,7 +8,8 @@
 namespace oxli::jni {
 
 // Returns the result of `body`, or `onUnwind` if it throws. Every native, exported function and
-// callback runs its body through this. The body's destructors have run when this returns.
+// callback that can throw runs its body through this function. The local objects of the body have
+// been destroyed when this function returns.
 template <class Result, class Body>
 Result atBoundary(Result onUnwind, Body&& body) noexcept {
   try {

@@ -9,9 +9,10 @@
 // - An exception that is pending when ListenerCB or oxjni_lsn_cacheget is entered: every later
 //   message of the gateway call would repeat the line.
 // - An exception of `onMessage` or `onExitEvent`.
-// - getNulls of stream data, and writing into its array.
-// - create_field_desc and getHints, except for the steps of a nested message.
-// - Creating the result of the natives `..._getname` and `msg_dump`, and all of `scheme_getstr`.
+// - `getNulls` of a delivered row, and writing into the array that it returns.
+// - The steps of create_field_desc and getHints, except for the steps of a nested message.
+// - Making the result of the natives `..._getname` and `msg_dump`.
+// - The steps of the native `scheme_getstr`.
 //
 // Opening the environment writes a line of its own for a missing class or method.
 #ifndef OXLI_JNI_BASE_FAILURE_H

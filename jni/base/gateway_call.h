@@ -1,5 +1,5 @@
 // Tracks the gateway calls on connections and listeners. While a call is in progress, callbacks can
-// tell that a thread is inside it, and the records that they use stay in memory.
+// check that a thread is inside it, and the records that they use stay in memory.
 #ifndef OXLI_JNI_BASE_GATEWAY_CALL_H
 #define OXLI_JNI_BASE_GATEWAY_CALL_H
 
@@ -12,9 +12,9 @@ namespace oxli::jni {
 
 class GatewayCalls;
 
-// A record that is deleted with its last pin. It is created with one pin, which belongs to its
-// owner: the registry, or the operation that is about to register it. Gateway calls in progress add
-// pins, so a subscriber may destroy the object of the gateway call that it runs in.
+// A record that is deleted when its last pin is removed. It is created with one pin, which belongs
+// to its owner: the registry, or the operation that is about to register it. Gateway calls in
+// progress add pins, so a subscriber may destroy the object of the gateway call that it runs in.
 class PinnedRecord {
  public:
   PinnedRecord() = default;
@@ -74,8 +74,8 @@ class GatewayCalls {
       record.nextRetired_ = retired_.load();
       retired_.store(&record);
     }
-    // The store precedes this load, and leave() decrements before it loads: at least one of the two
-    // sees the change of the other.
+    // This thread stores before it loads, and leave() decrements before it loads: at least one of
+    // the two loads the value that the other has written.
     if (inProgress_.load() == 0) unpinRetired();
   }
 

@@ -2,7 +2,8 @@
 // depends on no record type.
 //
 // An entry owns its record, unless the header of the record type states otherwise. Code that
-// removes an entry also retires its record: it releases its references, then its memory.
+// removes an entry also retires the record. retire() releases the references of the record, and
+// then the registry's pin or, for a record type without pins, the memory.
 #ifndef OXLI_JNI_REGISTRY_REGISTRY_H
 #define OXLI_JNI_REGISTRY_REGISTRY_H
 

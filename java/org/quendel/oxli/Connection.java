@@ -252,8 +252,8 @@ public final class Connection implements AutoCloseable {
    *
    * @throws IllegalStateException if the calling thread is inside a post of one of the publishers;
    *     nothing is closed then
-   * @throws OxliException with the first error reported, with later ones suppressed; everything is
-   *     closed nevertheless
+   * @throws OxliException the first error, to which later ones are added as suppressed exceptions;
+   *     everything is closed nevertheless
    */
   @Override
   public void close() {
@@ -383,7 +383,7 @@ public final class Connection implements AutoCloseable {
     throw closed();
   }
 
-  /** Returns the handle. REQUIRES: one of the two locks is locked. */
+  /** Returns the handle, which stays valid while the calling thread has locked one of the locks. */
   private long requireOpen() {
     if (handle == 0) throw closed();
     return handle;

@@ -25,10 +25,10 @@ import org.quendel.oxli.impl.Version;
  * waits for the calls in progress.
  *
  * <p>Two class loaders of one process cannot load the same file of the native library. If each
- * loads its own copy of the file, they share one gateway library. While one class loader has opened
- * the environment, {@link #open} of the other one throws and changes nothing. After the close, the
- * other one can open the environment with its own settings, without the objects, streams and exit
- * handler of the first one.
+ * loads its own copy of the file, they share one gateway library. While an environment is open that
+ * was opened through one class loader, {@link #open} called through the other one throws and
+ * changes nothing. After the close, {@link #open} succeeds there, with its own settings, and
+ * without the objects, streams and exit handler of the first environment.
  */
 public final class Environment implements AutoCloseable {
   /**
@@ -58,14 +58,15 @@ public final class Environment implements AutoCloseable {
 
   private final String settings;
   private final Origin origin = new Origin();
-  private final Thread endHook;
-  private volatile boolean closing; // written inside the lock of this, without a native call
-  private final AtomicBoolean ended = new AtomicBoolean();
+  private final Thread shutdownHook;
+  // Written while `this` is locked; no native is called while `this` is locked.
+  private volatile boolean closing;
+  private final AtomicBoolean nativeCloseStarted = new AtomicBoolean();
   private final CompletableFuture<Void> closed = new CompletableFuture<>();
 
   private Environment(String settings) {
     this.settings = settings;
-    endHook = newEndHook(new WeakReference<>(this));
+    shutdownHook = newShutdownHook(new WeakReference<>(this));
   }
 
   /**
@@ -78,8 +79,8 @@ public final class Environment implements AutoCloseable {
    * @param settings the gateway's settings
    * @throws OxliException with {@link ResultCode#INVALID_STATE} if an environment is open in this
    *     process; that environment is not changed. With the gateway's code if the gateway refuses.
-   *     This method does not detect an environment that native code has opened by itself: the
-   *     failed attempt closes that environment.
+   *     If native code has opened an environment with the gateway's functions, the gateway refuses,
+   *     and this method then closes that environment.
    * @throws UnsatisfiedLinkError if the native library cannot be loaded; the message states the
    *     reason and the remedy. Later attempts throw an error with the same message.
    */
@@ -103,7 +104,7 @@ public final class Environment implements AutoCloseable {
         }
         isOpen = true;
       }
-      environment.addEndHook();
+      environment.addShutdownHook();
       return environment;
     } finally {
       if (!isOpen) System.getProperties().remove(CLAIM);
@@ -135,8 +136,8 @@ public final class Environment implements AutoCloseable {
    *
    * @param memory a direct buffer; the z-block consists of the bytes from its position to its
    *     limit. Later changes of position and limit have no effect. The z-block references the
-   *     buffer, which keeps memory of the application alive. It does not keep payloads and received
-   *     blocks alive, which the gateway frees.
+   *     buffer, so that memory allocated by the application stays valid. If the buffer is a view of
+   *     a payload or of a received block, the memory is valid only until the gateway frees it.
    * @throws IllegalArgumentException if the buffer is not direct
    */
   public ZBlock newZBlock(ByteBuffer memory) {
@@ -174,8 +175,8 @@ public final class Environment implements AutoCloseable {
    *
    * @throws IllegalStateException if the calling thread is inside {@code onMessage} or inside a
    *     post; nothing is closed then
-   * @throws OxliException with the first error reported, with later ones suppressed; everything is
-   *     closed nevertheless
+   * @throws OxliException the first error, to which later ones are added as suppressed exceptions;
+   *     everything is closed nevertheless
    */
   @Override
   public void close() {
@@ -193,37 +194,37 @@ public final class Environment implements AutoCloseable {
     if (isFirst) errors.run(() -> log("Environment.close closes ", unclosed()));
     for (Connection connection : connections) errors.run(connection::close);
     for (ZBlock zblock : zblocks) errors.run(zblock::close);
-    if (ended.compareAndSet(false, true)) {
-      end(errors);
+    if (nativeCloseStarted.compareAndSet(false, true)) {
+      closeNative(errors);
     } else if (!ExitEvents.isCaller()) { // the gateway may wait for the handler while it closes
       closed.join();
     }
     errors.throwFirst();
   }
 
-  private void end(CloseErrors errors) {
+  private void closeNative(CloseErrors errors) {
     synchronized (LIFECYCLE) {
       isOpen = false;
       errors.run(() -> Results.check("Environment.close", this, OxliImpl.env_close()));
       // After env_close, because the gateway may raise the event while it closes.
       errors.run(ExitEvents::unregister);
       System.getProperties().remove(CLAIM);
-      errors.run(this::removeEndHook);
+      errors.run(this::removeShutdownHook);
     }
     closed.complete(null);
   }
 
-  private void addEndHook() {
+  private void addShutdownHook() {
     try {
-      Runtime.getRuntime().addShutdownHook(endHook);
+      Runtime.getRuntime().addShutdownHook(shutdownHook);
     } catch (IllegalStateException e) {
       // The virtual machine is shutting down.
     }
   }
 
-  private void removeEndHook() {
+  private void removeShutdownHook() {
     try {
-      Runtime.getRuntime().removeShutdownHook(endHook);
+      Runtime.getRuntime().removeShutdownHook(shutdownHook);
     } catch (IllegalStateException e) {
       // The virtual machine is shutting down. The hook returns, because the environment is closing.
     }
@@ -233,7 +234,7 @@ public final class Environment implements AutoCloseable {
    * Makes the shutdown hook, which references neither the environment nor the class loader and
    * thread locals of the calling thread.
    */
-  private static Thread newEndHook(WeakReference<Environment> reference) {
+  private static Thread newShutdownHook(WeakReference<Environment> reference) {
     final Thread hook = new Thread(null, () -> {
       final Environment environment = reference.get();
       if (environment == null || environment.closing) return;
@@ -241,7 +242,7 @@ public final class Environment implements AutoCloseable {
         final List<String> lines = environment.unclosed();
         lines.add(0, environment + ": " + environment.origin.age() + environment.origin.place());
         log("the virtual machine ends before the close of ", lines);
-      }, "oxli-end-log");
+      }, "oxli-shutdown-log");
       writer.setDaemon(true);
       writer.start();
       try {
@@ -249,7 +250,7 @@ public final class Environment implements AutoCloseable {
       } catch (InterruptedException e) {
         // The virtual machine ends without the rest of the lines.
       }
-    }, "oxli-end", 0, false);
+    }, "oxli-shutdown", 0, false);
     hook.setContextClassLoader(null);
     return hook;
   }
@@ -294,10 +295,10 @@ public final class Environment implements AutoCloseable {
    * is inside a call that may deliver messages or makes a connection or listener, or inside a call
    * on a publisher.
    *
-   * <p>With {@code -Doxli.dump.origins=true} the stack trace of the call that made it is added to
-   * each object, and objects made at different places are in different groups. The property is read
-   * once, when the first environment is opened. If it is set, making an object takes some
-   * microseconds more.
+   * <p>With {@code -Doxli.dump.origins=true}, this method adds to each object the stack trace of
+   * the call that made the object, and objects made at different places are in different groups.
+   * The property is read once, when the first environment is opened. If it is set, making an
+   * object takes some microseconds more.
    *
    * <p>This method can be called at any time: inside {@code onMessage}, in an exit event handler,
    * while another thread closes the environment, and after that. It waits for no other thread. The
@@ -353,7 +354,7 @@ public final class Environment implements AutoCloseable {
    * @throws IllegalStateException if no environment is open
    */
   static <T> T whileOpen(Supplier<T> call) {
-    requireAnyOpen(); // before the lock, which a thread that closes may lock for a long time
+    requireAnyOpen(); // checked first, because closing an environment locks LIFECYCLE for long
     synchronized (LIFECYCLE) {
       requireAnyOpen();
       return call.get();
@@ -398,7 +399,8 @@ public final class Environment implements AutoCloseable {
   }
 
   private static String checked(String line) {
-    NativeLibrary.load(); // throws each time; a class initialiser throws the reason only once
+    // The static initialiser of OxliImpl reports the reason of a failure only the first time.
+    NativeLibrary.load();
     return Objects.requireNonNull(line, "line");
   }
 }

@@ -3,12 +3,13 @@ package org.quendel.oxli;
 import java.util.function.IntSupplier;
 
 /**
- * Serialises, in the whole process, the natives that make, open, close and release connections and
+ * Serialises, in the whole process, the natives that make, open, close and destroy connections and
  * listeners. Each of these natives locks a process-wide mutex during its gateway call. The gateway
  * call may call {@code onMessage}, which may call natives that lock other mutexes. Without this
  * lock, two threads could lock the mutexes in different orders and wait for each other for ever.
  *
- * <p>Lock order of the package: a thread that has locked one of these locks only those after it.
+ * <p>Lock order of the package: a thread that has locked one of these locks may lock only locks
+ * that follow it in this list.
  *
  * <ol>
  *   <li>the delivery lock of a connection ({@link Connection}),

@@ -10,8 +10,8 @@ public interface ISubscriber {
    *
    * <ul>
    *   <li><b>Thread:</b> This method is called on the thread that is inside a call on the listener
-   *       or its connection, mostly {@link Connection#process}. This thread has locked the delivery
-   *       lock of the connection.
+   *       or its connection, usually {@link Connection#process}. This thread has locked the
+   *       delivery lock of the connection.
    *   <li><b>Message:</b> Only this thread may use the message, and only until this method returns.
    *       After that, the object is used for the next message of its kind, and the gateway frees
    *       the payload. To use a message later or on another thread, make a {@link Message#copy}.

@@ -32,7 +32,8 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
    * thread inside {@code onMessage}, NOBODY after {@code onMessage} has returned, or NATIVE_CODE
    * while native code fills the object.
    *
-   * <p>Not volatile: a thread can read a reference to itself only if it has written the field last.
+   * <p>Not volatile: a thread reads a reference to itself only if it has stored that reference in
+   * the field and has stored nothing else in the field since then.
    */
   private Object user;
 
@@ -71,7 +72,10 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     if (user != Thread.currentThread()) requireUnconfined();
   }
 
-  /** Does the same in methods that native code calls while it fills the object. */
+  /**
+   * Checks the same as {@link #requireUsable}, but also succeeds while native code fills the
+   * object. For methods that native code calls.
+   */
   protected final void requireUsableOrFilling() {
     if (user != NATIVE_CODE) requireUsable();
   }
