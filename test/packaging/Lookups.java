@@ -1,40 +1,39 @@
 import java.lang.invoke.MethodType;
 import java.lang.reflect.Executable;
-import java.lang.reflect.Method;
 import java.nio.charset.StandardCharsets;
 import java.util.*;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
+import java.util.stream.*;
 
 /**
- * Prints the lookups of a table, one on each line: CLASS, or CLASS NAME DESCRIPTOR with the class
- * that declares the method. Reads standard input: a table for GraalVM or for shrinkers, whose
- * classes declare their methods; with the argument {@code lookups}, lines of the printed form,
- * whose classes may inherit their methods. Fails if a class or method does not exist.
+ * Prints the lookups of a table, one on each line: CLASS, or CLASS NAME(TYPES) with the class that
+ * declares the method. Reads standard input: a table for GraalVM or for shrinkers, whose classes
+ * declare their methods; with the argument {@code lookups}, lines of the form CLASS, or CLASS NAME
+ * DESCRIPTOR, as native code has them, whose classes may inherit their methods. Fails if a class, or
+ * the method of a descriptor, does not exist.
  */
 final class Lookups {
+  // Of lines without quotes.
   private static final Pattern CLASS =
-      Pattern.compile("^ +\\{\"name\": \"([^\"]+)\"|^-.* class (org\\S+[^*]) \\{");
-  private static final Pattern METHOD = Pattern.compile(
-      "\"name\": \"([^\"]+)\", \"parameterTypes\": \\[((?:\"[^\"]+\"(?:, )?)*)\\]"
-      + "|^  (?:\\S+ )?(\\S+)\\((.*)\\);");
+      Pattern.compile("^(?: +\\{name: |-.* class (?=org))([\\w.$]+)[,} ]");
+  private static final Pattern METHOD =
+      Pattern.compile("(\\S+)(?:\\(|, parameterTypes: \\[)(.*?)(?:\\);|\\]\\})");
 
   public static void main(String[] arguments) throws Exception {
     final String input = new String(System.in.readAllBytes(), StandardCharsets.UTF_8);
     final Set<String> found = new TreeSet<>();
-    Class<?> owner = null;
-    for (String line : input.split("\n")) {
+    String owner = null;
+    for (String line : input.replace("\"", "").split("\n")) {
       final Matcher method = METHOD.matcher(line);
       final Matcher type = CLASS.matcher(line);
       if (arguments.length > 0) {
         found.add(resolve(line.split(" ")));
       } else if (method.find()) {
-        final boolean json = method.group(1) != null;
-        found.add(declared(owner, method.group(json ? 1 : 3),
-            typesOf(method.group(json ? 2 : 4).replace("\"", ""))));
+        found.add(owner + ' ' + method.group(1) + '(' + method.group(2) + ')');
       } else if (type.find()) {
-        owner = typeOf(type.group(1) != null ? type.group(1) : type.group(2));
-        found.add(nameOf(owner));
+        owner = typeOf(type.group(1)).getName();
+        found.add(owner);
       }
     }
     found.forEach(System.out::println);
@@ -42,44 +41,24 @@ final class Lookups {
 
   private static String resolve(String[] lookup) throws Exception {
     Class<?> owner = typeOf(lookup[0].replace('/', '.'));
-    if (lookup.length == 1) return nameOf(owner);
+    if (lookup.length == 1) return owner.getName();
     final Class<?>[] types = MethodType.fromMethodDescriptorString(lookup[2],
         ClassLoader.getSystemClassLoader()).parameterArray();
-    for (; ; owner = owner.getSuperclass()) {
+    final String method = lookup[1] + Stream.of(types).map(Class::getTypeName)
+        .collect(Collectors.joining(", ", "(", ")"));
+    for (; owner != null; owner = owner.getSuperclass()) {
       try {
-        return declared(owner, lookup[1], types);
+        final Executable declared = lookup[1].equals("<init>")
+            ? owner.getDeclaredConstructor(types) : owner.getDeclaredMethod(lookup[1], types);
+        return declared.getDeclaringClass().getName() + ' ' + method;
       } catch (NoSuchMethodException e) {
-        if (owner.getSuperclass() == null) throw e;
+        // A superclass may declare it.
       }
     }
+    throw new NoSuchMethodException(String.join(" ", lookup));
   }
 
-  private static String declared(Class<?> owner, String name, Class<?>[] types) throws Exception {
-    final Executable found = name.equals("<init>") ? owner.getDeclaredConstructor(types)
-        : owner.getDeclaredMethod(name, types);
-    final Class<?> result = found instanceof Method ? ((Method) found).getReturnType() : void.class;
-    return nameOf(owner) + ' ' + name + ' '
-        + MethodType.methodType(result, types).toMethodDescriptorString();
-  }
-
-  private static Class<?>[] typesOf(String names) throws Exception {
-    final List<Class<?>> types = new ArrayList<>();
-    for (String name : names.isEmpty() ? new String[0] : names.split(", ")) types.add(typeOf(name));
-    return types.toArray(new Class<?>[0]);
-  }
-
-  private static Class<?> typeOf(String name) throws Exception {
-    if (name.endsWith("[]")) {
-      return java.lang.reflect.Array.newInstance(
-          typeOf(name.substring(0, name.length() - 2)), 0).getClass();
-    }
-    for (Class<?> primitive : List.of(boolean.class, int.class, long.class)) {
-      if (primitive.getName().equals(name)) return primitive;
-    }
+  private static Class<?> typeOf(String name) throws ClassNotFoundException {
     return Class.forName(name, false, ClassLoader.getSystemClassLoader());
-  }
-
-  private static String nameOf(Class<?> type) {
-    return type.getName().replace('.', '/');
   }
 }
