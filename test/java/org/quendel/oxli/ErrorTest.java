@@ -2,6 +2,7 @@ package org.quendel.oxli;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.io.IOException;
 import java.util.*;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
@@ -43,28 +44,25 @@ class ErrorTest extends GatewayTest {
   }
 
   @Test
-  void exceptionNamesOperationObjectAndCode() {
-    final Listener open = listen("stream=a", onData(message -> {}));
-    final Exception refused = assertThrows(OxliException.class, () -> open.open(""));
-    assertTrue(refused.getMessage().matches("Listener.open .listener stream=a.:"
-        + " OX_ERR_INVALIDSTATE: .* .0x20005.; .* log=stderr"), refused::getMessage);
-  }
-
-  @Test
   void closeContinuesAfterAnException() {
-    final List<RuntimeException> thrown = new ArrayList<>();
+    final List<Exception> thrown = new ArrayList<>();
     final ISubscriber subscriber = (conn, lsn, message) -> {
       if (!(message instanceof CloseMessage)) return 0;
-      thrown.add(new RuntimeException());
-      throw thrown.get(thrown.size() - 1);
+      thrown.add(new IOException());
+      throw ErrorTest.<RuntimeException>unchecked(thrown.get(thrown.size() - 1));
     };
     final List<AutoCloseable> all =
         List.of(listen("", subscriber), listen("", subscriber), publish(SCHEME), connection);
-    final RuntimeException first =
-        assertThrows(RuntimeException.class, () -> environment.close());
+    final Exception first = assertThrows(IOException.class, () -> environment.close());
     assertSame(thrown.get(0), first);
     assertEquals(thrown.subList(1, 2), List.of(first.getSuppressed()));
     for (AutoCloseable each : all) assertUnusable(each);
     Environment.open("").close();
+  }
+
+  /** Throws an exception that its callers do not declare. */
+  @SuppressWarnings("unchecked")
+  private static <T extends Throwable> T unchecked(Throwable e) throws T {
+    throw (T) e;
   }
 }

@@ -6,6 +6,7 @@ import java.lang.reflect.*;
 import java.nio.ByteBuffer;
 import java.util.*;
 import java.util.function.Consumer;
+import java.util.stream.Stream;
 import org.junit.jupiter.api.*;
 import org.junit.jupiter.api.function.Executable;
 import org.quendel.oxli.messages.*;
@@ -19,6 +20,9 @@ abstract class GatewayTest {
       + "message.narrow=?{noindex=1;fields=a:i4};"
       + "message.wide=?{noindex=1;fields=a:i4,b:i4,c:i4};"
       + "message.large=?{noindex=1;id=1;fields=a:i4,b:i4,c:i4,d:i4}};";
+  private static final Map<Class<?>, Object> ARGUMENTS = Map.of(int.class, 0, long.class, 0L,
+      boolean.class, true, String.class, "", ByteBuffer.class, ByteBuffer.allocateDirect(1),
+      ISubscriber.class, onData(message -> {}));
   static final int ISIN = 0;
   static final int VOLUME = 12;
   static final int PRICE = 20;
@@ -76,32 +80,35 @@ abstract class GatewayTest {
     return refused;
   }
 
+  /** Starts a thread and waits until the method is the innermost one of its stack. */
+  static void startAndAwait(String method, Runnable task) {
+    final Thread thread = new Thread(task);
+    thread.start();
+    while (thread.isAlive() && !isIn(thread, method)) Thread.onSpinWait();
+    assertTrue(thread.isAlive(), method);
+  }
+
+  static boolean isIn(Thread thread, String method) {
+    final StackTraceElement[] frames = thread.getStackTrace();
+    return frames.length > 0 && frames[0].getMethodName().equals(method);
+  }
+
   /** Expects that every public method that uses the gateway throws IllegalStateException. */
   static void assertUnusable(AutoCloseable object) {
     final List<String> harmless = object instanceof Message
         ? List.of("close", "toString", "getType", "getScheme")
         : List.of("close", "toString", "dump");
     for (Method method : object.getClass().getMethods()) {
-      final int modifiers = method.getModifiers();
-      final String declaring = method.getDeclaringClass().getName();
-      if (Modifier.isStatic(modifiers) || !declaring.startsWith("org.quendel.oxli.")) continue;
-      if (declaring.contains(".impl.")) continue;
+      final boolean isOfApi =
+          method.getDeclaringClass().getName().matches("org\\.quendel\\.oxli\\.(messages\\.)?[A-Z].*");
+      if (!isOfApi || Modifier.isStatic(method.getModifiers())) continue;
       if (harmless.contains(method.getName())) continue;
-      final Object[] arguments = Arrays.stream(method.getParameterTypes())
-          .map(GatewayTest::argument).toArray();
+      final Object[] arguments =
+          Stream.of(method.getParameterTypes()).map(ARGUMENTS::get).toArray();
       final Throwable thrown = assertThrows(InvocationTargetException.class,
           () -> method.invoke(object, arguments), method.toString()).getCause();
       assertEquals(IllegalStateException.class, thrown.getClass(), method.toString());
     }
     assertNotNull(object.toString());
-  }
-
-  private static Object argument(Class<?> type) {
-    if (type == int.class) return 0;
-    if (type == long.class) return 0L;
-    if (type == boolean.class) return true;
-    if (type == String.class) return "";
-    if (type == ByteBuffer.class) return ByteBuffer.allocateDirect(1);
-    return type == ISubscriber.class ? onData(message -> {}) : null;
   }
 }

@@ -37,7 +37,9 @@ class LifecycleTest extends GatewayTest {
     final int code = ResultCode.INVALID_STATE;
     for (int opening = 1; opening <= 2; ++opening) {
       assertRefused(code, "Connection.open", () -> connection.open(""));
-      assertRefused(code, "Listener.open", () -> listener.open(""));
+      final Exception refused = assertRefused(
+          code, "Listener.open (listener): OX_ERR_INVALIDSTATE: ", () -> listener.open(""));
+      assertTrue(refused.getMessage().matches(".* .0x20005.; .* log=stderr"), refused::getMessage);
       assertRefused(code, "Publisher.open", () -> publisher.open(""));
       post(publisher, opening);
       connection.process(0);
@@ -120,7 +122,7 @@ class LifecycleTest extends GatewayTest {
     final Publisher publisher = publish(SCHEME);
     listen("", recorder("A"));
     final FutureTask<Void> closing = new FutureTask<>(connection::close, null);
-    onFirstData = () -> startAndAwaitBlocked(closing);
+    onFirstData = () -> startAndAwait("park", closing);
     post(publisher, 1, 2);
     connection.process(0);
     assertThrows(IllegalStateException.class, () -> connection.process(0));
@@ -159,19 +161,12 @@ class LifecycleTest extends GatewayTest {
     for (Runnable end : ends) {
       final FutureTask<Void> processing =
           new FutureTask<>(() -> connection.process(Integer.MAX_VALUE), null);
-      final Thread thread = new Thread(processing);
-      thread.start();
-      while (!isIn(thread, "conn_process")) Thread.onSpinWait();
+      startAndAwait("conn_process", processing);
       end.run();
       processing.get();
       if (end == ends.get(2)) connection.open("");
     }
     assertReceived("A open, A close 2");
-  }
-
-  static boolean isIn(Thread thread, String method) {
-    final StackTraceElement[] frames = thread.getStackTrace();
-    return frames.length > 0 && frames[0].getMethodName().equals(method);
   }
 
   /** The other thread waits for the process-wide lock that the closing thread has locked. */
@@ -183,20 +178,13 @@ class LifecycleTest extends GatewayTest {
         new FutureTask<>(() -> connection.newListener("", recorder("B")));
     onClose = closing -> {
       onClose = ignored -> {};
-      startAndAwaitBlocked(making);
+      startAndAwait("park", making);
       connection.close();
     };
     listener.shut();
     assertEquals(IllegalStateException.class,
         assertThrows(ExecutionException.class, making::get).getCause().getClass());
     assertUnusable(connection);
-  }
-
-  private static void startAndAwaitBlocked(Runnable task) {
-    final Thread thread = new Thread(task);
-    thread.start();
-    while (thread.isAlive() && thread.getState() != Thread.State.WAITING) Thread.onSpinWait();
-    assertEquals(Thread.State.WAITING, thread.getState());
   }
 
   private ISubscriber recorder(String name) {
