@@ -16,35 +16,27 @@ final class ChildVm {
   static final Path JAR = Path.of(URI.create(
       Environment.class.getProtectionDomain().getCodeSource().getLocation().toString()));
 
-  private final List<String> command = new ArrayList<>();
-  private final Map<String, String> environment = new HashMap<>();
+  private final ProcessBuilder builder = new ProcessBuilder(
+      Path.of(System.getProperty("java.home"), "bin", "java").toString(), "-Xcheck:jni");
+  final Map<String, String> environment = builder.environment();
 
   ChildVm(String... options) {
-    command.addAll(List.of(
-        Path.of(System.getProperty("java.home"), "bin", "java").toString(), "-Xcheck:jni"));
-    command.addAll(List.of(options));
+    Collections.addAll(builder.command(), options);
     // Newer virtual machines warn if native access is not enabled.
     if (Runtime.version().feature() >= 22 && !List.of(options).contains(DENY)) {
-      command.add("--enable-native-access=ALL-UNNAMED");
+      builder.command().add("--enable-native-access=ALL-UNNAMED");
     }
-  }
-
-  ChildVm with(String variable, String value) {
-    environment.put(variable, value);
-    return this;
+    // If one of these variables is set, the virtual machine writes a line that names it.
+    environment.keySet()
+        .removeAll(List.of("JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"));
   }
 
   /** Runs the program, expects exit code 0, and returns its standard output and standard error. */
   String run(Path jar, Class<?> main, String... arguments) throws Exception {
-    command.addAll(List.of("-cp", jar + File.pathSeparator + System.getProperty("java.class.path"),
-        main.getName()));
-    command.addAll(List.of(arguments));
-    final ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
-    // If one of these variables is set, the virtual machine writes a line that names it.
-    builder.environment().keySet()
-        .removeAll(List.of("JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"));
-    builder.environment().putAll(environment);
-    final Process child = builder.start();
+    Collections.addAll(builder.command(), "-cp",
+        jar + File.pathSeparator + System.getProperty("java.class.path"), main.getName());
+    Collections.addAll(builder.command(), arguments);
+    final Process child = builder.redirectErrorStream(true).start();
     final String output =
         new String(child.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
     assertEquals(0, child.waitFor(), output);

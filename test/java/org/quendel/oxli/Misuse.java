@@ -1,7 +1,9 @@
 package org.quendel.oxli;
 
-import java.io.IOException;
-import java.lang.reflect.Proxy;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.platform.commons.support.ReflectionSupport.invokeMethod;
+
+import java.lang.reflect.*;
 import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.file.*;
@@ -14,53 +16,49 @@ import org.quendel.oxli.messages.*;
  * Programs that misuse the public API and must end with an exception. {@link MisuseTest} runs each
  * of them in a virtual machine of its own, because a fault may crash it.
  */
-final class Misuse {
-  private static final String SCHEME = "scheme=?{messages=odd,quote,empty,a,b;"
+final class Misuse extends GatewayTest {
+  private static final String KINDS = "scheme=?{messages=odd,quote,empty,a,b;"
       + "message.odd=?{fields=n:i4,z:z;code=768};message.quote=?{id=7;fields=n:i4,z:z,m:i8};"
       + "message.empty=?{noindex=1;id=1;fields=n:i4,w:i8,x:i8,y:i8};"
       + "message.a=?{noindex=1;id=5;fields=n:i4,z:z};"
       + "message.b=?{noindex=1;id=5;fields=n:i4,x:i8,y:i8}}";
   private static final int AFTER_N = 4;
 
-  private static Environment environment;
-  private static Connection connection;
-  private static Publisher publisher;
   private static Runnable insidePost; // runs during the next post only
   private static boolean printsReleases;
 
-  private Misuse() {}
+  private final Path elsewhere;
+  private Publisher publisher;
 
-  /** Runs the program that the first argument names, and prints its exception. */
+  private Misuse(Path elsewhere) {
+    this.elsewhere = elsewhere;
+  }
+
+  /**
+   * Runs the program that the first argument names, and prints its exception. The second argument is
+   * a directory with a copy of the native library.
+   */
   public static void main(String[] args) throws Exception {
-    environment = Environment.open("");
-    connection = environment.newConnection("");
-    connection.open("");
-    publisher = connection.newPublisher("");
-    publisher.open(SCHEME);
-    try {
-      Misuse.class.getDeclaredMethod(args[0], String[].class).invoke(null, (Object) args);
-    } catch (java.lang.reflect.InvocationTargetException e) {
-      System.out.println(e.getCause());
-    }
-    environment.close();
+    final Misuse misuse = new Misuse(Path.of(args[1]));
+    misuse.openEnvironment();
+    misuse.publisher = misuse.connection.newPublisher("");
+    misuse.publisher.open(KINDS);
+    final Method program = Misuse.class.getDeclaredMethod(args[0]);
+    System.out.println(assertThrows(Throwable.class, () -> invokeMethod(program, misuse)));
+    misuse.closeEnvironment();
   }
 
-  static void postForeignAddressInMessageOfOwnTypeCode(String[] args) {
-    final Message odd = publisher.newMessage("odd");
-    writeForeignAddress(odd);
-    publisher.post(odd);
+  void postForeignAddressInMessageOfOwnTypeCode() {
+    postForeignAddress(publisher, "odd");
   }
 
-  static void overwriteDeliveredAddress(String[] args) {
-    listen(message -> {
-      writeForeignAddress(message);
-      publisher.post(message);
-    });
+  void overwriteDeliveredAddress() {
+    listen(Misuse::writeForeignAddress);
     publisher.post(publisher.newMessage("quote"));
     connection.process(0);
   }
 
-  static void useDeliveredMessageOnOtherThread(String[] args) throws Throwable {
+  void useDeliveredMessageOnOtherThread() throws Throwable {
     final ExecutorService pool = Executors.newSingleThreadExecutor();
     final List<Future<?>> results = new ArrayList<>();
     listen(message -> {
@@ -75,73 +73,46 @@ final class Misuse {
     pool.shutdown();
     Throwable last = null;
     for (Future<?> result : results) {
-      try {
-        System.out.println("no exception: " + result.get());
-      } catch (ExecutionException e) {
-        last = e.getCause();
-      }
+      last = assertThrows(ExecutionException.class, result::get).getCause();
     }
     throw last;
   }
 
-  static void readBlockOfOtherKindWithSameId(String[] args) {
+  void readBlockOfOtherKindWithSameId() {
     readBlocks("a", "b");
   }
 
-  static void readBlockOfOtherKindWhoseIdIsTheIndex(String[] args) {
+  void readBlockOfOtherKindWhoseIdIsTheIndex() {
     readBlocks("quote", "empty");
   }
 
   /** The first message has a z-block. The second one has other bytes at the same offset. */
-  private static void readBlocks(String first, String second) {
+  private void readBlocks(String first, String second) {
     final ZBlock block = environment.newZBlock();
     listen(message -> {
-      ((AbstractDataMessage) message).getDesc().getField("z").getZBlock(message, block);
+      message.getDesc().getField("z").getZBlock(message, block);
       System.out.println(block.getData().capacity() == 0 ? "empty" : block.getData().get(0));
     });
     publisher.post(publisher.newMessage(first));
-    final Message other = publisher.newMessage(second);
-    writeForeignAddress(other);
-    publisher.post(other);
+    postForeignAddress(publisher, second);
     connection.process(0);
   }
 
   /** The preloaded library makes the scheme one that cannot be converted. */
-  static void postForeignAddressWithEndlessScheme(String[] args) {
+  void postForeignAddressWithEndlessScheme() {
     final Publisher endless = connection.newPublisher("stream=endless");
     endless.open("scheme=?{messages=endless;message.endless=?{fields=n:i4,z:z}}");
-    final Message message = endless.newMessage("endless");
-    writeForeignAddress(message);
-    endless.post(message);
+    postForeignAddress(endless, "endless");
   }
 
-  static void throwCheckedExceptionWhileClosing(String[] args) {
-    connection.newListener("", (conn, lsn, message) -> {
-      if (message instanceof CloseMessage) {
-        Misuse.<RuntimeException>throwAny(new IOException("own"));
-      }
-      return 0;
-    }).open("");
-    try {
-      environment.close();
-    } finally {
-      environment = Environment.open("");
-    }
-  }
-
-  /** The arguments are the jar, and a directory with a copy of the native library. */
-  static void openWithSecondClassLoader(String[] args) throws Throwable {
-    try (URLClassLoader loader = loader(args)) {
-      try {
-        open(loader);
-      } catch (java.lang.reflect.InvocationTargetException e) {
-        System.out.println(e.getCause());
-      }
+  void openWithSecondClassLoader() throws Exception {
+    try (URLClassLoader loader = loader()) {
+      System.out.println(assertThrows(Exception.class, () -> open(loader)));
       System.out.println("first one: state " + State.nameOf(connection.getState()));
       environment.close();
       final AutoCloseable second = open(loader);
       try {
-        environment = Environment.open("");
+        Environment.open("");
       } finally {
         second.close();
       }
@@ -152,24 +123,23 @@ final class Misuse {
    * The exit handler must not keep its class loader reachable. Another class loader can load the
    * same file only after the first one has been collected.
    */
-  static void reloadAfterExitHandler(String[] args) throws Exception {
+  void reloadAfterExitHandler() throws Exception {
     environment.close();
-    openAndClose(args);
-    for (int tries = 0;; ++tries) {
+    openAndClose();
+    for (int tries = 0; tries < 500; ++tries) {
       System.gc();
       Thread.sleep(10);
       try {
-        openAndClose(args);
-        break;
-      } catch (java.lang.reflect.InvocationTargetException e) {
-        if (tries == 500) throw new IllegalStateException(e.getCause());
+        openAndClose();
+        throw new NoSuchElementException("no class loader is left");
+      } catch (UnsatisfiedLinkError e) {
+        // The first class loader has not been collected yet.
       }
     }
-    throw new NoSuchElementException("no class loader is left");
   }
 
-  private static void openAndClose(String[] args) throws Exception {
-    try (URLClassLoader loader = loader(args); AutoCloseable opened = open(loader)) {
+  private void openAndClose() throws Exception {
+    try (URLClassLoader loader = loader(); AutoCloseable opened = open(loader)) {
       final Class<?> type = loader.loadClass(IExitEventHandler.class.getName());
       final Object handler =
           Proxy.newProxyInstance(loader, new Class<?>[] {type}, (proxy, method, arguments) -> null);
@@ -177,19 +147,19 @@ final class Misuse {
     }
   }
 
-  private static URLClassLoader loader(String[] args) throws Exception {
-    System.setProperty("oxli.library.path", args[2]);
-    return new URLClassLoader(new URL[] {Path.of(args[1]).toUri().toURL()},
-        ClassLoader.getPlatformClassLoader());
+  private URLClassLoader loader() throws Exception {
+    System.setProperty("oxli.library.path", elsewhere.toString());
+    return new URLClassLoader(
+        new URL[] {ChildVm.JAR.toUri().toURL()}, ClassLoader.getPlatformClassLoader());
   }
 
   private static AutoCloseable open(ClassLoader loader) throws Exception {
-    return (AutoCloseable) loader.loadClass(Environment.class.getName())
-        .getMethod("open", String.class).invoke(null, "");
+    final Class<?> type = loader.loadClass(Environment.class.getName());
+    return (AutoCloseable) invokeMethod(type.getMethod("open", String.class), null, "");
   }
 
   /** The preloaded library calls {@link #insidePost} and {@link #released}. */
-  static void closeMessageInsideItsPost(String[] args) {
+  void closeMessageInsideItsPost() {
     final List<Integer> received = new ArrayList<>();
     listen(message -> received.add(((DataMessage) message).getUserId()));
     final DataMessage message = publisher.newMessage("quote");
@@ -202,14 +172,14 @@ final class Misuse {
     publisher.post(message);
   }
 
-  static void closePublisherInsideItsPost(String[] args) {
+  void closePublisherInsideItsPost() {
     final DataMessage message = publisher.newMessage("quote");
     printsReleases = true;
     insidePost = () -> {
       System.out.println(environment.dump().contains("\" is inside a call\n"));
       publisher.close();
-      System.out.println(thrownBy(connection::close));
-      System.out.println(thrownBy(environment::close));
+      System.out.println(assertThrows(IllegalStateException.class, connection::close));
+      System.out.println(assertThrows(IllegalStateException.class, environment::close));
     };
     publisher.post(message);
     publisher.post(message);
@@ -225,28 +195,17 @@ final class Misuse {
     if (printsReleases) System.out.println("released");
   }
 
-  private static Exception thrownBy(Runnable call) {
-    try {
-      call.run();
-      return null;
-    } catch (IllegalStateException e) {
-      return e;
-    }
+  private static void postForeignAddress(Publisher publisher, String name) {
+    final Message message = publisher.newMessage(name);
+    writeForeignAddress(message);
+    publisher.post(message);
   }
 
   private static void writeForeignAddress(Message message) {
     message.getData().putInt(AFTER_N, 100).putLong(AFTER_N + Integer.BYTES, 0x12345000);
   }
 
-  private static void listen(Consumer<Message> consumer) {
-    connection.newListener("", (conn, lsn, message) -> {
-      if (message instanceof DataMessage) consumer.accept(message);
-      return 0;
-    }).open("");
-  }
-
-  @SuppressWarnings("unchecked")
-  private static <T extends Throwable> void throwAny(Throwable e) throws T {
-    throw (T) e;
+  private void listen(Consumer<AbstractDataMessage> consumer) {
+    listen("", onData(consumer));
   }
 }
