@@ -1,12 +1,14 @@
-// Preloaded into virtual machines of tests. Wraps functions of the gateway: ox_pub_post and
-// ox_pub_msgfree call static methods of Misuse before the gateway's function, and ox_pub_getscheme
-// makes the hints of a message named "endless" a circular list.
+// Natives of tests. Preloaded into a virtual machine, the library wraps functions of the gateway:
+// ox_pub_post and ox_pub_msgfree call static methods of Misuse before the gateway's function, and
+// ox_pub_getscheme makes the hints of a message named "endless" a circular list.
 #include <dlfcn.h>
 #include <jni.h>
 
 #include <cstring>
 
+#include "org_quendel_oxli_ExitEventTest.h"
 #include "oxli.h"
+#include "standin/control.h"
 
 namespace {
 
@@ -30,10 +32,7 @@ void callJava(const char* method) {
 // Returns the gateway's function of the name and type.
 template <class Function>
 Function gateway(const char* name, Function) {
-  void* const library = dlopen("liboxli.so", RTLD_NOW | RTLD_NOLOAD);
-  const auto found = reinterpret_cast<Function>(dlsym(library, name));
-  dlclose(library);
-  return found;
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
@@ -55,4 +54,8 @@ int ox_pub_getscheme(ox_publisher_t* pub, ox_scheme_desc_t** scheme) {
 int ox_pub_msgfree(ox_publisher_t* pub, ox_msg_t* msg) {
   callJava("released");
   return gateway(__func__, &ox_pub_msgfree)(pub, msg);
+}
+
+void Java_org_quendel_oxli_ExitEventTest_raiseExit(JNIEnv*, jclass) {
+  standin::raiseExit();
 }

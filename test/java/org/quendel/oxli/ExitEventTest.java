@@ -4,7 +4,7 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import java.lang.ref.WeakReference;
 import java.nio.file.*;
-import java.util.List;
+import java.util.*;
 import java.util.concurrent.*;
 import java.util.concurrent.atomic.AtomicBoolean;
 import org.junit.jupiter.api.Test;
@@ -13,29 +13,38 @@ import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 
 class ExitEventTest {
-  @TempDir Path directory;
+  private final List<Thread> called = new ArrayList<>();
 
-  private final List<Thread> called = new CopyOnWriteArrayList<>();
-  private final IExitEventHandler recorder = () -> called.add(Thread.currentThread());
+  static {
+    System.load(System.getProperty("oxli.test.post_hook"));
+  }
+
+  /** Raises the exit event on a new thread and waits for the handler. */
+  private static native void raiseExit();
 
   @Test
-  void onlyTheLastHandlerIsCalledAndMayThrow() throws Exception {
-    final String log = raise(() -> {
-      throw new LinkageError("thrown on purpose");
-    });
-    assertTrue(log.contains("error: exit event handler threw java.lang.LinkageError"), log);
-
-    raise(recorder, null);
-    assertEquals(List.of(), called);
-    try (Environment environment = Environment.open("")) {
-      environment.onExit(recorder);
+  void onlyTheLastHandlerIsCalledAndMayThrow(@TempDir Path directory) throws Exception {
+    final Path log = directory.resolve("log");
+    try (Environment environment = Environment.open("log=file:" + log)) {
+      environment.onExit(() -> {
+        throw new LinkageError("thrown on purpose");
+      });
+      raiseExit();
+      final String lines = Files.readString(log);
+      assertTrue(lines.contains("error: exit event handler threw java.lang.LinkageError"), lines);
+      environment.onExit(() -> called.add(Thread.currentThread()));
+      raiseExit();
+      called.get(0).join();
+      environment.onExit(null);
+      raiseExit();
+      environment.onExit(() -> called.add(null));
     }
-    raise((IExitEventHandler) null);
-    assertEquals(List.of(), called);
-    raise(() -> called.add(null), recorder);
+    try (Environment environment = Environment.open("")) {
+      raiseExit();
+      environment.onExit(null);
+      raiseExit();
+    }
     assertEquals(1, called.size());
-    assertNotSame(Thread.currentThread(), called.get(0));
-    called.get(0).join();
   }
 
   /** Another thread closes the environment, too; the gateway makes it wait for the handler. */
@@ -49,7 +58,7 @@ class ExitEventTest {
     environment.onExit(() -> {
       if (isFirst) environment.close();
       inHandler.countDown();
-      while (!isClosed.get() && !LifecycleTest.isIn(other, "env_close")) Thread.onSpinWait();
+      while (!isClosed.get() && !GatewayTest.isIn(other, "env_close")) Thread.onSpinWait();
       environment.close();
     });
     inHandler.await();
@@ -59,37 +68,12 @@ class ExitEventTest {
   }
 
   @Test
-  void closedEnvironmentDoesNotReferenceTheHandler() throws Exception {
-    final WeakReference<IExitEventHandler> handler = closeWithHandler();
-    while (handler.get() != null) System.gc();
-  }
-
-  private WeakReference<IExitEventHandler> closeWithHandler() {
+  void closedEnvironmentDoesNotReferenceTheHandler() {
+    final List<IExitEventHandler> handlers = new ArrayList<>(List.of(called::clear));
+    final WeakReference<IExitEventHandler> handler = new WeakReference<>(handlers.get(0));
     try (Environment environment = Environment.open("")) {
-      final IExitEventHandler handler = () -> called.add(null);
-      environment.onExit(handler);
-      return new WeakReference<>(handler);
+      environment.onExit(handlers.remove(0));
     }
-  }
-
-  /** Sets the handlers in turn, waits for the exit event, and returns the gateway's log. */
-  private String raise(IExitEventHandler... handlers) throws Exception {
-    for (int delay = 50;; delay *= 4) {
-      final Path log = Files.createTempFile(directory, "gateway", ".log");
-      called.clear();
-      try (Environment environment =
-          Environment.open("exit_after=" + delay + ";log=file:" + log)) {
-        for (IExitEventHandler handler : handlers) environment.onExit(handler);
-        final boolean isLate = Files.readString(log).contains("[ExitEvent]");
-        // The gateway discards an event that it raises before the first handler is set.
-        final long end = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(delay + 5000);
-        String lines;
-        do {
-          lines = Files.readString(log);
-          Thread.sleep(1);
-        } while (!lines.contains("After Invoke java onExitEvent") && System.nanoTime() < end);
-        if (!isLate && lines.contains("After Invoke java onExitEvent")) return lines;
-      }
-    }
+    while (handler.get() != null) System.gc();
   }
 }
