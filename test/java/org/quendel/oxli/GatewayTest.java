@@ -99,10 +99,9 @@ abstract class GatewayTest {
         ? List.of("close", "toString", "getType", "getScheme")
         : List.of("close", "toString", "dump");
     for (Method method : object.getClass().getMethods()) {
-      final boolean isOfApi =
-          method.getDeclaringClass().getName().matches("org\\.quendel\\.oxli\\.(messages\\.)?[A-Z].*");
-      if (!isOfApi || Modifier.isStatic(method.getModifiers())) continue;
-      if (harmless.contains(method.getName())) continue;
+      final String declaring = method.getDeclaringClass().getPackageName();
+      if (!declaring.matches("org.quendel.oxli(.messages)?")) continue;
+      if (Modifier.isStatic(method.getModifiers()) || harmless.contains(method.getName())) continue;
       final Object[] arguments =
           Stream.of(method.getParameterTypes()).map(ARGUMENTS::get).toArray();
       final Throwable thrown = assertThrows(InvocationTargetException.class,

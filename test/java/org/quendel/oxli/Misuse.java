@@ -35,8 +35,8 @@ final class Misuse extends GatewayTest {
   }
 
   /**
-   * Runs the program that the first argument names, and prints its exception. The second argument is
-   * a directory with a copy of the native library.
+   * Runs the program that the first argument names, and prints its exception. The second argument
+   * is a directory with a copy of the native library.
    */
   public static void main(String[] args) throws Exception {
     final Misuse misuse = new Misuse(Path.of(args[1]));
