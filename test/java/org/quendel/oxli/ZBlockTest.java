@@ -4,6 +4,7 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import java.lang.ref.WeakReference;
 import java.nio.ByteBuffer;
+import java.nio.charset.StandardCharsets;
 import java.util.*;
 import java.util.concurrent.*;
 import java.util.concurrent.atomic.AtomicBoolean;
@@ -22,9 +23,7 @@ class ZBlockTest extends GatewayTest {
   }
 
   private static String text(ByteBuffer bytes) {
-    final byte[] text = new byte[bytes.remaining()];
-    bytes.duplicate().get(text);
-    return new String(text);
+    return StandardCharsets.UTF_8.decode(bytes.duplicate()).toString();
   }
 
   private static WeakReference<ByteBuffer> rebind(ZBlock block, String text) {
