@@ -18,6 +18,7 @@ final class ChildVm {
 
   private final ProcessBuilder builder = new ProcessBuilder(
       Path.of(System.getProperty("java.home"), "bin", "java").toString(), "-Xcheck:jni");
+  /** The environment variables of the virtual machine. */
   final Map<String, String> environment = builder.environment();
 
   ChildVm(String... options) {

@@ -140,8 +140,9 @@ class DumpTest extends GatewayTest {
   /** Returns the lines of the gateway's log that mention a close. */
   private List<String> log(String option, String... left) throws Exception {
     assertEquals("", run(option, left));
-    return Files.lines(directory.resolve("log")).filter(line -> line.contains("close"))
-        .map(DumpTest::withoutAges).collect(Collectors.toList());
+    return Files.readAllLines(directory.resolve("log")).stream()
+        .filter(line -> line.contains("close")).map(DumpTest::withoutAges)
+        .collect(Collectors.toList());
   }
 
   private String run(String option, String... left) throws Exception {
