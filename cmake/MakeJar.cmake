@@ -1,4 +1,5 @@
-# Makes the jar JAR from the files in FOLDERS, a list, whose names match PATTERN. See OxliJar.cmake.
+# Makes the jar JAR from the files that match PATTERN in the folders of the list FOLDERS. See
+# OxliJar.cmake.
 set(arguments "")
 foreach(folder IN LISTS FOLDERS)
   file(GLOB_RECURSE files RELATIVE "${folder}" "${folder}/${PATTERN}")

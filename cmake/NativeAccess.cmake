@@ -1,5 +1,5 @@
-# Lists the classes, constructors and methods that native code looks up by name, in the file JSON
-# for GraalVM and in the file RULES for shrinkers. Reads them from the rows of the class cache in
+# Writes lists of the classes, constructors and methods that native code looks up by name: the file
+# JSON for GraalVM, and the file RULES for shrinkers. Reads them from the rows of the class cache in
 # the source CLASS_CACHE, and from the lookups of the natives in the source PASSTHROUGH, which do
 # not use the class cache. JNI finds inherited methods, but both files must name the class that
 # declares a method: the program JAVAP finds it in CLASSES, the folder of the compiled classes.
@@ -93,8 +93,8 @@ function(declaring_class variable class name descriptor)
   set(${variable} "${declares}" PARENT_SCOPE)
 endfunction()
 
-# add_entry(<class> <property> [<entry>]): adds the class, and the entry to its property, unless
-# they are there already.
+# add_entry(<class> <property> [<entry>]): adds the class to the list of classes, and the entry to
+# the property of the class unless the property has it.
 function(add_entry class property)
   set_property(GLOBAL APPEND PROPERTY classes ${class})
   get_property(known GLOBAL PROPERTY ${class}_${property})

@@ -6,8 +6,8 @@
 using oxli::fuzz::require;
 using oxutils::Base64;
 
-// Decodes the input, encodes it and decodes the encoding again. Buffers have exactly the size that
-// the codec returns, so that the sanitizer notices every access past their ends.
+// Decodes the input; then encodes the input and decodes the encoding. Buffers have exactly the size
+// that the codec returns, so that the sanitizer notices every access past their ends.
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const char* const input = reinterpret_cast<const char*>(bytes);
 

@@ -15,7 +15,8 @@ using standin::Scheme;
 
 constexpr std::size_t kMaxFields = 4096;  // includes the fields of nested messages
 
-// Receives what is only read to check that it is readable: the compiler must not omit the read.
+// Stores values that are read only to check that their memory is readable. Volatile, so that the
+// compiler does not omit the reads.
 volatile std::size_t sink;
 
 void requireString(const char* string) {
@@ -72,7 +73,8 @@ class Walker {
   }
 
  private:
-  // Returns the number of fields of the nested message, which precedes the message in the list.
+  // Checks the field. Returns the number of fields of its nested message and of the messages nested
+  // in that, or 0. A nested message precedes in the list the messages that contain it.
   std::size_t field(const ox_field_desc_t& field) const {
     requireString(field.desc);
     const standin::Type type = standin::typeOf(field.type).value_or(standin::Type{});

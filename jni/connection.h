@@ -13,7 +13,7 @@
 namespace oxli::jni {
 
 // Binds a gateway connection to its Java `Connection`; the Java handle is the address of this
-// record. Does not own the gateway connection. The listener records of the connection pin it.
+// record. Does not own the gateway connection. The records of its listeners pin this record.
 struct ConnData final : PinnedRecord {
   GatewayCalls* calls() noexcept override { return &callsInProgress; }
 
@@ -22,7 +22,7 @@ struct ConnData final : PinnedRecord {
 
   ox_conn_t* conn = nullptr;
   GlobalRef jconn;
-  bool retired = false;  // guarded by connMutex
+  bool retired = false;  // used under connMutex once other threads can find the record
   GatewayCalls callsInProgress;
 
   static Registry<ox_conn_t, ConnData> sConnDataMap GUARDED_BY(JEnv::spInstance->connMutex);

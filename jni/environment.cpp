@@ -97,7 +97,8 @@ void deliverExitEvent(const ExitEventData& data) {
     ox_log_error("[ExitEvent]: Can't get java environment.");
     return;
   }
-  // The class cache is read before the log calls, because another thread may delete it meanwhile.
+  // Reads the method before the log call below, during which another thread may delete the class
+  // cache.
   const JEnv* const classes = JEnv::spInstance;
   const jmethodID onExitEvent = classes ? classes->exitEventSubscriber.onExitEvent : nullptr;
   if (!onExitEvent || !data.handler.get()) {

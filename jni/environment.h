@@ -9,10 +9,10 @@
 
 namespace oxli::jni {
 
-// Receives the exit event; its address is the gateway's callback data. The first registration
-// creates the only object. It lives until the library is unloaded, because an event may arrive
-// after the environment is closed. Not locked: registering must not overlap the delivery of an
-// event.
+// Stores the Java handler of the exit event. The address of this object is the gateway's callback
+// data. The first registration creates the only object. It exists until the library is unloaded,
+// because an event may arrive after the environment is closed. Not locked: registering must not
+// overlap the delivery of an event.
 struct ExitEventData {
   GlobalRef handler;     // the Java IExitEventHandler, or null
   JavaVM* vm = nullptr;  // the virtual machine of the latest registration

@@ -72,7 +72,8 @@ bool fetchScheme(JNIEnv* env, const JEnv& classes, ListenerData& record) {
 }
 
 // Fills the Java object of a message and returns it. `complete` is false if filling fails; `object`
-// is null if the scheme cannot be fetched. REQUIRES: no exception is pending.
+// is null if the Java `Scheme` cannot be fetched or the object cannot be made. If the gateway
+// returns no scheme description, fills the object without it. REQUIRES: no exception is pending.
 CachedMessage fetchMessage(JNIEnv* env, const JEnv& classes, ListenerData& record,
                            ox_listener_t* lsn, ox_msg_t* msg) {
   ox_scheme_desc_t* scheme = nullptr;
@@ -182,8 +183,8 @@ jint destroyListener(JNIEnv* env, JEnv& classes, ListenerData& record) {
   ox_listener_t* const lsn = record.lsn;
   const GatewayCall call(record, env);
   const jint result = ox_lsn_destroy(lsn);
-  // If a callback has already destroyed the listener, the gateway may have assigned its handle to
-  // another listener. The registry entry then belongs to that listener.
+  // If a callback has already destroyed the listener, another listener may have the same address.
+  // The registry entry then belongs to that listener.
   if (record.retired) return result;
   const bool hadEntry = remove(ListenerData::sLsnMap, lsn) != nullptr;
   if (hadEntry || record.registered) record.retire(env);

@@ -16,8 +16,9 @@
 
 namespace oxli::jni {
 
-// Binds a gateway listener to its Java `Listener`; the Java handle is the address of this record,
-// and so is the gateway's callback data. Does not own the gateway listener.
+// Binds a gateway listener to its Java `Listener`; the Java handle is the address of this record.
+// For a listener that Java code makes, the same address is the gateway's callback data. Does not
+// own the gateway listener.
 //
 // The references and the message cache are not locked: the gateway delivers to a listener on one
 // thread at a time, and the listener is not opened, closed or destroyed on another thread
@@ -31,8 +32,9 @@ struct ListenerData final : PinnedRecord {
   // Sets and pins the record of the connection, which may be null. Call once.
   void setConnection(ConnData* connection);
 
-  // Releases every reference immediately, and the owner's pin as soon as no gateway call on the
-  // connection is in progress: the gateway may still deliver until then.
+  // Releases every reference immediately. Releases the owner's pin as soon as no gateway call on
+  // the connection or its listeners is in progress, because the gateway may deliver to this record
+  // until then; immediately if there is no connection.
   // REQUIRES: no registry entry refers to this record.
   void retire(JNIEnv* env);
 
@@ -40,12 +42,13 @@ struct ListenerData final : PinnedRecord {
   GlobalRef jsubscriber;  // null for a wrapped listener
   GlobalRef jconn;        // null for a wrapped listener
   GlobalRef jlsn;
-  // The Java `Scheme`, fetched for the first data message of each opening; null before.
+  // The Java `Scheme`. Null before the first data message of each opening by Java code; a wrapped
+  // listener, which native code opens, retains its first one.
   GlobalRef jscheme;
   MessageCache cache;
   ConnData* connData = nullptr;
-  // Whether the record has been registered. A record that lsn_new could not register is never
-  // freed, because the gateway may still use it as callback data.
+  // Whether the record has been registered. If lsn_new cannot store the handle, it neither
+  // registers nor frees the record, because the gateway may still use it as callback data.
   bool registered = false;
   std::atomic<bool> retired{false};
 

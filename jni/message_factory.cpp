@@ -72,7 +72,7 @@ Constructor dataConstructor(const JEnv& classes, std::uint32_t type) {
   }
 }
 
-// Returns the low 32 bits of an index, which Java receives.
+// Returns what Java receives as an index: its low 32 bits.
 jint javaIndex(std::uint64_t index) {
   return static_cast<jint>(index);
 }

@@ -24,9 +24,10 @@ class MessageFactory {
   static constexpr char kNewMessage[] = "CreateMessage new object";
   static constexpr char kNewDataMessage[] = "CreateDataMessage new object";
 
-  // Returns a new object of the class of a service type, or a plain `Message` for any other type;
-  // null if it cannot be made. The object receives the addresses of record and scheme description
-  // only: call Apply next.
+  // Returns a new object for a record that is no data message, stream data or parse error: of the
+  // class of its type, or a plain `Message` if the type has no class. Returns null if the object
+  // cannot be made. The object receives the addresses of record and scheme description only: call
+  // Apply next.
   static jobject CreateMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme);
 
   // Returns a new object for a data message, stream data or a parse error, like CreateMessage.
@@ -34,8 +35,9 @@ class MessageFactory {
   static jobject CreateDataMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme,
                                    jobject jscheme);
 
-  // Fills an object from the whole record. Returns false at the first failed step; the fields set
-  // before it remain set.
+  // Fills an object from the record, except that the reference message of a data message or parse
+  // error becomes null. Returns false at the first failed step; the fields set before it remain
+  // set.
   [[nodiscard]] static bool Apply(JNIEnv* env, jobject message, ox_msg_t* msg);
 
   // Fills an object from a later record with the same data key. Leaves index, id, name and

@@ -111,7 +111,8 @@ void restoreFields(JNIEnv* env, ox_msg_t* msg, const SavedMsgFields& saved) {
   }
 }
 
-// Replaces fields of a record by those of its Java message for the scope of one gateway call.
+// Replaces fields of a record by those of its Java message. At the end of the scope, restores the
+// pointers, but not user ids and the revision.
 class ReplacedFields {
  public:
   ReplacedFields(JNIEnv* env, const JEnv& classes, ox_msg_t* msg, jobject message)
@@ -178,7 +179,7 @@ jobject createMessage(JNIEnv* env, ox_msg_t* msg, ox_scheme_desc_t* scheme, jobj
   switch (msg->type) {
     case OX_MSG_DATA:
     case OX_MSG_STREAM_DATA:
-    // Apply calls methods of DataMessage for a parse error, which a plain `Message` does not have.
+    // For a parse error, Apply calls methods that DataMessage has and a plain `Message` has not.
     case OX_MSG_PARSEERR:
       if (reportIfPending(env, MessageFactory::kNewDataMessage)) return nullptr;
       return MessageFactory::CreateDataMessage(env, msg, scheme, jscheme);
@@ -257,7 +258,7 @@ jbyteArray dumpMessage(JNIEnv* env, const JEnv& classes, jobject message, jlong 
     const ReplacedFields replaced(env, classes, msg, message);
     if (replaced.refusal() || !dumpRecord(msg, argument, dump)) return nullptr;
   }
-  // Replacing the fields may have left an exception; its line is written.
+  // Replacing the fields may have left an exception, whose line has already been written.
   if (exceptionPending(env)) return nullptr;
   const auto length = static_cast<jsize>(dump.size());
   const jbyteArray bytes = env->NewByteArray(length);

@@ -5,10 +5,12 @@
 // Threads: a thread that calls a function with an `env` must be attached to the virtual machine,
 // and `env` must be its own JNIEnv. The callbacks may be called on any thread.
 // Environment: while it is closed, functions that return an object return null, ListenerCB returns
-// OX_ERR_INTERNAL, restoreMsgFields works as usual, and the others do nothing.
+// OX_ERR_INTERNAL, restoreMsgFields works as usual, ExitEventCB does not call the handler, and the
+// others do nothing.
 // Exceptions: if a Java exception is pending on entry, the first Java step counts as failed. A
 // failed step leaves its exception pending and writes one line on standard error, "JNI Exception
-// at" and the name of the step, unless the comment of the function differs.
+// at" and the name of the step, unless the comment of the function states otherwise. Scheme
+// conversion may write further lines for the enclosing descriptions.
 // Unwinding: no C++ exception leaves these functions, and no callback may throw one into them.
 // Cancelling a thread (pthread_cancel) or ending it (pthread_exit) inside one of them, or in a
 // callback of one, aborts the process.
@@ -31,7 +33,7 @@ extern "C" {
 JNIEXPORT jobject oxjni_conn_wrap(JNIEnv* env, ox_conn_t* conn);
 
 // Releases the registered binding of a wrapped connection, if there is one. Its Java object must
-// not be used afterwards. Only Java code releases a connection that Java code made.
+// not be used afterwards. Do not call this function for a connection that Java code has made.
 JNIEXPORT void oxjni_conn_unwrap(JNIEnv* env, ox_conn_t* conn);
 
 // Binds a listener, which the caller has made with a callback of its own, to a new Java `Listener`.
@@ -45,14 +47,14 @@ JNIEXPORT jobject oxjni_lsn_wrap(JNIEnv* env, ox_conn_t* conn, ox_listener_t* ls
 // be used afterwards. Call it before the listener is destroyed, and outside its callbacks.
 JNIEXPORT void oxjni_lsn_unwrap(JNIEnv* env, ox_listener_t* lsn);
 
-// Returns the Java message object for the kind of `msg`, filled from it. Returns null if it cannot
-// be made or filled; if a Java exception is pending then, it may return a partly filled object
-// instead. The binding owns the object until the listener is opened again, destroyed or unwrapped,
-// and fills it anew for the next message of the same kind. Call it from the callback of the
+// Returns the Java message object for the kind of `msg`, filled from it. Returns null if the object
+// cannot be made or filled; if a Java exception is pending then, this function may return a partly
+// filled object instead. The binding owns the object until oxjni_lsn_unwrap; the next message of
+// the same kind is filled into the same object. Call this function from the callback of the
 // listener, on one thread at a time. Any Java thread may use the object. Unlike with listeners made
-// in Java, no check refuses its use after the callback has returned, when `msg` may be freed.
-// Returns null without a line if an exception is pending on entry, or if the listener has been
-// destroyed or unwrapped.
+// in Java, no check refuses the use of the object after the callback has returned, when `msg` may
+// be freed. Returns null without a line if an exception is pending on entry. `record` must not be
+// used after oxjni_lsn_unwrap, which may free it.
 JNIEXPORT jobject oxjni_lsn_cacheget(JNIEnv* env, ox_listener_t* lsn, ox_msg_t* msg, void* record);
 
 // Binds a publisher to a new Java `Publisher`, like oxjni_conn_wrap. If the publisher is bound
@@ -65,9 +67,9 @@ JNIEXPORT void oxjni_pub_unwrap(JNIEnv* env, ox_publisher_t* pub);
 // and returns its result. `data` is the binding of the listener. Makes no Java call and returns
 // OX_ERR_INTERNAL if the listener has been destroyed, if no thread is inside a gateway call on the
 // listener or its connection, if the calling thread is not attached to the virtual machine, or if
-// an exception is pending. If a Java step or the subscriber fails, returns OX_ERR_INTERNAL with the
-// exception pending. Writes no line for an exception that is pending on entry or that the
-// subscriber throws.
+// an exception is pending. If a Java step or the subscriber fails, returns OX_ERR_INTERNAL; the
+// exception, if there is one, stays pending. Writes no line for an exception that is pending on
+// entry or that the subscriber throws.
 JNIEXPORT int ListenerCB(ox_conn_t* conn, ox_listener_t* lsn, ox_msg_t* msg, void* data);
 
 // The gateway callback of the exit event: calls `onExitEvent` of the registered handler, unless an
@@ -79,9 +81,9 @@ JNIEXPORT void ExitEventCB(void* data);
 // Scheme conversion: makes Java objects from scheme descriptions, which must not change meanwhile.
 // Everything made is a local reference of the caller's frame; buffers are views of the gateway's
 // memory. A null string becomes a null Java string. The conversion fails, without an exception, if
-// a message contains itself or is nested more than 256 levels deep, if a list of hints is circular,
-// or if a value has more than 2^31 - 1 bytes. If `env`, `desc`, `scheme` or `out` is null, a
-// function does nothing or returns null.
+// messages are nested more than 256 deep, the outermost one included, if a message contains itself,
+// if a list of hints is circular, or if a value has more than 2^31 - 1 bytes. If `env`, `desc`,
+// `scheme` or `out` is null, a function does nothing or returns null.
 
 // Fills a Java `Scheme`.
 JNIEXPORT void createScheme(JNIEnv* env, const ox_scheme_desc_t* desc, jobject scheme);
@@ -122,9 +124,9 @@ typedef struct SavedMsgFields {
 } SavedMsgFields;
 
 // Copies the fields of a Java message into its record: user id, address and reference message of a
-// data message; revision, user id and null map of stream data. After a failed step, copies no
-// further field. Call restoreMsgFields in any case, on the same thread and before the caller's
-// native returns.
+// data message; revision, user id and null map of stream data. A null address, reference message or
+// null map leaves that of the record unchanged. After a failed step, copies no further field. Call
+// restoreMsgFields in any case, on the same thread and before the caller's native returns.
 JNIEXPORT void replaceMsgFields(JNIEnv* env, ox_msg_t* msg, jobject message, SavedMsgFields* saved);
 
 // Restores the replaced pointers and releases the acquired memory. Does not restore user ids and

@@ -1,5 +1,6 @@
-// Natives that call one gateway function each, for strings, logging and decimals, and
-// `scheme_getstr`. They have no state and also work while the environment is closed.
+// Implements the natives for strings, logging and decimals, which call one gateway function each,
+// and `scheme_getstr`, which always throws. They have no state and also work while the environment
+// is closed.
 #include <cstddef>
 #include <cstdint>
 #include <string>

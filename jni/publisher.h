@@ -12,7 +12,7 @@
 namespace oxli::jni {
 
 // Keeps the Java `Publisher` of a gateway publisher reachable while it is registered. The Java
-// handle is the address of the gateway publisher, not of this record, which no native needs.
+// handle is the address of the gateway publisher, not of this record.
 struct PublisherData {
   // Releases the reference and deletes the record. REQUIRES: no registry entry refers to it.
   void retire(JNIEnv* env);

@@ -16,7 +16,7 @@ namespace {
 // The maximum depth of nested messages, the outermost one included. Limits the stack that a
 // conversion uses.
 constexpr int kMaxDepth = 256;
-// The maximum number of nodes of a hint list, whose array has two elements for each.
+// A list of hints with this many nodes is refused: its array has two elements for each node.
 constexpr jsize kMaxHints = std::numeric_limits<jsize>::max() / 2;
 
 struct FieldClasses {
@@ -47,8 +47,9 @@ jlong integerValue(const ox_field_desc_t& field, const ox_field_value_desc_t& va
 }
 
 // Converts a scheme description, or a part of one, to Java objects. After a failed step no further
-// step runs, and the next check that names a step writes the line. The local references that are
-// made live until the native returns.
+// step runs. The next check that names a step writes the line, and checks for the enclosing
+// descriptions may write further lines. The local references of the conversion are valid until the
+// calling native returns.
 class Conversion {
  public:
   Conversion(JNIEnv* env, const JEnv& classes) : env_(env), classes_(classes) {
@@ -247,8 +248,9 @@ void Conversion::convertScheme(const ox_scheme_desc_t& desc, jobject scheme) {
   static_cast<void>(reportIfFailed("set messages descs"));
 }
 
-// Fills the Java `Scheme`. Returns OX_ERR_OK even if the conversion fails. A failure writes a line,
-// and leaves an exception pending unless it is an exceeded limit.
+// Fills the Java `Scheme`. Returns OX_ERR_INTERNAL if `desc` is null, otherwise OX_ERR_OK, even if
+// the conversion fails. A failure writes one or more lines. It leaves an exception pending, unless
+// a limit is exceeded or a list of hints is circular.
 jint fillScheme(JNIEnv* env, const JEnv& classes, const ox_scheme_desc_t* desc, jobject scheme) {
   if (!desc) return OX_ERR_INTERNAL;
   Conversion(env, classes).convertScheme(*desc, scheme);

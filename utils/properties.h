@@ -43,9 +43,9 @@ class OXUTILS_API Properties : public std::map<std::string, std::string>, public
 
   // Adds the pairs of `settings`, replacing the values of keys that exist. Returns false if the
   // string is malformed; well-formed pairs before and after a fault are added even then. A token
-  // without "=" becomes the beginning of the next key: "a;b=1;c=2" adds `ab` and `c`. `lastError`
-  // then contains the whole string, and the key and value that were not stored, if there are any.
-  // Throws std::bad_alloc if memory runs out.
+  // without "=" becomes the beginning of the next key: "a;b=1;c=2" adds `ab` and `c`. After a
+  // failure, `lastError` contains the key and value that were not stored, if there are any, and
+  // the string; it is cut after 16383 bytes. Throws std::bad_alloc if memory runs out.
   bool parse(const std::string& settings);
 
   bool has(const std::string& key) const override;

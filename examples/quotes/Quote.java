@@ -16,7 +16,7 @@ final class Quote {
   final BigDecimal bid;
   final BigDecimal ask;
   final Long volume; // null if unknown
-  final String tick; // how the bid differs from the instrument's bid before
+  final String tick; // whether the bid is below, equal to or above the instrument's previous bid
 
   Quote(String instrument, BigDecimal bid, BigDecimal ask, Long volume, String tick) {
     this.instrument = instrument;

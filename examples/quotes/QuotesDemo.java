@@ -14,8 +14,8 @@ import org.quendel.oxli.messages.OpenMessage;
 import org.quendel.oxli.messages.ZrReplOnlineMessage;
 
 /**
- * Publishes a file of quotes on a stream, receives each of them, and prints the last ones. With the
- * address of a server, one program may publish and another one receive.
+ * Publishes a file of quotes on a stream, receives them, and prints the last quote of each
+ * instrument. With the address of a server, one program may publish and another one receive.
  */
 public final class QuotesDemo {
   private static final long MAX_SILENCE = TimeUnit.SECONDS.toNanos(60);
@@ -58,7 +58,7 @@ public final class QuotesDemo {
         }
       }
     }
-    // A server has everything when this returns.
+    // When shut returns, the server, if there is one, has acknowledged every quote.
     publisher.shut();
     return start;
   }

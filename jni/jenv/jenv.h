@@ -24,7 +24,8 @@ struct JEnv {
   JEnv& operator=(const JEnv&) = delete;
 
   // Fills every block. At the first class or method that is missing, names it on standard error and
-  // returns false, with the exception of the lookup pending. REQUIRES: the blocks are empty.
+  // returns false; the exception that the lookup has thrown is pending. REQUIRES: the blocks are
+  // empty.
   [[nodiscard]] bool init(JNIEnv* env);
   // Deletes the references of all blocks. Legal with an exception pending.
   void done(JNIEnv* env);

@@ -1,7 +1,8 @@
 // Each class locks one registry for a scope. The mutexes are recursive, because a subscriber that
 // runs inside a native with a locked registry may call natives that lock it again. Lock order:
-// lsnMutex before connMutex. Both stay locked during gateway calls, so callbacks may acquire
-// further locks.
+// lsnMutex before connMutex. A mutex stays locked during the gateway calls that make, open, close
+// or destroy a connection or listener. Their callbacks may lock the other mutex against this order,
+// so the Java class GatewayLock runs these natives one at a time.
 #ifndef OXLI_JNI_JENV_LOCKS_H
 #define OXLI_JNI_JENV_LOCKS_H
 

@@ -7,11 +7,10 @@ import java.util.regex.Pattern;
 import java.util.stream.*;
 
 /**
- * Prints the lookups of a table, one on each line: CLASS, or CLASS NAME(TYPES) with the class that
- * declares the method. Reads standard input: a table for GraalVM or for shrinkers, whose classes
- * declare their methods; with the argument {@code lookups}, lines CLASS, or CLASS NAME DESCRIPTOR,
- * as native code has them, whose classes may inherit their methods. Fails if a class, or the method
- * of a descriptor, does not exist.
+ * Prints lookups, one on each line: CLASS, or CLASS NAME(TYPES), where CLASS declares the method.
+ * Reads a table for GraalVM or for shrinkers from standard input. With the argument {@code
+ * lookups}, reads the lines of native code instead: CLASS, or CLASS NAME DESCRIPTOR, where CLASS
+ * may also inherit the method. Fails if a class, or the method of a descriptor, does not exist.
  */
 final class Lookups {
   // Of lines without quotes.

@@ -86,7 +86,7 @@ void PrivateServer::start() {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   for (;;) {
     const std::string reply = command("PING");
-    // One that needs a password answers as well.
+    // A server that requires a password replies NOAUTH.
     if (reply == "+PONG\r\n" || reply.rfind("-NOAUTH", 0) == 0) return;
     if (std::chrono::steady_clock::now() > deadline || waitpid(process_, nullptr, WNOHANG) != 0) {
       throw std::runtime_error("the server does not answer");

@@ -1,4 +1,4 @@
-// A Redis or Valkey server of a test's own.
+// Runs a Redis or Valkey server for a test.
 #ifndef OXLI_TEST_SUPPORT_PRIVATE_SERVER_H
 #define OXLI_TEST_SUPPORT_PRIVATE_SERVER_H
 
@@ -9,8 +9,9 @@
 
 namespace oxli::test {
 
-// On a free port of 127.0.0.1, in a folder of its own. The server ends with the object, and also
-// with the process, however that ends.
+// Runs a server on a free port of 127.0.0.1, in a new folder. The destructor kills the server and
+// deletes the folder. The kernel also kills the server when the thread that started it ends, so no
+// server remains after the process.
 class PrivateServer {
  public:
   // Starts the server with these options, and waits until it answers. Throws a std::runtime_error
@@ -25,8 +26,10 @@ class PrivateServer {
   const std::string& folder() const { return folder_; }
   pid_t process() const { return process_; }
   void signal(int number) const;
-  void kill();   // with SIGKILL, and waits
-  void start();  // again, with the same port and folder
+  // Kills the server with SIGKILL and waits until it has ended.
+  void kill();
+  // Starts the server again after kill(), with the same port and folder.
+  void start();
   // Sends a command, whose arguments are separated by spaces, and returns the beginning of the
   // reply.
   std::string command(const std::string& line) const;
@@ -38,9 +41,10 @@ class PrivateServer {
   std::vector<std::string> options_;
 };
 
-// Runs a program whose first part is its path. It is killed when this process ends.
+// Starts a program: the first string is its path, the others are its arguments. Returns its process
+// id. The kernel kills it when the calling thread ends.
 pid_t startProcess(const std::vector<std::string>& program);
-// Waits for such a process. Returns its exit status, or -1 after a signal.
+// Waits until a process of startProcess has ended. Returns its exit status, or -1 after a signal.
 int endOf(pid_t process);
 
 }  // namespace oxli::test

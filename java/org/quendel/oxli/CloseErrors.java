@@ -20,7 +20,8 @@ final class CloseErrors {
   }
 
   /**
-   * Throws the first exception collected, with the later ones suppressed. Returns if there is none.
+   * Throws the first exception collected, to which the later ones are added as suppressed
+   * exceptions. Returns if there is none.
    */
   void throwFirst() {
     if (first != null) CloseErrors.<RuntimeException>throwUndeclared(first);

@@ -8,9 +8,9 @@ import org.quendel.oxli.impl.Results;
 /**
  * Receives the exit event from native code and passes it to the application's handler.
  *
- * <p>Native code does not synchronise a registration with an event that is being delivered. This
- * object is therefore registered once for an open environment, with the first handler, and
- * unregistered after the gateway has closed its environment, because it raises no event then.
+ * <p>Native code does not synchronise a registration with an event that is being delivered.
+ * Therefore this object is registered once for each environment, when the first handler is set. It
+ * is unregistered after the gateway has closed the environment: the gateway raises no event then.
  */
 final class ExitEvents implements IExitEventHandler {
   private static final ExitEvents INSTANCE = new ExitEvents();

@@ -27,8 +27,8 @@ import org.quendel.oxli.messages.StreamDataMessage;
  *
  * <p>The methods that apply depend on the type: {@code i...} and {@code u...} of 1, 2, 4 or 8 bytes
  * are integers, {@code c...} is a string of fixed size, {@code d} a decimal, {@code z} a z-block; a
- * field whose {@link #getMessage} is not null is a nested message. Every method that takes a
- * message throws
+ * field whose {@link #getMessage} is not null is a nested message. Every method that reads or
+ * writes a payload throws
  *
  * <ul>
  *   <li>{@link IllegalArgumentException} if the field is of another type,
@@ -42,8 +42,8 @@ import org.quendel.oxli.messages.StreamDataMessage;
  * description. Use a field only with messages of the opening that its scheme belongs to: the layout
  * may differ in the next opening.
  *
- * <p>Native code makes the objects of this class. They are immutable after their scheme is filled;
- * until then, the position in the null map is set.
+ * <p>Native code makes the objects of this class. Their position in the null map is set while their
+ * scheme is filled; after that, they are immutable.
  */
 public final class FieldDesc {
   static final int NO_POSITION = -1;
@@ -54,7 +54,7 @@ public final class FieldDesc {
     DECIMAL("a decimal"),
     ZBLOCK("a z-block"),
     NESTED("a nested message"),
-    OTHER("of a known type");
+    OTHER(null); // no method requires it, so its label is not printed
 
     private final String label;
 
@@ -296,8 +296,9 @@ public final class FieldDesc {
    * Writes a decimal: the unscaled value as 8 bytes, then the scale as one byte. The gateway has no
    * function that encodes decimals, so this method lets the gateway decode the bytes as a check.
    *
-   * @throws IllegalArgumentException also if the gateway does not decode the same value and scale;
-   *     the field is unchanged then
+   * @throws IllegalArgumentException also if the value does not have this form, if the field has
+   *     another size, or if the gateway does not decode the same value and scale; the field is
+   *     unchanged then
    */
   public void setDecimal(Message to, BigDecimal decimal) {
     if (!NumberCodec.writeDecimal(writable(to, Kind.DECIMAL), offset, size, decimal)) {
@@ -334,7 +335,8 @@ public final class FieldDesc {
    *     send or is closed, or the description of the message is ambiguous; see {@link
    *     AbstractDataMessage#getDesc}
    * @throws NoSuchElementException if the description of the message is not known
-   * @throws OxliException if the field contains no address, or a size of more than 2^31 - 1 bytes
+   * @throws OxliException if the field contains a size other than 0 and no address, or a size of
+   *     more than 2^31 - 1 bytes
    */
   public void getZBlock(Message from, ZBlock block) {
     block.receive(from, zblockPayload(from), this);
@@ -344,7 +346,8 @@ public final class FieldDesc {
    * Makes the field of an outgoing message refer to the z-block's bytes. A post sends the content
    * that the memory has at the time of the post. The message keeps the memory alive until the field
    * is set again or the message is closed. A later {@link ZBlock#rebind} or close of the z-block
-   * does not change the message. A post throws if anything but this method has written the field.
+   * does not change the message. A post throws if the field is not empty and anything but this
+   * method has written it.
    *
    * @throws IllegalArgumentException also if the message's own description has no z-block there
    * @throws IllegalStateException also if the message is not outgoing, or the z-block was made to
@@ -377,7 +380,7 @@ public final class FieldDesc {
     row.setNull(requirePosition(), isNull);
   }
 
-  /** Returns the name and the type. */
+  /** Returns "field", the name and, in parentheses, the type. */
   @Override
   public String toString() {
     return "field " + name + " (" + type + ')';

@@ -27,8 +27,8 @@ public final class FieldValueDesc {
   }
 
   /**
-   * Returns the bytes that the field has in a payload, or null: a new buffer, read-only and
-   * little-endian.
+   * Returns the bytes of this value in a payload, or null if it has none: a new buffer, read-only
+   * and little-endian.
    */
   public ByteBuffer getValue() {
     return Descriptions.viewOf(value);
@@ -42,7 +42,7 @@ public final class FieldValueDesc {
     return intValue;
   }
 
-  /** Returns the name and the value. */
+  /** Returns "value", the name and {@link #getIntValue}. */
   @Override
   public String toString() {
     return "value " + name + " = " + intValue;

@@ -40,7 +40,7 @@ public final class IndexDesc {
     return fields;
   }
 
-  /** Returns the name. */
+  /** Returns "index" and the name. */
   @Override
   public String toString() {
     return "index " + name;

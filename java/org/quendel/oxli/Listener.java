@@ -155,7 +155,7 @@ public class Listener implements AutoCloseable {
    * The first call of an opening waits for a {@link Connection#process} in progress. Native code
    * calls this method when it delivers the first data message of an opening.
    *
-   * @throws OxliException if the gateway has none
+   * @throws OxliException if the gateway has no scheme, or if the scheme exceeds a limit
    */
   public Scheme getScheme() {
     final Scheme known = scheme;

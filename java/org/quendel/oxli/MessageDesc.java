@@ -117,7 +117,7 @@ public final class MessageDesc {
     return Descriptions.get(indicesByName, indexName, this, "index");
   }
 
-  /** Returns the name. */
+  /** Returns "message" and the name. */
   @Override
   public String toString() {
     return "message " + name;

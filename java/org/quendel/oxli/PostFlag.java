@@ -10,7 +10,7 @@ public final class PostFlag {
    * listeners of its connection receive a {@link org.quendel.oxli.messages.ZrMqTimeOutMessage}.
    */
   public static final int REPLY_WANTED = 1;
-  /** Deletes the rows of the message's table that are older than the message's revision. */
+  /** Deletes the rows of the message's table whose revisions are smaller than the message's. */
   public static final int CLEAR_DELETED = 2;
 
   private PostFlag() {}

@@ -238,17 +238,18 @@ public final class Publisher implements AutoCloseable {
    * Posts a message: an outgoing message of this publisher, any number of times, or a delivered
    * message inside {@code onMessage}.
    *
-   * <p>If this method throws, the message may have been posted: if there is not enough memory to
-   * pass the address, the message that it refers to, or the null map, the message is posted without
-   * that field and without those after it in this list, and the exception is thrown afterwards.
+   * <p>If this method throws, the message may have been posted. If memory is missing for the
+   * address, for the reference to another message, or for the null map, the message is posted
+   * without this field and without those after it in this list; the exception is thrown after the
+   * post.
    *
    * @param flags the gateway's flags; with the stand-in gateway, those of {@link PostFlag}
    * @throws OxliException if the gateway refuses
    * @throws IllegalArgumentException if the message belongs to another publisher
    * @throws IllegalStateException if the publisher is closed; or if the message, or the message
    *     that it refers to, is a copy, is closed, was delivered and is used after {@code onMessage}
-   *     has returned or on another thread, or has a z-block field that was not written by {@link
-   *     FieldDesc#setZBlock}
+   *     has returned or on another thread, or is an outgoing message with a z-block field that is
+   *     not empty and was not written by {@link FieldDesc#setZBlock}
    */
   public void post(Message message, int flags) {
     lock.lock();
@@ -396,13 +397,13 @@ public final class Publisher implements AutoCloseable {
     }
 
     @Override
-    public byte[] dump(Message message, long argument) {
+    public byte[] dump(Message message, long schemeRef) {
       lock.lock();
       try {
         MessageAccess.requireReadableByGateway(message);
         ++depth;
         try {
-          return OxliImpl.msg_dump(message, argument);
+          return OxliImpl.msg_dump(message, schemeRef);
         } finally {
           leave();
         }

@@ -16,7 +16,7 @@ import org.quendel.oxli.messages.AbstractDataMessage;
  * opening has a new one. Native code fills it once; after that the whole tree is immutable and
  * thread-safe.
  *
- * <p>The names, descriptions, hints and types of a scheme are converted by the virtual machine's
+ * <p>The names, descriptions, hints and types of a scheme are converted from the virtual machine's
  * modified UTF-8: characters above U+FFFF that the gateway writes in standard UTF-8 become other
  * characters. Strings in payloads are not converted in this way; see {@link FieldDesc#getText}.
  */
@@ -72,8 +72,8 @@ public final class Scheme {
 
   /**
    * Returns the description of a delivered message. Returns null if the scheme has no message of
-   * its name, or if {@link #findAlternative another description} is possible and the message's
-   * record does not tell which of the two applies.
+   * its name. Returns null also if {@link #findAlternative another description} is possible, unless
+   * the message's record shows that the description with the message's name applies.
    */
   public MessageDesc findMessage(AbstractDataMessage message) {
     final int msgIndex = message.getMsgIndex();
@@ -92,13 +92,13 @@ public final class Scheme {
 
   /**
    * Returns another description whose messages may be delivered in the same object as the messages
-   * of the description with the name, or null if there is none.
+   * of the description named {@code msgName}, or null if there is none.
    *
-   * <p>A listener delivers messages in the same object if they have the same key: the index, or the
-   * id of a message without an index. Two descriptions can therefore share an object if the id of
-   * one is the index of the other, or if they have the same id. A description does not contain
-   * whether its messages have an index, so the messages of the returned description may have an
-   * object of their own.
+   * <p>A listener delivers messages in the same object if they have the same class and key: the
+   * index, or the id of a message without an index. Two descriptions can therefore share an object
+   * if the id of one is the index of the other, or if they have the same id. A description does not
+   * state whether its messages have an index, so the messages of the returned description may have
+   * an object of their own.
    *
    * @param msgIndex the index with which the object was made, or -1
    * @param msgId the id with which the object was made, or -1

@@ -51,7 +51,7 @@ final class SchemePrinter {
     }
   }
 
-  /** Returns whether the element is missing, and then prints a line for it. */
+  /** Returns whether the element is missing. Prints a line if it is. */
   private boolean isMissing(int depth, String kind, Object element) {
     if (element == null) line(depth, kind + " missing", "");
     return element == null;

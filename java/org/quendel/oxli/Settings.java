@@ -57,7 +57,10 @@ public final class Settings {
     return pairsOf(settings) != null;
   }
 
-  /** Finds the first pair that the parser refuses, by parsing each pair alone. */
+  /**
+   * Describes the fault of the first pair that the parser refuses, which is found by parsing each
+   * pair alone.
+   */
   private static String faultOf(String settings) {
     int begin = 0;
     for (int end = settings.indexOf(';'); end >= 0; end = settings.indexOf(';', end + 1)) {

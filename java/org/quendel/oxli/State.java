@@ -7,11 +7,17 @@ package org.quendel.oxli;
 public final class State {
   /** Closed. */
   public static final int CLOSED = 0;
-  /** The listener has not received its {@link org.quendel.oxli.messages.OpenMessage} yet. */
+  /**
+   * Listener: it has not received its {@link org.quendel.oxli.messages.OpenMessage} yet.
+   * Connection: its server is not reached.
+   */
   public static final int OPENING = 1;
   /** Open. */
   public static final int ACTIVE = 2;
-  /** The listener has not received its {@link org.quendel.oxli.messages.CloseMessage} yet. */
+  /**
+   * Listener: it has not received its {@link org.quendel.oxli.messages.CloseMessage} yet.
+   * Publisher: its posts are being sent to a server.
+   */
   public static final int CLOSING = 3;
 
   private State() {}

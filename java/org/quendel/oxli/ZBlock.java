@@ -42,7 +42,7 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   private ByteBuffer memory; // memory to send; null in a z-block to receive
   private Message source; // the message that the bytes were received with, or null
   private ByteBuffer payload; // the payload of the source when the bytes were received
-  private ByteBuffer data; // the bytes to send or received, or null
+  private ByteBuffer data; // the bytes to send, or the received bytes, or null
 
   ZBlock(Environment environment) {
     this.environment = environment;
@@ -67,12 +67,12 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     } finally {
       if (!made) close();
     }
-    showMemory(newMemory);
+    setMemory(newMemory);
   }
 
   /**
-   * Returns a little-endian buffer over the bytes to send or received, or null if nothing has been
-   * received. Returns the same buffer until the z-block is bound to other bytes.
+   * Returns a little-endian buffer over the bytes to send, or over the received bytes; null if
+   * nothing has been received. Returns the same buffer until the z-block is bound to other bytes.
    *
    * @throws IllegalStateException if the z-block is closed, or if the message that the bytes were
    *     received with is no longer usable
@@ -80,7 +80,8 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
   public synchronized ByteBuffer getData() {
     requireOpen();
     if (source != null && MessageAccess.payloadOf(source) != payload) {
-      throw new IllegalStateException("the message of " + this + " may no longer be used");
+      throw new IllegalStateException(
+          this + ": the message that refers to the bytes is no longer usable");
     }
     return data;
   }
@@ -99,7 +100,7 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     requireOpen();
     requireMemory(); // otherwise the native would change the descriptor in a received payload
     Results.check("ZBlock.rebind", this, OxliImpl.zblock_rebind(slice, getRef()));
-    showMemory(slice);
+    setMemory(slice);
   }
 
   /**
@@ -192,12 +193,12 @@ public final class ZBlock extends NativeRef implements AutoCloseable {
     return memory;
   }
 
-  /** Sets the received bytes; null if there are none. Called by native code. */
+  /** Sets the bytes to send or the received bytes. Native code passes null if it has none. */
   void setData(ByteBuffer newData) {
     data = newData == null ? null : newData.order(ByteOrder.LITTLE_ENDIAN);
   }
 
-  private void showMemory(ByteBuffer newMemory) {
+  private void setMemory(ByteBuffer newMemory) {
     memory = newMemory;
     setData(newMemory.duplicate());
   }

@@ -10,8 +10,8 @@ public interface MessageOwner {
   /**
    * Returns the gateway's dump of the message, or null if the gateway fails.
    *
-   * @param argument the address of the gateway's scheme description
+   * @param schemeRef the address of the gateway's scheme description
    * @throws IllegalStateException if the message is closed or the gateway must not read it
    */
-  byte[] dump(Message message, long argument);
+  byte[] dump(Message message, long schemeRef);
 }

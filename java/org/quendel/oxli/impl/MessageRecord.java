@@ -83,7 +83,7 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
   private void requireUnconfined() {
     if (user != null) {
       throw new IllegalStateException(this + " was delivered: only the thread inside onMessage may"
-          + " use it, until onMessage returns; copy() gives one to keep or to pass on");
+          + " use it, until onMessage returns; make a copy() to use it later or on another thread");
     }
     if (isClosed()) throw new IllegalStateException(this + " is closed");
   }

@@ -11,7 +11,7 @@ public final class NativeLibrary {
   private static final String DIRECTORY_PROPERTY = "oxli.library.path";
   private static final String REMEDY = "\nset -D" + DIRECTORY_PROPERTY
       + "=DIRECTORY to the directory that contains " + System.mapLibraryName(NAME)
-      + " and liboxli.so";
+      + "; liboxli.so is searched for there and in its parent directory";
 
   // Guarded by the monitor of the class.
   private static boolean isLoaded;

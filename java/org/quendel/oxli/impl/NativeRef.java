@@ -1,7 +1,7 @@
 package org.quendel.oxli.impl;
 
 /**
- * Contains an address of native memory. Messages, z-blocks and out-parameters have this superclass,
+ * Contains an address of native memory. Messages, z-blocks and {@link ObjRef} have this superclass,
  * because native code reads and sets the address of all three with the same two methods.
  */
 public abstract class NativeRef {

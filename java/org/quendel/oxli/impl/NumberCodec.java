@@ -5,7 +5,7 @@ import java.nio.ByteBuffer;
 
 /**
  * Reads and writes integers and decimals in payloads. Buffers are little-endian. REQUIRES: the
- * value is inside the buffer.
+ * value is inside the buffer; of a decimal that is read, at least the first byte.
  */
 public final class NumberCodec {
   private static final int DECIMAL_SIZE = Long.BYTES + Byte.BYTES;
@@ -80,7 +80,8 @@ public final class NumberCodec {
   /**
    * Writes a decimal into a field: the unscaled value as 8 bytes, then the scale as one byte.
    *
-   * @return false, with the field unchanged, if the gateway does not decode the same decimal
+   * @return false, with the field unchanged, if the field has another size, if the decimal does not
+   *     have this form, or if the gateway does not decode the same decimal
    */
   public static boolean writeDecimal(ByteBuffer data, int offset, int size, BigDecimal decimal) {
     final boolean isEncodable = size == DECIMAL_SIZE

@@ -155,8 +155,12 @@ public final class OxliImpl {
   /** Frees the record at {@code ref}, which {@link #pub_msgnew} made for the message. */
   public static native int pub_msgdispose(long pub, long ref, Message message);
 
-  /** Returns the gateway's dump of a message in UTF-8, or null if it fails. */
-  public static native byte[] msg_dump(Message message, long argument);
+  /**
+   * Returns the gateway's dump of a message in UTF-8, or null if it fails.
+   *
+   * @param schemeRef the address of the gateway's scheme description, or 0
+   */
+  public static native byte[] msg_dump(Message message, long schemeRef);
 
   /** Makes a binding and a descriptor of the buffer's memory, from index 0 to its capacity. */
   public static native int zblock_new(NativeRef ref, ByteBuffer buffer, ZBlock zblock);
@@ -173,7 +177,7 @@ public final class OxliImpl {
   /** Copies the descriptor to the offset of a payload. Returns 0, or -1 if it does not fit. */
   public static native int zblock_unwrap(ByteBuffer payload, long handle, long offset);
 
-  /** Changes the descriptor, also one in a payload, to the buffer's memory. */
+  /** Makes the descriptor of a binding, even one in a payload, describe the buffer's memory. */
   public static native int zblock_rebind(ByteBuffer buffer, long handle);
 
   /** Releases a binding. Does nothing if the handle is 0. */

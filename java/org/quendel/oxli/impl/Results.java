@@ -48,7 +48,8 @@ public final class Results {
    */
   public static String nameOf(String kind, String settings) {
     if (settings.isEmpty()) return kind;
-    final String masked = mask(settings); // before the string is shortened inside a password
+    // Masked first: a shortened string may lack the "@" by which a password is found.
+    final String masked = mask(settings);
     return kind + ' ' + (masked.length() <= MAX_SETTINGS ? masked
         : masked.substring(0, MAX_SETTINGS) + "...");
   }

@@ -26,11 +26,12 @@ public abstract class AbstractDataMessage extends Message {
   /**
    * Returns the position of the message's description in the scheme, or -1 if it has none.
    *
-   * <p>A listener delivers all messages with the same key in the same object. The key of a message
-   * is its index, or its id if it has no index; an index and an id that are equal are the same key.
-   * All messages with neither index nor id are delivered in one object, and so are all {@link
-   * ParseErrorMessage}s. The index, the id and the name are those of the first message that was
-   * delivered in the object; in a {@link ParseErrorMessage}, those of the message itself.
+   * <p>A listener delivers all messages with the same class and key in the same object. The key of
+   * a message is its index, or its id if it has no index; an index and an id that are equal are the
+   * same key. The messages of a class with neither index nor id are delivered in one object. All
+   * {@link ParseErrorMessage}s are delivered in one object of their own, whatever their key. The
+   * index, the id and the name are those of the first message that was delivered in the object; in
+   * a {@link ParseErrorMessage}, those of the message itself.
    */
   public final int getMsgIndex() {
     requireUsable();
@@ -60,9 +61,9 @@ public abstract class AbstractDataMessage extends Message {
   /**
    * Returns the description of the message.
    *
-   * @throws IllegalStateException if the message is not usable; or if it was delivered, and two
-   *     descriptions are possible because their messages are delivered in the same object; see
-   *     {@link Scheme#findAlternative}
+   * @throws IllegalStateException if the message is not usable; or if it was delivered, another
+   *     description is possible (see {@link Scheme#findAlternative}), and the gateway's record does
+   *     not show that the description with the message's name applies
    * @throws NoSuchElementException if there is no scheme, if the scheme has no message of this
    *     name, if the message was delivered with neither index nor id, or if it is a copy of a
    *     message for which this method throws

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** Tells that the listener has closed. No message follows until it is opened again. */
+/** Reports that the listener has closed. No message follows until it is opened again. */
 public final class CloseMessage extends Message {
   private int reason;
 

@@ -7,10 +7,15 @@ package org.quendel.oxli.messages;
 public final class CloseReason {
   /** The listener was shut or closed. */
   public static final int CLOSED_BY_OWNER = 0;
-  /** The last publisher of the stream was shut or closed. */
+  /**
+   * The stream was closed: its last publisher was shut or closed, a publisher with another scheme
+   * replaced it, or its server has lost changes.
+   */
   public static final int STREAM_CLOSED = 1;
   /** The connection was shut. */
   public static final int CONNECTION_CLOSED = 2;
+  /** The server discarded messages before the listener read them. */
+  public static final int MESSAGES_LOST = 3;
 
   private CloseReason() {}
 
@@ -23,6 +28,8 @@ public final class CloseReason {
         return "STREAM_CLOSED";
       case CONNECTION_CLOSED:
         return "CONNECTION_CLOSED";
+      case MESSAGES_LOST:
+        return "MESSAGES_LOST";
       default:
         return Integer.toString(reason);
     }

@@ -37,7 +37,7 @@ public class DataMessage extends AbstractDataMessage {
   /**
    * Returns the source address of a delivered message or the destination address of an outgoing
    * message. Null means that a delivered message has no address, or that a post does not change the
-   * address in the record. The string is converted by modified UTF-8.
+   * address in the record. The string is converted to and from modified UTF-8.
    */
   public final String getAddress() {
     requireUsable();
@@ -78,7 +78,7 @@ public class DataMessage extends AbstractDataMessage {
     if (refMessage.getRef() == 0 || !refMessage.isUsable()
         || refMessage.generation() != refGeneration) {
       throw new IllegalStateException(this + " refers to " + refMessage
-          + ", which is a copy, is closed or was delivered before");
+          + ", which is a copy, is closed, or is a delivered message that is no longer usable");
     }
     refMessage.requireOwnBlocks();
   }

@@ -19,8 +19,8 @@ import org.quendel.oxli.impl.Utf8String;
  *
  * <ul>
  *   <li>A <b>delivered</b> message is usable only on the thread inside {@code onMessage}, and only
- *       until {@code onMessage} returns. Its payload is read-only memory of the gateway. The object
- *       is used for the next message of its kind.
+ *       until {@code onMessage} returns. Its payload is read-only memory of the gateway. A later
+ *       message may be delivered in the same object.
  *   <li>An <b>outgoing</b> message is made by a publisher and is usable until {@link #close} or
  *       until its publisher is closed. Its payload is memory of the gateway.
  *   <li>A <b>copy</b> is made by {@link #copy} and is always usable. Its payload is on the heap.

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** Tells that the listener has opened. Other messages follow. */
+/** Reports that the listener has opened. Other messages follow. */
 public final class OpenMessage extends Message {
   OpenMessage() {
     super(MessageType.OPEN);

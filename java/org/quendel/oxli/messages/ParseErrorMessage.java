@@ -2,7 +2,7 @@ package org.quendel.oxli.messages;
 
 import org.quendel.oxli.Scheme;
 
-/** Tells that a posted message does not match the scheme of its stream. */
+/** Reports that a posted message does not match the scheme of its stream. */
 public final class ParseErrorMessage extends DataMessage {
   private int error;
 

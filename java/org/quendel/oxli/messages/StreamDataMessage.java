@@ -64,9 +64,10 @@ public final class StreamDataMessage extends AbstractDataMessage {
   }
 
   /**
-   * Returns the null map itself, with one flag for each field, or null if the row has none. The
-   * next row in the same object overwrites the null map of a delivered row: make a {@link #copy} of
-   * the row to use it later.
+   * Returns the null map itself, with one flag for each field. If the row has no null map, returns
+   * null, or an array of false if an earlier row in the same object had a null map. The next row in
+   * the same object overwrites the null map of a delivered row: make a {@link #copy} of the row to
+   * use it later.
    */
   public boolean[] getNulls() {
     requireUsableOrFilling();

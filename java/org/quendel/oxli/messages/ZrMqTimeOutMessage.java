@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** Tells that no reply to a request was posted within the timeout. */
+/** Reports that no reply to a request was posted within the timeout. */
 public final class ZrMqTimeOutMessage extends Message {
   private int userId;
 

@@ -1,6 +1,6 @@
 package org.quendel.oxli.messages;
 
-/** Tells that the rows of a table with smaller revisions than a given one are deleted. */
+/** Reports that the rows of a table whose revisions are smaller than a given one are deleted. */
 public final class ZrReplClearDeletedMessage extends Message {
   private int tableIdx;
   private long tableRev;

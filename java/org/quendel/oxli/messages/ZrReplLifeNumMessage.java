@@ -2,7 +2,7 @@ package org.quendel.oxli.messages;
 
 /**
  * Contains the life number of the replica. Rows that were received with another life number are
- * stale: the gateway has started the stream again from nothing.
+ * stale: the gateway has made the stream again without its rows.
  */
 public final class ZrReplLifeNumMessage extends Message {
   private long lifenum;

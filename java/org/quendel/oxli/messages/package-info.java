@@ -1,2 +1,2 @@
-/** The messages that listeners receive and publishers send. */
+/** The messages that listeners receive and publishers post. */
 package org.quendel.oxli.messages;

@@ -9,7 +9,8 @@ import org.junit.jupiter.api.io.TempDir;
 
 class LoadingTest {
   private static final String REMEDY = "\nset -Doxli.library.path=DIRECTORY to the directory that"
-      + " contains liboxli_jni.so and liboxli.so\nfailed again\n";
+      + " contains liboxli_jni.so; liboxli.so is searched for there and in its parent directory\n"
+      + "failed again\n";
 
   @TempDir Path elsewhere;
 

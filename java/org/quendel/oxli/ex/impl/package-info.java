@@ -1,2 +1,2 @@
-/** Internal: the native that calls no function of the gateway. Applications do not use it. */
+/** Internal: the native that parses settings. Applications do not use it. */
 package org.quendel.oxli.ex.impl;
