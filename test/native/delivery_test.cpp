@@ -36,13 +36,6 @@ class DeliveryTest : public NativeTest {
       return on->AllocObject(on->FindClass("org/quendel/oxli/Scheme"));
     };
   }
-  void TearDown() override {
-    script = {};
-    clearException();
-    if (listener) OXLI(lsn_1destroy)(env, nullptr, listener);
-    if (connection) OXLI(conn_1destroy)(env, nullptr, connection);
-    NativeTest::TearDown();
-  }
 
   jint process(jint timeout = 0) const {
     return OXLI(conn_1process)(env, nullptr, connection, timeout);
@@ -82,7 +75,7 @@ TEST_F(DeliveryTest, SchemeIsFetchedOncePerOpening) {
   EXPECT_EQ(OX_ERR_OK, deliver(data.head));
   EXPECT_EQ(0, schemes);
 
-  const jlong publisher = newPublisher(connection);
+  newPublisher(connection);
   EXPECT_EQ(OX_ERR_OK, deliver(service));
   EXPECT_EQ(0, schemes);
   ox_msg_data_t error = dataRecord(1, 1);
@@ -108,7 +101,6 @@ TEST_F(DeliveryTest, SchemeIsFetchedOncePerOpening) {
   const int before = messages;
   EXPECT_EQ(lineOf("cacheGet getScheme"), failureOf([&] { return deliver(data.head); }));
   EXPECT_EQ(before, messages);
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
 }
 
 TEST_F(DeliveryTest, EachOpeningMakesNewMessageObjects) {
@@ -258,7 +250,6 @@ TEST_F(DeliveryTest, EachMessageMakesAFixedNumberOfJniCalls) {
     EXPECT_EQ(before.locals, after.locals);
     EXPECT_EQ(before.globals, after.globals);
   }
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
 }
 
 TEST_F(DeliveryTest, PayloadsLargerThanAJavaBufferAreRefused) {
@@ -304,10 +295,8 @@ TEST_F(DeliveryTest, SubscriberMayDestroyListenersAndConnection) {
     return 43;
   };
   EXPECT_EQ(43, process());
-  connection = 0;
   // conn_destroy destroyed the gateway listener; lsn_destroy still releases the record.
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(lsn_1destroy)(env, nullptr, listener));
-  listener = 0;
 }
 
 // Records of destroyed listeners are freed when no call on the connection is in progress.
@@ -365,97 +354,32 @@ TEST_F(DeliveryTest, CallbackMayDestroyTheListenerOfTheGatewayCall) {
   process();
   script.getScheme = [&](JNIEnv* on) -> jobject {
     OXLI(lsn_1destroy)(on, nullptr, listener);
-    listener = 0;
     return on->AllocObject(on->FindClass("org/quendel/oxli/Scheme"));
   };
   EXPECT_EQ(OX_ERR_INTERNAL, deliver(data.head));
-  for (const auto& entry : jni::PublisherData::sPubMap) {
-    ASSERT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, jni::toHandle(entry.first)));
-    break;
-  }
 }
 
 TEST_F(DeliveryTest, ListenerWithoutSubscriberRefusesEachMessage) {
-  const jlong publisher = newPublisher(connection);
+  newPublisher(connection);
   const jobject ref = objRef();
   EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1new)(env, nullptr, connection, text("stream=s"), nullptr, ref,
                                       nullptr, scripted("ScriptedListener")));
-  const jlong withoutSubscriber = getLong(ref, "getRef");
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, withoutSubscriber, text("")));
+  listener = getLong(ref, "getRef");
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
   EXPECT_EQ(OX_ERR_INTERNAL, process());
-  standin::deliver(fromHandle<ListenerData>(withoutSubscriber)->lsn, &data.head);
   const int objects = probe->counts.objects;
-  EXPECT_EQ(OX_ERR_INTERNAL, process());
+  EXPECT_EQ(OX_ERR_INTERNAL, deliver(data.head));
   // The refusal comes after the scheme has been fetched and the message object made.
   EXPECT_EQ(1, schemes);
   EXPECT_EQ(objects + 1, probe->counts.objects);
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, withoutSubscriber));
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
 }
 
-// The gateway's result code is returned, and the out-parameter is not written. If a callback leaves
-// an exception pending during a gateway call, the step after the call fails, and the gateway object
-// that the call has made is destroyed.
-TEST_F(DeliveryTest, FailuresOfGatewayCallsAreReturned) {
-  const jlong publisher = newPublisher(connection);
-  const jobject ref = objRef();
-  const jobject state = intRef();
-  const jobject filled = make("org/quendel/oxli/Scheme");
-  const jobjectArray out = env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
-  const jobject jlsn = scripted("ScriptedListener");
-  const struct {
-    const char* function;
-    std::function<jint()> call;
-    const char* step;  // that fails after an exception of the call; null: not tried
-  } cases[] = {
-      {"ox_conn_new", [&] { return OXLI(conn_1new)(env, nullptr, text(""), ref, jlsn); },
-       OXLI_STEP("conn_1new set ref")},
-      {"ox_conn_open", [&] { return OXLI(conn_1open)(env, nullptr, connection, text("")); }, {}},
-      {"ox_conn_close", [&] { return OXLI(conn_1close)(env, nullptr, connection); }, {}},
-      {"ox_conn_process", [&] { return process(); }, {}},
-      {"ox_conn_getstate", [&] { return OXLI(conn_1getstate)(env, nullptr, connection, state); },
-       OXLI_STEP("conn_1getstate set ref")},
-      {"ox_lsn_new",
-       [&] { return OXLI(lsn_1new)(env, nullptr, connection, text(""), jlsn, ref, jlsn, jlsn); },
-       OXLI_STEP("lsn_1new set ref")},
-      {"ox_lsn_open", [&] { return OXLI(lsn_1open)(env, nullptr, listener, text("")); }, {}},
-      {"ox_lsn_close", [&] { return OXLI(lsn_1close)(env, nullptr, listener); }, {}},
-      {"ox_lsn_getstate", [&] { return OXLI(lsn_1getstate)(env, nullptr, listener, state); },
-       OXLI_STEP("lsn_1getstate set state")},
-      {"ox_lsn_getscheme", [&] { return OXLI(lsn_1getscheme)(env, nullptr, listener, ref); }, {}},
-      {"ox_lsn_getscheme",
-       [&] { return OXLI(lsn_1newscheme)(env, nullptr, listener, filled); },
-       {}},
-      {"ox_pub_new", [&] { return OXLI(pub_1new)(env, nullptr, connection, text(""), ref, jlsn); },
-       OXLI_STEP("pub_1new set obj ref")},
-      {"ox_pub_getstate", [&] { return OXLI(pub_1getstate)(env, nullptr, publisher, state); }, {}},
-      {"ox_pub_getscheme", [&] { return OXLI(pub_1getscheme)(env, nullptr, publisher, ref); },
-       OXLI_STEP("pub_1getscheme set objref")},
-      {"ox_pub_getscheme",
-       [&] { return OXLI(pub_1newscheme)(env, nullptr, publisher, filled); },
-       {}},
-      {"ox_pub_msgnew",
-       [&] {
-         return OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text("m"), nullptr, out);
-       },
-       "CreateDataMessage new object"},
-  };
-  fromHandle<ListenerData>(listener)->cache.clear(env);
-  const int globals = probe->counts.globals;
-  const std::size_t objects = standin::liveObjects();
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.function);
-    standin::failNext(c.function, 0x2abcd);
-    EXPECT_EQ(0x2abcd, c.call());
-    if (c.step) {
-      standin::runDuringNext(c.function, [this] { throwError(); });
-      EXPECT_EQ(lineOf(c.step), failureOf(c.call));
-    }
-    EXPECT_EQ(globals, probe->counts.globals);
-    EXPECT_EQ(objects, standin::liveObjects());
-  }
-  EXPECT_EQ(0, getLong(ref, "getRef") | getLong(filled, "getRef") | getInt(state, "get"));
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1destroy)(env, nullptr, publisher));
+// FaultSweepTest fails the other gateway calls.
+TEST_F(DeliveryTest, FailuresToCloseAndToGetTheSchemeAreReturned) {
+  standin::failNext("ox_lsn_close", 0x2abcd);
+  EXPECT_EQ(0x2abcd, OXLI(lsn_1close)(env, nullptr, listener));
+  standin::failNext("ox_lsn_getscheme", 0x2abcd);
+  EXPECT_EQ(0x2abcd, OXLI(lsn_1newscheme)(env, nullptr, listener, objRef()));
 }
 
 TEST_F(DeliveryTest, OpenReleasesTheSettingsAfterTheGatewayCall) {

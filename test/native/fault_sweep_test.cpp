@@ -38,15 +38,18 @@ constexpr char kWholeScheme[] =
 
 struct Scenario {
   const char* name;
-  std::function<bool()> run;  // returns whether it has succeeded
-  Action undo;
+  std::function<jint()> run;  // returns a result code
   Action prepare;
+  jint gatewayFailure;          // the result if a gateway call returns kFailure
+  Action after = {};            // runs after each run
   int silent = 0;               // number of calls that write no line if they throw
   int silentNull = 0;           // number of calls that write no line if they return null
   bool succeedsAnyway = false;  // returns success although a call has thrown
   int lines = 1;                // maximum number of lines of one failure, with enclosing steps
   int globalsLeft = 0;          // global references that stay if storing the handle throws
 };
+
+constexpr jint kFailure = 0x2abcd;
 
 // Deletes the local references of one run at the end of the scope.
 class Frame {
@@ -60,7 +63,7 @@ class Frame {
   JNIEnv* env_;
 };
 
-// Fails each Java call and each allocation of each scenario in turn.
+// Fails each Java call, each gateway call and each allocation of each scenario in turn.
 class FaultSweepTest : public NativeTest {
  protected:
   void SetUp() override {
@@ -78,15 +81,19 @@ class FaultSweepTest : public NativeTest {
     jpub = make("org/quendel/oxli/Publisher", "(J)V", jlong{0});
     jlsn = scripted("ScriptedListener");
     subscriber = scripted("ScriptedSubscriber");
-    out = env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
+    jscheme = env->NewGlobalRef(make("org/quendel/oxli/Scheme"));
+    out = newArray();
 
     connection = newConnection();
     publisher = newPublisher(connection, (std::string("stream=s;") + kScheme).c_str());
     replica = newPublisher(connection, (std::string("stream=r;mode=replica;") + kScheme).c_str());
     wholeScheme = newPublisher(connection, (std::string("stream=w;") + kWholeScheme).c_str());
-    jscheme = env->NewGlobalRef(make("org/quendel/oxli/Scheme"));
     script.getScheme = [this](JNIEnv* on) { return on->NewLocalRef(jscheme); };
     native.conn = fromHandle<jni::ConnData>(connection)->conn;
+    ox_conn_new("", &native.wrapped);
+    ox_lsn_new(native.conn, "", &ListenerCB, nullptr, &native.lsn);
+    ox_pub_new(native.conn, "", &native.pub);
+    kept = {native.conn, toPublisher(publisher), toPublisher(replica), toPublisher(wholeScheme)};
     addPassthroughScenarios();
     addConnectionScenarios();
     addListenerScenarios();
@@ -97,221 +104,136 @@ class FaultSweepTest : public NativeTest {
     addZBlockScenarios();
   }
   void TearDown() override {
-    for (const jlong each : {publisher, replica, wholeScheme}) {
-      OXLI(pub_1destroy)(env, nullptr, each);
-    }
-    OXLI(conn_1destroy)(env, nullptr, connection);
+    ox_conn_destroy(native.wrapped);
+    ox_lsn_destroy(native.lsn);
+    ox_pub_destroy(native.pub);
     env->DeleteGlobalRef(jscheme);
     NativeTest::TearDown();
   }
 
-  Scenario& add(const char* name, std::function<bool()> run, Action undo = {},
-                Action prepare = {}) {
+  // `run` returns a result code, or an object that is null after a failure.
+  template <class Run>
+  Scenario& add(const char* name, Run run, Action prepare = {}) {
+    constexpr bool kReturnsObject = std::is_pointer_v<decltype(run())>;
+    const auto code = [run]() -> jint {
+      if constexpr (kReturnsObject) return run() ? OX_ERR_OK : OX_ERR_INTERNAL;
+      if constexpr (!kReturnsObject) return run();
+    };
     return scenarios.emplace_back(
-        Scenario{name, std::move(run), std::move(undo), std::move(prepare)});
+        Scenario{name, code, std::move(prepare), kReturnsObject ? OX_ERR_INTERNAL : kFailure});
   }
 
   void addPassthroughScenarios() {
-    add("getstr", [this] { return OXLI(getstr)(env, nullptr, type, buffer) != nullptr; });
-    add("err_getstr", [this] { return OXLI(err_1getstr)(env, nullptr, 0) != nullptr; });
-    add("log_infostr", [this] { return OXLI(log_1infostr)(env, nullptr, type) == OX_ERR_OK; });
-    add("bcd_get", [this] { return OXLI(bcd_1get)(env, nullptr, buffer) != nullptr; });
+    add("getstr", [this] { return OXLI(getstr)(env, nullptr, type, buffer); });
+    add("err_getstr", [this] { return OXLI(err_1getstr)(env, nullptr, 0); });
+    add("log_infostr", [this] { return OXLI(log_1infostr)(env, nullptr, type); });
+    add("bcd_get", [this] { return OXLI(bcd_1get)(env, nullptr, buffer); });
     add("settings_parse", [this] {
-      return Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(env, nullptr,
-                                                                      streamSettings) != nullptr;
+      return Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(env, nullptr, streamSettings);
     });
   }
 
   void addConnectionScenarios() {
-    const auto destroyOthers = [this] {
-      const auto registered = jni::ConnData::sConnDataMap;
-      for (const auto& [handle, record] : registered) {
-        if (handle != native.conn) OXLI(conn_1destroy)(env, nullptr, toHandle(record));
-      }
-    };
+    const auto closeConnection = [this] { return OXLI(conn_1close)(env, nullptr, connection); };
+    add("conn_new", [this] { return OXLI(conn_1new)(env, nullptr, empty, ref, jconn); });
     add(
-        "conn_new",
-        [this] { return OXLI(conn_1new)(env, nullptr, empty, ref, jconn) == OX_ERR_OK; },
-        destroyOthers);
-    add(
-        "conn_open",
-        [this] { return OXLI(conn_1open)(env, nullptr, connection, empty) == OX_ERR_OK; },
-        [this] {
-          OXLI(conn_1open)(env, nullptr, connection, empty);
-          for (const jlong each : {publisher, replica, wholeScheme}) {
-            OXLI(pub_1open)(env, nullptr, each, empty);
-          }
-        },
-        [this] { static_cast<void>(OXLI(conn_1close)(env, nullptr, connection)); });
-    add("conn_getstate",
-        [this] { return OXLI(conn_1getstate)(env, nullptr, connection, state) == OX_ERR_OK; });
-    add(
-        "conn_wrap", [this] { return oxjni_conn_wrap(env, native.wrapped) != nullptr; },
-        [this] {
-          oxjni_conn_unwrap(env, native.wrapped);
-          ox_conn_destroy(native.wrapped);
-        },
-        [this] { ox_conn_new("", &native.wrapped); })
-        .silentNull = 1;
+        "conn_open", [this] { return OXLI(conn_1open)(env, nullptr, connection, empty); },
+        closeConnection);
+    add("conn_close", closeConnection);
+    add("conn_process", [this] { return OXLI(conn_1process)(env, nullptr, connection, 0); });
+    add("conn_getstate", [this] { return OXLI(conn_1getstate)(env, nullptr, connection, state); });
+    add("conn_wrap", [this] { return oxjni_conn_wrap(env, native.wrapped); }).silentNull = 1;
   }
 
   void addListenerScenarios() {
-    const auto destroy = [this] { destroyListeners(); };
     const auto create = [this] { listener = newListener(connection); };
-    const auto createOpen = [this, create] {
-      create();
-      OXLI(lsn_1open)(env, nullptr, listener, empty);
-    };
+    const auto createOpen = [this] { listener = newOpenListener(connection); };
     // The record stays the gateway's callback data if its handle could not be stored.
+    add("lsn_new", [this] {
+      return OXLI(lsn_1new)(env, nullptr, connection, streamSettings, subscriber, ref, jconn, jlsn);
+    }).globalsLeft = 3;
     add(
-        "lsn_new",
-        [this] {
-          return OXLI(lsn_1new)(env, nullptr, connection, streamSettings, subscriber, ref, jconn,
-                                jlsn) == OX_ERR_OK;
-        },
-        destroy, [this] { set(ref, "set", "(J)V", jlong{0}); })
-        .globalsLeft = 3;
+        "lsn_open", [this] { return OXLI(lsn_1open)(env, nullptr, listener, empty); }, create);
     add(
-        "lsn_open", [this] { return OXLI(lsn_1open)(env, nullptr, listener, empty) == OX_ERR_OK; },
-        destroy, create);
-    add(
-        "lsn_getstate",
-        [this] { return OXLI(lsn_1getstate)(env, nullptr, listener, state) == OX_ERR_OK; }, destroy,
+        "lsn_getstate", [this] { return OXLI(lsn_1getstate)(env, nullptr, listener, state); },
         create);
     add(
-        "lsn_getscheme",
-        [this] { return OXLI(lsn_1getscheme)(env, nullptr, listener, ref) == OX_ERR_OK; }, destroy,
+        "lsn_getscheme", [this] { return OXLI(lsn_1getscheme)(env, nullptr, listener, ref); },
         createOpen);
-    add(
-        "lsn_wrap",
-        [this] {
-          void* record = nullptr;
-          return oxjni_lsn_wrap(env, native.conn, native.lsn, &record) != nullptr;
-        },
-        [this] {
-          oxjni_lsn_unwrap(env, native.lsn);
-          ox_lsn_destroy(native.lsn);
-        },
-        [this] { ox_lsn_new(native.conn, "", &ListenerCB, nullptr, &native.lsn); })
-        .silentNull = 1;
+    add("lsn_wrap", [this] {
+      void* record = nullptr;
+      return oxjni_lsn_wrap(env, native.conn, native.lsn, &record);
+    }).silentNull = 1;
   }
 
   void addPublisherScenarios() {
-    const auto destroyOthers = [this] {
-      const auto registered = jni::PublisherData::sPubMap;
-      for (const auto& entry : registered) {
-        const jlong handle = toHandle(entry.first);
-        if (handle == publisher || handle == replica || handle == wholeScheme) continue;
-        OXLI(pub_1destroy)(env, nullptr, handle);
-      }
-    };
+    add("pub_new", [this] { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub); });
     add(
-        "pub_new",
-        [this] { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub) == OX_ERR_OK; },
-        destroyOthers);
-    add(
-        "pub_open", [this] { return OXLI(pub_1open)(env, nullptr, publisher, empty) == OX_ERR_OK; },
-        [this] { static_cast<void>(OXLI(pub_1open)(env, nullptr, publisher, empty)); },
-        [this] { static_cast<void>(OXLI(pub_1close)(env, nullptr, publisher)); });
-    add("pub_getstate",
-        [this] { return OXLI(pub_1getstate)(env, nullptr, publisher, state) == OX_ERR_OK; });
-    add("pub_getscheme",
-        [this] { return OXLI(pub_1getscheme)(env, nullptr, publisher, ref) == OX_ERR_OK; });
-    add(
-        "pub_wrap", [this] { return oxjni_pub_wrap(env, native.pub) != nullptr; },
+        "pub_open", [this] { return OXLI(pub_1open)(env, nullptr, publisher, empty); },
         [this] {
-          oxjni_pub_unwrap(env, native.pub);
-          ox_pub_destroy(native.pub);
-        },
-        [this] { ox_pub_new(native.conn, "", &native.pub); })
-        .silentNull = 1;
+          OXLI(pub_1close)
+          (env, nullptr, publisher);
+        });
+    add("pub_getstate", [this] { return OXLI(pub_1getstate)(env, nullptr, publisher, state); });
+    add("pub_getscheme", [this] { return OXLI(pub_1getscheme)(env, nullptr, publisher, ref); });
+    add("pub_wrap", [this] { return oxjni_pub_wrap(env, native.pub); }).silentNull = 1;
   }
 
   void addOutgoingMessageScenarios() {
-    const auto create = [this](jlong on, jint keyType, jobject key) {
-      return [=] {
-        return OXLI(pub_1msgnew)(env, nullptr, on, keyType, key, nullptr, out) == OX_ERR_OK;
-      };
-    };
-    const auto dispose = [this] {
-      for (const jlong on : {publisher, replica}) {
-        if (const jobject made = env->GetObjectArrayElement(out, 0)) {
-          OXLI(pub_1msgdispose)(env, nullptr, on, getLong(made, "getRef"), made);
-        }
-      }
-      env->SetObjectArrayElement(out, 0, nullptr);
-      if (reference) {
-        OXLI(pub_1msgdispose)(env, nullptr, publisher, getLong(reference, "getRef"), reference);
-      }
-      reference = nullptr;
-    };
-    // A failure to fill the object also fails the step after it.
-    add("pub_msgnew name", create(publisher, OX_KEY_NAME, text("m")), dispose).lines = 2;
-    add("pub_msgnew id", create(publisher, OX_KEY_ID, make("java/lang/Integer", "(I)V", jint{7})),
-        dispose)
-        .lines = 2;
-    add("pub_msgnew row", create(replica, OX_KEY_NAME, text("m")), dispose).lines = 2;
+    const struct {
+      const char* name;
+      jlong on;
+      jint keyType;
+      jobject key;
+    } keys[] = {{"pub_msgnew name", publisher, OX_KEY_NAME, text("m")},
+                {"pub_msgnew id", publisher, OX_KEY_ID, make("java/lang/Integer", "(I)V", jint{7})},
+                {"pub_msgnew row", replica, OX_KEY_NAME, text("m")}};
+    for (const auto& k : keys) {
+      // A failure to fill the object also fails the step after it.
+      add(k.name, [this, k] {
+        return OXLI(pub_1msgnew)(env, nullptr, k.on, k.keyType, k.key, nullptr, out);
+      }).lines = 2;
+    }
 
     const auto dataMessage = [this] {
       message = newMessage(publisher, "m");
-      env->SetObjectArrayElement(out, 0, message);
+      disposed = getLong(message, "getRef");
       reference = newMessage(publisher, "m");
       set(message, "setAddress", "(Ljava/lang/String;)V", type);
       set(message, "setRefMessage", "(Lorg/quendel/oxli/messages/DataMessage;)V", reference);
     };
-    const auto rowMessage = [this] {
-      message = newMessage(replica, "m");
-      env->SetObjectArrayElement(out, 0, message);
-    };
-    const auto post = [this](jlong on) {
-      return [this, on] { return OXLI(pub_1post)(env, nullptr, on, message, 0) == OX_ERR_OK; };
-    };
-    const auto dump = [this] { return OXLI(msg_1dump)(env, nullptr, message, 0) != nullptr; };
-    add("pub_post data", post(publisher), dispose, dataMessage).succeedsAnyway = true;
-    add("pub_post row", post(replica), dispose, rowMessage).succeedsAnyway = true;
-    // A failed NewByteArray writes no line.
-    for (const auto& prepare : {Action(dataMessage), Action(rowMessage)}) {
-      Scenario& scenario = add("msg_dump", dump, dispose, prepare);
-      scenario.silent = scenario.silentNull = 1;
+    const auto rowMessage = [this] { message = newMessage(replica, "m"); };
+    const std::pair<jlong, Action> kinds[] = {{publisher, dataMessage}, {replica, rowMessage}};
+    for (const auto& [on, prepare] : kinds) {
+      add(
+          "pub_post", [this, on = on] { return OXLI(pub_1post)(env, nullptr, on, message, 0); },
+          prepare)
+          .succeedsAnyway = true;
+      // A failed NewByteArray writes no line.
+      Scenario& dump = add(
+          "msg_dump", [this] { return OXLI(msg_1dump)(env, nullptr, message, 0); }, prepare);
+      dump.silent = dump.silentNull = 1;
     }
     add(
         "pub_msgdispose",
         [this] {
-          isDisposed = OXLI(pub_1msgdispose)(env, nullptr, publisher, toHandle(disposed),
-                                             message) == OX_ERR_OK;
-          return isDisposed;
+          const jint result = OXLI(pub_1msgdispose)(env, nullptr, publisher, disposed, message);
+          if (result == OX_ERR_OK) message = nullptr;
+          return result;
         },
-        [=] {
-          if (isDisposed) env->SetObjectArrayElement(out, 0, nullptr);
-          dispose();
-        },
-        [=] {
-          dataMessage();
-          disposed = fromHandle<ox_msg_t>(getLong(message, "getRef"));
-        });
+        dataMessage);
   }
 
   void addDeliveryScenarios() {
-    const std::pair<const char*, ox_msg_t*> kinds[] = {{"deliver open", &open},
-                                                       {"deliver close", &close},
-                                                       {"deliver time", &time},
-                                                       {"deliver lifenum", &life},
-                                                       {"deliver clear", &clear},
-                                                       {"deliver state", &replState},
-                                                       {"deliver timeout", &timeout.head},
-                                                       {"deliver data", &data.head},
-                                                       {"deliver error", &error.head},
-                                                       {"deliver row", &row.head}};
-    for (const auto& [name, record] : kinds) {
-      const auto queue = [this, msg = record] {
-        standin::deliver(fromHandle<ListenerData>(listener)->lsn, msg);
+    ox_msg_t* const records[] = {&open,      &close,        &time,      &life,       &clear,
+                                 &replState, &timeout.head, &data.head, &error.head, &row.head};
+    for (ox_msg_t* const record : records) {
+      const auto queue = [this, record] {
+        standin::deliver(fromHandle<ListenerData>(listener)->lsn, record);
       };
-      const auto process = [this] {
-        return OXLI(conn_1process)(env, nullptr, connection, 0) == OX_ERR_OK;
-      };
+      const auto process = [this] { return OXLI(conn_1process)(env, nullptr, connection, 0); };
       const auto first = [=] {
-        listener = newListener(connection);
-        OXLI(lsn_1open)(env, nullptr, listener, empty);
+        listener = newOpenListener(connection);
         process();
         queue();
       };
@@ -320,15 +242,14 @@ class FaultSweepTest : public NativeTest {
         process();
         queue();
       };
-      const auto destroy = [=] {
-        queue();
-        EXPECT_TRUE(process());
-        destroyListeners();
-      };
-      // Exceptions of onMessage write no line, nor do those of reading and filling a null map.
-      const int silent = record == &row.head ? 3 : 1;
       for (const auto& prepare : {Action(first), Action(again)}) {
-        add(name, process, destroy, prepare).silent = silent;
+        Scenario& scenario = add("deliver", process, prepare);
+        // Exceptions of onMessage write no line, nor do those of reading and filling a null map.
+        scenario.silent = record == &row.head ? 3 : 1;
+        scenario.after = [=] {
+          queue();
+          EXPECT_EQ(OX_ERR_OK, process());
+        };
       }
     }
   }
@@ -341,37 +262,30 @@ class FaultSweepTest : public NativeTest {
         env->GetMethodID(env->GetObjectClass(filled), "toString", "()Ljava/lang/String;");
     const jmethodID equals =
         env->GetMethodID(env->GetObjectClass(whole), "equals", "(Ljava/lang/Object;)Z");
-    const auto convert = [=] {
+    const auto renew = [this] { filled = make("org/quendel/oxli/Scheme"); };
+    const auto convert = [=]() -> jint {
       const jint result = OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
-      if (result != OX_ERR_OK || env->ExceptionCheck()) return false;
+      if (result != OX_ERR_OK || env->ExceptionCheck()) return result | OX_ERR_INTERNAL;
       // Compares through JNI functions that are not hooked, and allocates nothing.
       jvalue argument = {};
       argument.l = env->CallObjectMethodA(filled, toString, nullptr);
-      return !env->ExceptionCheck() && env->CallBooleanMethodA(whole, equals, &argument);
+      if (env->ExceptionCheck()) return OX_ERR_INTERNAL;
+      const bool equal = env->CallBooleanMethodA(whole, equals, &argument);
+      return equal && !env->ExceptionCheck() ? OX_ERR_OK : OX_ERR_INTERNAL;
     };
     // A failure in a nested message writes a line for it, for its message and for the scheme.
-    add("pub_newscheme", convert, {}, [this] { filled = make("org/quendel/oxli/Scheme"); }).lines =
-        3;
+    add("pub_newscheme", convert, renew).lines = 3;
     // No line for: reserving references, making the array, and making and storing key and value.
-    Scenario& hints = add("getHints", [this] { return getHints(env, &hint) != nullptr; });
+    Scenario& hints = add("getHints", [this] { return getHints(env, &hint); });
     hints.silent = 6;
     hints.silentNull = 3;
   }
 
   void addZBlockScenarios() {
     const auto renew = [this] { zblock = make("org/quendel/oxli/ZBlock", "(J)V", jlong{0}); };
-    const auto handle = [this] { return getLong(zblock, "getRef"); };
-    const auto destroy = [this, handle] {
-      OXLI(zblock_1destroy)(env, nullptr, handle());
-      // Also destroys a binding whose handle could not be stored.
-      const auto registered = jni::ZBlockData::sZBlockMap;
-      for (const auto& entry : registered) {
-        OXLI(zblock_1destroy)(env, nullptr, toHandle(entry.second));
-      }
-    };
     const auto wrap = [this] {
       OXLI(zblock_1wrap)(env, nullptr, buffer, zblock, zblock, 0);
-      return !env->ExceptionCheck() && dataOf(env, zblock);
+      return env->ExceptionCheck() ? nullptr : dataOf(env, zblock);
     };
     const auto wrapped = [this, renew] {
       renew();
@@ -380,23 +294,16 @@ class FaultSweepTest : public NativeTest {
       bound = getLong(zblock, "getRef");
     };
     add(
-        "zblock_new",
-        [this] { return OXLI(zblock_1new)(env, nullptr, zblock, buffer, zblock) == OX_ERR_OK; },
-        destroy, renew);
-    add("zblock_wrap", wrap, destroy, renew);
-    add("zblock_wrap again", wrap, destroy, wrapped);
+        "zblock_new", [this] { return OXLI(zblock_1new)(env, nullptr, zblock, buffer, zblock); },
+        renew);
+    add("zblock_wrap", wrap, renew);
+    add("zblock_wrap again", wrap, wrapped);
     add(
-        "zblock_rebind",
-        [this] { return OXLI(zblock_1rebind)(env, nullptr, buffer, bound) == OX_ERR_OK; }, destroy,
+        "zblock_rebind", [this] { return OXLI(zblock_1rebind)(env, nullptr, buffer, bound); },
         wrapped);
   }
 
-  void destroyListeners() {
-    const auto registered = ListenerData::sLsnMap;
-    for (const auto& entry : registered) {
-      OXLI(lsn_1destroy)(env, nullptr, toHandle(entry.second));
-    }
-  }
+  static void* toPublisher(jlong handle) { return fromHandle<ox_publisher_t>(handle); }
 
   // The numbers of global references, acquired characters and arrays, and gateway objects.
   using Balance = std::vector<std::size_t>;
@@ -405,15 +312,64 @@ class FaultSweepTest : public NativeTest {
             static_cast<std::size_t>(probe->counts.acquired), standin::liveObjects()};
   }
 
-  static void runIf(const Action& action) {
-    if (action) action();
+  // Calls `body`, which runs the scenario, after its preparation, and undoes what the run has done.
+  void prepared(const Scenario& scenario, const Action& body) {
+    const Frame frame(env);
+    if (scenario.prepare) scenario.prepare();
+    body();
+    if (scenario.after) scenario.after();
+
+    for (const jobject made : {message, reference, env->GetObjectArrayElement(out, 0)}) {
+      for (const jlong on : {publisher, replica}) {
+        if (made) OXLI(pub_1msgdispose)(env, nullptr, on, getLong(made, "getRef"), made);
+      }
+    }
+    env->SetObjectArrayElement(out, 0, nullptr);
+    if (zblock) OXLI(zblock_1destroy)(env, nullptr, getLong(zblock, "getRef"));
+    message = reference = zblock = nullptr;
+    oxjni_conn_unwrap(env, native.wrapped);
+    oxjni_lsn_unwrap(env, native.lsn);
+    oxjni_pub_unwrap(env, native.pub);
+    destroyRegistered(kept);
+    OXLI(conn_1open)(env, nullptr, connection, empty);
+    for (const jlong each : {publisher, replica, wholeScheme}) {
+      OXLI(pub_1open)(env, nullptr, each, empty);
+    }
   }
 
-  void runWithoutFault(const Scenario& scenario) {
-    const Frame frame(env);
-    runIf(scenario.prepare);
-    EXPECT_TRUE(scenario.run());
-    runIf(scenario.undo);
+  // Fails each gateway call, and leaves an exception pending in each, as a callback may.
+  void failEachGatewayCall(const Scenario& scenario) {
+    std::set<std::string> functions;
+    prepared(scenario, [&] {
+      standin::clearCalls();
+      EXPECT_EQ(OX_ERR_OK, scenario.run());
+      for (const auto& line : standin::calls()) functions.insert(line.substr(0, line.find(' ')));
+    });
+    // Messages are delivered without a scheme if the gateway has none.
+    if (scenario.after) return;
+    const Balance expected = balance();
+    for (const std::string& function : functions) {
+      SCOPED_TRACE(function);
+      prepared(scenario, [&] {
+        set(ref, "set", "(J)V", jlong{77});
+        set(state, "set", "(I)V", jint{77});
+        standin::failNext(function.c_str(), kFailure);
+        EXPECT_EQ(scenario.gatewayFailure, scenario.run());
+        EXPECT_EQ(77, getLong(ref, "getRef"));
+        EXPECT_EQ(77, getInt(state, "get"));
+      });
+      EXPECT_EQ(expected, balance());
+      // The gateway calls of natives that return an object make no callback.
+      if (scenario.gatewayFailure != kFailure) continue;
+      prepared(scenario, [&] {
+        standin::runDuringNext(function.c_str(), [this] { throwError(); });
+        jint result = OX_ERR_OK;
+        const std::string lines = standardError([&] { result = scenario.run(); });
+        EXPECT_EQ(result == OX_ERR_OK, lines.empty());
+        EXPECT_EQ("Error", clearException());
+      });
+      EXPECT_EQ(expected, balance());
+    }
   }
 
   void failEachJavaCall(const Scenario& scenario, JniProbe::Fault fault) {
@@ -426,55 +382,58 @@ class FaultSweepTest : public NativeTest {
       globalsLeft += scenario.globalsLeft;
     }
     int silent = 0;
-    for (bool failed = true; failed;) {
-      const Frame frame(env);
-      runIf(scenario.prepare);
-      bool succeeded = false;
-      const std::string line = standardError([&] {
-        probe->failAt(++call, fault);
-        succeeded = scenario.run();
-        failed = probe->disarm();
+    bool failed = true;
+    for (int call = 1; failed; ++call) {
+      std::string lines;
+      prepared(scenario, [&] {
+        jint result = OX_ERR_OK;
+        lines = standardError([&] {
+          probe->failAt(call, fault);
+          result = scenario.run();
+          failed = probe->disarm();
+        });
+        clearException();
+        SCOPED_TRACE(lines);
+        EXPECT_TRUE((result == OX_ERR_OK) == !failed || (scenario.succeedsAnyway && throws));
       });
-      clearException();
-      runIf(scenario.undo);
-      SCOPED_TRACE(line);
-      EXPECT_TRUE(succeeded == !failed || (scenario.succeedsAnyway && throws));
-      if (line.empty()) silent += failed ? 1 : 0;
-      const std::string start = "\nJNI Exception at ";
-      int lines = 0;
-      for (std::size_t from = 0; from < line.size(); ++lines) {
-        ASSERT_EQ(from, line.find(start, from));
-        const std::size_t end = line.find("\n\n", from + start.size());
-        ASSERT_NE(std::string::npos, end);
-        seen.insert(line.substr(from + start.size(), end - from - start.size()));
-        from = end + 2;
-      }
-      EXPECT_GE(scenario.lines, lines);
+      if (lines.empty()) silent += failed ? 1 : 0;
+      EXPECT_GE(scenario.lines, countLines(lines));
     }
-    call = 0;
     EXPECT_EQ(throws ? scenario.silent : scenario.silentNull, silent);
     EXPECT_EQ(expected, balance());
+  }
+
+  // Returns the number of lines, and adds their steps to `seen`.
+  int countLines(const std::string& lines) {
+    const std::string start = "\nJNI Exception at ";
+    int count = 0;
+    for (std::size_t from = 0; from < lines.size(); ++count) {
+      EXPECT_EQ(from, lines.find(start, from));
+      const std::size_t end = lines.find("\n\n", from + start.size());
+      seen.insert(lines.substr(from + start.size(), end - from - start.size()));
+      from = end + 2;
+    }
+    return count;
   }
 
   void failEachAllocation(const Scenario& scenario) {
     const Balance expected = balance();
     int n = 0;
     for (bool failed = true; failed;) {
-      const Frame frame(env);
-      runIf(scenario.prepare);
-      failAllocationAt(++n);
-      const bool succeeded = scenario.run();
-      failed = disarmAllocations();
-      EXPECT_NE(failed, succeeded);
-      EXPECT_EQ("", clearException());
-      runIf(scenario.undo);
+      prepared(scenario, [&] {
+        failAllocationAt(++n);
+        const jint result = scenario.run();
+        failed = disarmAllocations();
+        EXPECT_EQ(failed, result != OX_ERR_OK);
+        EXPECT_EQ("", clearException());
+      });
     }
     EXPECT_EQ(expected, balance());
   }
 
-  int call = 0;
   std::set<std::string> seen;
   std::vector<Scenario> scenarios;
+  std::set<const void*> kept;  // what the scenarios share
   jlong connection = 0;
   jlong publisher = 0;
   jlong replica = 0;
@@ -485,8 +444,7 @@ class FaultSweepTest : public NativeTest {
   jobject reference = nullptr;
   jobject filled = nullptr;
   jobject zblock = nullptr;
-  ox_msg_t* disposed = nullptr;
-  bool isDisposed = false;
+  jlong disposed = 0;
   struct {
     ox_conn_t* conn = nullptr;
     ox_conn_t* wrapped = nullptr;
@@ -496,9 +454,7 @@ class FaultSweepTest : public NativeTest {
 
   // Java arguments that all scenarios share. SetUp makes them before any fault.
   unsigned char bytes[16] = {};
-  jstring empty = nullptr;
-  jstring type = nullptr;
-  jstring streamSettings = nullptr;
+  jstring empty = nullptr, type = nullptr, streamSettings = nullptr;
   jobject buffer = nullptr, ref = nullptr, state = nullptr, jconn = nullptr, jlsn = nullptr,
           jpub = nullptr, jscheme = nullptr, subscriber = nullptr;
   jobjectArray out = nullptr;
@@ -521,10 +477,10 @@ class FaultSweepTest : public NativeTest {
   const ox_hint_t hint = {nullptr, "key", "value"};
 };
 
-TEST_F(FaultSweepTest, EachJavaFailureWritesItsLinesAndLeaksNothing) {
+TEST_F(FaultSweepTest, EachFailureOfACallWritesItsLinesAndLeaksNothing) {
   for (const Scenario& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
-    runWithoutFault(scenario);
+    failEachGatewayCall(scenario);
     failEachJavaCall(scenario, JniProbe::Fault::kThrows);
     failEachJavaCall(scenario, JniProbe::Fault::kReturnsNull);
   }
@@ -535,7 +491,7 @@ TEST_F(FaultSweepTest, EachAllocationFailureLeaksNothing) {
   standin::recordCalls(false);
   for (const Scenario& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
-    runWithoutFault(scenario);
+    prepared(scenario, [&] { EXPECT_EQ(OX_ERR_OK, scenario.run()); });
     failEachAllocation(scenario);
   }
 }

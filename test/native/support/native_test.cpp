@@ -41,6 +41,8 @@ void NativeTest::SetUp() {
 
 void NativeTest::TearDown() {
   EXPECT_EQ("", clearException());
+  script = {};
+  destroyRegistered();
   closeEnvironment();
   EXPECT_EQ(globalsLeft, probe->counts.globals);
   EXPECT_EQ(0, probe->counts.acquired);
@@ -62,6 +64,22 @@ void NativeTest::openEnvironment() {
 void NativeTest::closeEnvironment() {
   if (jni::JEnv::spInstance) {
     EXPECT_EQ(OX_ERR_OK, OXLI(env_1close)(env, nullptr));
+  }
+}
+
+void NativeTest::destroyRegistered(const std::set<const void*>& kept) const {
+  // Copies the registries, because the natives change them.
+  for (const auto& [lsn, record] : std::map(jni::ListenerData::sLsnMap)) {
+    if (!kept.count(lsn)) OXLI(lsn_1destroy)(env, nullptr, jni::toHandle(record));
+  }
+  for (const auto& [pub, record] : std::map(jni::PublisherData::sPubMap)) {
+    if (!kept.count(pub)) OXLI(pub_1destroy)(env, nullptr, jni::toHandle(pub));
+  }
+  for (const auto& [descriptor, record] : std::map(jni::ZBlockData::sZBlockMap)) {
+    if (!kept.count(descriptor)) OXLI(zblock_1destroy)(env, nullptr, jni::toHandle(record));
+  }
+  for (const auto& [conn, record] : std::map(jni::ConnData::sConnDataMap)) {
+    if (!kept.count(conn)) OXLI(conn_1destroy)(env, nullptr, jni::toHandle(record));
   }
 }
 
@@ -99,7 +117,7 @@ jlong NativeTest::newPublisher(jlong connection, const char* settings) {
 }
 
 jobject NativeTest::newMessage(jlong publisher, const char* name) {
-  const jobjectArray out = env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
+  const jobjectArray out = newArray();
   EXPECT_EQ(OX_ERR_OK,
             OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text(name), nullptr, out));
   return env->GetObjectArrayElement(out, 0);

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "org_quendel_oxli_impl_OxliImpl.h"
@@ -30,8 +31,9 @@ struct Script {
 };
 extern Script script;
 
-// Runs each test on the main thread, with a JniProbe. TearDown closes the environment and checks
-// that all references, characters, gateway objects and registry entries have been released.
+// Runs each test on the main thread, with a JniProbe. TearDown destroys what is registered, closes
+// the environment and checks that all references, characters, gateway objects and registry entries
+// have been released.
 class NativeTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -50,11 +52,17 @@ class NativeTest : public ::testing::Test {
   // Returns a new outgoing message by its name.
   jobject newMessage(jlong publisher, const char* name);
   void closeEnvironment();
+  // Destroys the registered objects by their natives, except those with a gateway handle in `kept`.
+  void destroyRegistered(const std::set<const void*>& kept = {}) const;
 
   jstring text(const char* chars) const { return env->NewStringUTF(chars); }
   jobject make(const char* className, const char* signature = "()V", ...) const;
   jobject objRef() const { return make("org/quendel/oxli/impl/ObjRef"); }
   jobject intRef() const { return make("org/quendel/oxli/impl/IntRef"); }
+  // Returns an array for the out-parameter of pub_msgnew.
+  jobjectArray newArray() const {
+    return env->NewObjectArray(1, env->FindClass("java/lang/Object"), nullptr);
+  }
   jobject scripted(const char* simpleName) const;
   // Call a method without parameters and expect that it does not throw.
   jlong getLong(jobject object, const char* method) const;
