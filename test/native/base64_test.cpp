@@ -47,6 +47,9 @@ TEST(Base64, EncodesAndDecodesKnownStrings) {
     EXPECT_EQ(c.text, encode(c.data));
     EXPECT_EQ(c.data, decode(c.text, std::strlen(c.data)));
   }
+  const std::string all = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+  EXPECT_EQ(all, std::string(Base64::encoding_table, 64));
+  EXPECT_EQ(all, encode(decode(all, 48)));
 }
 
 TEST(Base64, DecodesMalformedStrings) {
@@ -119,20 +122,6 @@ TEST(Base64, ThreadsUseOneTable) {
     for (std::thread& thread : threads) thread.join();
     for (const auto* table : seen) EXPECT_EQ(Base64::decoding_table, table);
   }
-}
-
-// The expected string is the encoding of the bytes 0 to 255 by java.util.Base64.
-TEST(Base64, AgreesWithJava) {
-  const std::string text =
-      "AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8gISIjJCUmJygpKissLS4vMDEyMzQ1Njc4"
-      "OTo7PD0-P0BBQkNERUZHSElKS0xNTk9QUVJTVFVWV1hZWltcXV5fYGFiY2RlZmdoaWprbG1ub3Bx"
-      "cnN0dXZ3eHl6e3x9fn-AgYKDhIWGh4iJiouMjY6PkJGSk5SVlpeYmZqbnJ2en6ChoqOkpaanqKmq"
-      "q6ytrq-wsbKztLW2t7i5uru8vb6_wMHCw8TFxsfIycrLzM3Oz9DR0tPU1dbX2Nna29zd3t_g4eLj"
-      "5OXm5-jp6uvs7e7v8PHy8_T19vf4-fr7_P3-_w==";
-  std::string data;
-  for (int byte = 0; byte < 256; ++byte) data += static_cast<char>(byte);
-  EXPECT_EQ(text, encode(data));
-  EXPECT_EQ(data, decode(text, data.size()));
 }
 
 }  // namespace

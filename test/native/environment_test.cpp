@@ -1,12 +1,13 @@
 #include "jni/environment.h"
 
-#include <fstream>
 #include <thread>
 
 #include "jni/jenv/jenv.h"
+#include "jni/listener.h"
 #include "jni/oxjni.h"
 #include "org_quendel_oxli_ex_impl_OxliImplEx.h"
 #include "test/native/support/native_test.h"
+#include "test/native/support/records.h"
 
 namespace oxli::test {
 
@@ -34,17 +35,14 @@ TEST_F(EnvironmentTest, GatewayReceivesTheSettingsAndThePlatform) {
   }
 }
 
-TEST_F(EnvironmentTest, SecondOpenIsRefused) {
+TEST_F(EnvironmentTest, NullSettingsAndASecondOpenAreRefused) {
+  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, open(nullptr));
+  EXPECT_EQ(nullptr, JEnv::spInstance);
+  EXPECT_EQ(0, probe->counts.lookups);
   ASSERT_EQ(OX_ERR_OK, open("a=1"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open("b=2"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open(nullptr));
   EXPECT_EQ(Lines{"ox_env_open \"a=1;platform=java\""}, standin::calls());
-}
-
-TEST_F(EnvironmentTest, NullSettingsAreRefusedBeforeAnyLookup) {
-  EXPECT_EQ(OX_ERR_INVALIDARGUMENT, open(nullptr));
-  EXPECT_EQ(nullptr, JEnv::spInstance);
-  EXPECT_EQ(0, probe->counts.lookups);
 }
 
 TEST_F(EnvironmentTest, ClassCacheStaysAfterAFailedOpenUntilClosed) {
@@ -70,9 +68,7 @@ TEST_F(EnvironmentTest, FailedCloseReleasesTheClassCache) {
 // Fails every lookup in turn. Each failure names the missing class or method and releases
 // everything.
 TEST_F(EnvironmentTest, LookupsAreThoseOfTheListInThisOrder) {
-  Lines expected;
-  std::ifstream file(OXLI_TEST_LOOKUPS);
-  for (std::string line; std::getline(file, line);) expected.push_back(line);
+  const Lines expected = linesOf(OXLI_TEST_LOOKUPS);
   ASSERT_EQ(105u, expected.size());
 
   Lines seen;
@@ -105,6 +101,11 @@ class ExitEventTest : public EnvironmentTest {
   jint registerHandler(jobject handler) {
     return OXLI(env_1register_1exithandler)(env, nullptr, handler);
   }
+  void SetUp() override {
+    EnvironmentTest::SetUp();
+    EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+    ASSERT_EQ(OX_ERR_OK, open(""));
+  }
   void TearDown() override {
     registerHandler(nullptr);
     EnvironmentTest::TearDown();
@@ -120,6 +121,23 @@ class ExitEventTest : public EnvironmentTest {
     }
     return lines;
   }
+  // Calls the callback on a new thread, which is attached before if `attached`. Returns whether it
+  // is attached afterwards, which needs a pending exception.
+  static bool staysAttached(bool attached) {
+    standin::clearCalls();
+    bool stays = false;
+    std::thread([&] {
+      void* found = nullptr;
+      if (attached) virtualMachine()->AttachCurrentThread(&found, nullptr);
+      ExitEventCB(jni::sExitEventData.get());
+      stays = virtualMachine()->GetEnv(&found, JNI_VERSION_1_6) == JNI_OK;
+      if (!stays) return;
+      EXPECT_TRUE(static_cast<JNIEnv*>(found)->ExceptionCheck());
+      static_cast<JNIEnv*>(found)->ExceptionClear();
+      virtualMachine()->DetachCurrentThread();
+    }).join();
+    return stays;
+  }
 };
 
 constexpr char kAttach[] = "[ExitEvent]: attach java to new thread.";
@@ -129,77 +147,46 @@ constexpr char kAfter[] = "[ExitEvent]: After Invoke java onExitEvent.";
 TEST_F(ExitEventTest, CallsTheHandlerOnAGatewayThread) {
   int events = 0;
   script.onExit = [&](JNIEnv*) { ++events; };
-  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
-  ASSERT_EQ(OX_ERR_OK, open(""));
   EXPECT_EQ((Lines{kAttach, kInvoke, kAfter}), raised());
-  EXPECT_EQ(1, events);
+  EXPECT_FALSE(staysAttached(true));
+  EXPECT_EQ("info: [ExitEvent]: jni env found.", standin::logLines().at(0));
+  EXPECT_EQ(2, events);
 
   // The exception of a handler stays pending on the thread.
   script.onExit = [&](JNIEnv* on) { on->ThrowNew(on->FindClass("java/lang/Error"), "exit"); };
-  standin::clearCalls();
-  std::thread([] {
-    ExitEventCB(jni::sExitEventData.get());
-    void* attached = nullptr;
-    ASSERT_EQ(JNI_OK, virtualMachine()->GetEnv(&attached, JNI_VERSION_1_6));
-    EXPECT_TRUE(static_cast<JNIEnv*>(attached)->ExceptionCheck());
-    static_cast<JNIEnv*>(attached)->ExceptionClear();
-    virtualMachine()->DetachCurrentThread();
-  }).join();
+  EXPECT_TRUE(staysAttached(false));
   EXPECT_EQ((Lines{std::string("info: ") + kAttach, std::string("info: ") + kInvoke}),
             standin::logLines());
 }
 
-TEST_F(ExitEventTest, CallsNoJavaWithoutClassCacheOrHandler) {
+TEST_F(ExitEventTest, CallsNoJavaWithoutClassCacheOrHandlerOrWhileAnExceptionIsPending) {
   script.onExit = [](JNIEnv*) { FAIL(); };
-  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
-  EXPECT_EQ(Lines{kAttach}, raised());
-
-  ASSERT_EQ(OX_ERR_OK, open(""));
-  EXPECT_EQ(OX_ERR_OK, registerHandler(nullptr));
-  EXPECT_FALSE(standin::raiseExit());
-  std::thread([] {
-    ExitEventCB(jni::sExitEventData.get());
-    void* attached = nullptr;
-    EXPECT_EQ(JNI_EDETACHED, virtualMachine()->GetEnv(&attached, JNI_VERSION_1_6));
-    ExitEventCB(nullptr);
-  }).join();
-}
-
-TEST_F(ExitEventTest, DetachesAThreadThatWasAttachedBefore) {
-  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
-  ASSERT_EQ(OX_ERR_OK, open(""));
-  standin::clearCalls();
-  std::thread([] {
-    void* attached = nullptr;
-    virtualMachine()->AttachCurrentThread(&attached, nullptr);
-    ExitEventCB(jni::sExitEventData.get());
-    EXPECT_EQ(JNI_EDETACHED, virtualMachine()->GetEnv(&attached, JNI_VERSION_1_6));
-  }).join();
-  EXPECT_EQ("info: [ExitEvent]: jni env found.", standin::logLines().at(0));
-}
-
-TEST_F(ExitEventTest, CallsNoJavaWhileAnExceptionIsPending) {
-  script.onExit = [](JNIEnv*) { FAIL(); };
-  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
-  ASSERT_EQ(OX_ERR_OK, open(""));
   throwError();
-  standin::clearCalls();
   ExitEventCB(jni::sExitEventData.get());
   EXPECT_EQ("Error", clearException());
   EXPECT_EQ("error: [ExitEvent]: java exception pending, onExitEvent not invoked.",
             standin::logLines().back());
+
+  EXPECT_EQ(OX_ERR_OK, registerHandler(nullptr));
+  EXPECT_FALSE(standin::raiseExit());
+  EXPECT_FALSE(staysAttached(false));
+  ExitEventCB(nullptr);
+
+  EXPECT_EQ(OX_ERR_OK, close());
+  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  EXPECT_EQ(Lines{kAttach}, raised());
 }
 
 TEST_F(ExitEventTest, EachRegistrationReplacesTheHandler) {
-  EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
+  const int globals = probe->counts.globals;
   const jni::ExitEventData* const record = jni::sExitEventData.get();
   EXPECT_EQ(OX_ERR_OK, registerHandler(scripted("ScriptedExitHandler")));
-  EXPECT_EQ(1, probe->counts.globals);
+  EXPECT_EQ(globals, probe->counts.globals);
   EXPECT_EQ(record, jni::sExitEventData.get());
   probe->failAt(1, JniProbe::Fault::kReturnsNull);
   EXPECT_NE("", standardError(
                     [&] { EXPECT_EQ(OX_ERR_INTERNAL, registerHandler(record->handler.get())); }));
-  EXPECT_EQ(0, probe->counts.globals);
+  EXPECT_EQ(globals - 1, probe->counts.globals);
 }
 
 // Calls a native with zeros and nulls.
@@ -230,6 +217,14 @@ TEST_F(EnvironmentTest, NativesRefuseAClosedEnvironment) {
   const ox_scheme_desc_t scheme = {};
   createScheme(env, &scheme, nullptr);
   EXPECT_EQ(nullptr, getHints(env, nullptr));
+  void* record = nullptr;
+  EXPECT_EQ(nullptr, oxjni_conn_wrap(env, nullptr));
+  EXPECT_EQ(nullptr, oxjni_lsn_wrap(env, nullptr, nullptr, &record));
+  EXPECT_EQ(nullptr, oxjni_pub_wrap(env, nullptr));
+  ox_msg_t msg = serviceRecord(OX_MSG_OPEN);
+  jni::ListenerData unbound;
+  EXPECT_EQ(nullptr, oxjni_lsn_cacheget(env, nullptr, &msg, &unbound));
+  EXPECT_EQ(OX_ERR_INTERNAL, ListenerCB(nullptr, nullptr, &msg, &unbound));
   EXPECT_EQ(Lines(), standin::calls());
 }
 

@@ -1,4 +1,3 @@
-#include <fstream>
 #include <functional>
 #include <set>
 #include <vector>
@@ -22,14 +21,6 @@ using jni::fromHandle;
 using jni::ListenerData;
 using jni::toHandle;
 using Action = std::function<void()>;
-
-// Returns the names of all steps whose failure writes a line.
-std::set<std::string> stepsWithLine() {
-  std::set<std::string> steps;
-  std::ifstream file(OXLI_TEST_STEPS);
-  for (std::string step; std::getline(file, step);) steps.insert(step);
-  return steps;
-}
 
 constexpr char kScheme[] = "scheme=?{messages=m;message.m=?{id=7;fields=f:i4}}";
 constexpr char kWholeScheme[] =
@@ -484,7 +475,8 @@ TEST_F(FaultSweepTest, EachFailureOfACallWritesItsLinesAndLeaksNothing) {
     failEachJavaCall(scenario, JniProbe::Fault::kThrows);
     failEachJavaCall(scenario, JniProbe::Fault::kReturnsNull);
   }
-  EXPECT_EQ(stepsWithLine(), seen);
+  const std::vector<std::string> steps = linesOf(OXLI_TEST_STEPS);
+  EXPECT_EQ(std::set<std::string>(steps.begin(), steps.end()), seen);
 }
 
 TEST_F(FaultSweepTest, EachAllocationFailureLeaksNothing) {

@@ -33,37 +33,61 @@ class MessageTest : public NativeTest {
   MessageCache cache;
 };
 
-TEST_F(MessageTest, EachTypeHasAClass) {
-  struct {
+// Gets each message with its payload, and again without.
+TEST_F(MessageTest, EachTypeHasAClassThatReadsItsPayload) {
+  std::int32_t code = -9;
+  std::int64_t time = -1;
+  ox_data_lifenum_t life = {0xffffffff, 0x80000000};
+  ox_data_cleardeleted_t clear = {3, -0x123456789};
+  char state[] = "rev=1";
+  const struct {
     std::uint32_t type;
-    const char* name;
-  } cases[] = {{OX_MSG_OPEN, "OpenMessage"},
-               {OX_MSG_CLOSE, "CloseMessage"},
-               {OX_MSG_TIME, "TimeMessage"},
-               {OX_MSG_DATA, "DataMessage"},
-               {OX_MSG_STREAM_DATA, "StreamDataMessage"},
-               {OX_MSG_PARSEERR, "ParseErrorMessage"},
-               {OX_MSG_TN_BEGIN, "TnBeginMessage"},
-               {OX_MSG_TN_COMMIT, "TnCommitMessage"},
-               {OX_MSG_ZRMQ_TIMEOUT, "ZrMqTimeOutMessage"},
-               {OX_MSG_ZRREPL_LIFENUM, "ZrReplLifeNumMessage"},
-               {OX_MSG_ZRREPL_CLEARDELETED, "ZrReplClearDeletedMessage"},
-               {OX_MSG_ZRREPL_ONLINE, "ZrReplOnlineMessage"},
-               {OX_MSG_ZRREPL_STATE, "ZrReplStateMessage"},
-               {0x300, "Message"}};
-  alignas(8) char payload[16] = {};
+    void* payload;
+    const char* string;
+    const char* withoutPayload;  // the same string if null
+    const char* line;            // that reports the missing payload
+  } cases[] = {
+      {OX_MSG_OPEN, &code, "OpenMessage", nullptr, ""},
+      {OX_MSG_CLOSE, &code, "CloseMessage, reason -9", "CloseMessage, reason CLOSED_BY_OWNER",
+       "error: msg->data is NULL for OX_MSG_CLOSE message\n"},
+      {OX_MSG_TIME, &time, "TimeMessage, time -1", nullptr,
+       "ERROR. msg->data is NULL for OX_MSG_TIME message\n"},
+      {OX_MSG_DATA, &code, "DataMessage quote, user id -2, address to", nullptr, ""},
+      {OX_MSG_STREAM_DATA, &code, "StreamDataMessage row, revision -5, user id 4886718345", nullptr,
+       ""},
+      {OX_MSG_PARSEERR, &code, "ParseErrorMessage quote, user id -2, address to, error 0xfffffff7",
+       "ParseErrorMessage quote, user id -2, address to, error 0x0",
+       "error: msg->data is NULL for OX_MSG_PARSEERR message\n"},
+      {OX_MSG_TN_BEGIN, &code, "TnBeginMessage", nullptr, ""},
+      {OX_MSG_TN_COMMIT, &code, "TnCommitMessage", nullptr, ""},
+      {OX_MSG_ZRMQ_TIMEOUT, &code, "ZrMqTimeOutMessage, user id -2", nullptr, ""},
+      {OX_MSG_ZRREPL_LIFENUM, &life, "ZrReplLifeNumMessage, life number 4294967295", nullptr,
+       "error: msg->data is NULL for OX_MSG_ZRREPL_LIFENUM message\n"},
+      {OX_MSG_ZRREPL_CLEARDELETED, &clear,
+       "ZrReplClearDeletedMessage, table 3, revision -4886718345", nullptr,
+       "error: msg->data is NULL for OX_MSG_ZRREPL_CLEARDELETED message\n"},
+      {OX_MSG_ZRREPL_ONLINE, &code, "ZrReplOnlineMessage", nullptr, ""},
+      {OX_MSG_ZRREPL_STATE, state, "ZrReplStateMessage, state rev=1",
+       "ZrReplStateMessage, state null", ""},
+      {0x300, &code, "Message of type 0x300", nullptr, ""}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    ox_msg_streamdata_t msg = rowRecord(1);
-    msg.head = serviceRecord(c.type, payload, sizeof payload);
-    ox_msg_data_t data = dataRecord(1, 1);
-    data.head = msg.head;
-    ox_msg_t& head = c.type == OX_MSG_STREAM_DATA ? msg.head : data.head;
+    SCOPED_TRACE(c.string);
+    ox_msg_data_t data = dataRecord(5, 6);
+    ox_msg_streamdata_t row = rowRecord(5);
+    ox_msg_t& head = c.type == OX_MSG_STREAM_DATA ? row.head : data.head;
+    head = serviceRecord(c.type, c.payload, 4);
     const jobject object = get(head);
-    EXPECT_EQ(c.name, className(object));
+    EXPECT_EQ(c.string, getText(object, "toString"));
     EXPECT_EQ(static_cast<jint>(c.type), getInt(object, "getType"));
     EXPECT_EQ(toHandle(&head), getLong(object, "getRef"));
-    EXPECT_EQ(object, get(head));
+    EXPECT_TRUE(c.payload != &life || getLong(object, "getFlags") == 2147483648);
+
+    head.data = nullptr;
+    standin::clearCalls();
+    std::string lines = standardError([&] { EXPECT_EQ(object, get(head)); });
+    for (const std::string& line : standin::logLines()) lines += line;
+    EXPECT_EQ(c.line, lines);
+    EXPECT_EQ(c.withoutPayload ? c.withoutPayload : c.string, getText(object, "toString"));
   }
 }
 
@@ -83,90 +107,17 @@ TEST_F(MessageTest, PayloadIsGatewayMemory) {
   EXPECT_EQ(78, getInt(close, "getReason"));
 }
 
-TEST_F(MessageTest, PayloadsOfServiceMessagesAreRead) {
-  std::int64_t time = -1;
-  ox_msg_t timeMsg = serviceRecord(OX_MSG_TIME, &time, sizeof time);
-  EXPECT_EQ(-1, getLong(get(timeMsg), "getTime"));
-
-  ox_data_lifenum_t life = {0xffffffff, 0x80000000};
-  ox_msg_t lifeMsg = serviceRecord(OX_MSG_ZRREPL_LIFENUM, &life, sizeof life);
-  EXPECT_EQ(4294967295, getLong(get(lifeMsg), "getLifenum"));
-  EXPECT_EQ(2147483648, getLong(get(lifeMsg), "getFlags"));
-
-  ox_data_cleardeleted_t clear = {3, -0x123456789};
-  ox_msg_t clearMsg = serviceRecord(OX_MSG_ZRREPL_CLEARDELETED, &clear, sizeof clear);
-  EXPECT_EQ(3, getInt(get(clearMsg), "getTableIdx"));
-  EXPECT_EQ(-0x123456789, getLong(get(clearMsg), "getTableRev"));
-
-  char state[] = "rev=1";
-  ox_msg_t stateMsg = serviceRecord(OX_MSG_ZRREPL_STATE, state, sizeof state);
-  EXPECT_EQ("rev=1", getText(get(stateMsg), "getReplState"));
-
-  ox_msg_data_t timeout = dataRecord(0, 0);
-  timeout.head.type = OX_MSG_ZRMQ_TIMEOUT;
-  EXPECT_EQ(-2, getInt(get(timeout), "getUserId"));
-
-  std::int32_t code = -9;
-  ox_msg_data_t error = dataRecord(5, 6, &code, sizeof code);
-  error.head.type = OX_MSG_PARSEERR;
-  EXPECT_EQ(-9, getInt(get(error), "getError"));
-  EXPECT_EQ(5, getInt(get(error), "getMsgIndex"));
-}
-
-TEST_F(MessageTest, MissingPayloadsAreReported) {
-  std::int64_t time = 5;
-  ox_msg_t timeMsg = serviceRecord(OX_MSG_TIME, &time, sizeof time);
-  get(timeMsg);
-  timeMsg.data = nullptr;
-  EXPECT_EQ("ERROR. msg->data is NULL for OX_MSG_TIME message\n",
-            standardError([&] { get(timeMsg); }));
-  EXPECT_EQ(5, getLong(get(timeMsg), "getTime"));
-  EXPECT_EQ(std::vector<std::string>(), standin::logLines());
-
-  struct {
-    std::uint32_t type;
-    const char* line;
-  } cases[] = {
-      {OX_MSG_CLOSE, "msg->data is NULL for OX_MSG_CLOSE message\n"},
-      {OX_MSG_PARSEERR, "msg->data is NULL for OX_MSG_PARSEERR message\n"},
-      {OX_MSG_ZRREPL_LIFENUM, "msg->data is NULL for OX_MSG_ZRREPL_LIFENUM message\n"},
-      {OX_MSG_ZRREPL_CLEARDELETED, "msg->data is NULL for OX_MSG_ZRREPL_CLEARDELETED message\n"}};
-  for (const auto& c : cases) {
-    standin::clearCalls();
-    ox_msg_data_t msg = dataRecord(1, 1);
-    msg.head.type = c.type;
-    EXPECT_NE(nullptr, get(msg));
-    ASSERT_EQ(1u, standin::logLines().size());
-    EXPECT_EQ(std::string("error: ") + c.line, standin::logLines()[0]);
-  }
-  std::int32_t code = -9;
-  ox_msg_data_t error = dataRecord(1, 1, &code, sizeof code);
-  error.head.type = OX_MSG_PARSEERR;
-  get(error);
-  error.head.data = nullptr;
-  EXPECT_EQ(0, getInt(get(error), "getError"));
-  ox_msg_t state = serviceRecord(OX_MSG_ZRREPL_STATE);
-  EXPECT_EQ("(null)", getText(get(state), "getReplState"));
-}
-
 TEST_F(MessageTest, SecondMessageOfAKeyUpdatesTheObject) {
   ox_msg_data_t msg = dataRecord(0x100000005, 0x80000000);
   const jobject first = get(msg);
-  EXPECT_EQ(5, getInt(first, "getMsgIndex"));
-  EXPECT_EQ(INT32_MIN, getInt(first, "getMsgId"));
-  EXPECT_EQ("quote", getText(first, "getMsgName"));
-  EXPECT_EQ(-2, getInt(first, "getUserId"));
-  EXPECT_EQ("to", getText(first, "getAddress"));
-
   ox_msg_data_t next = dataRecord(0x100000005, 9);
   next.msg_name = "other";
   next.user_id = 1;
   next.addr = nullptr;
   EXPECT_EQ(first, get(next));
+  EXPECT_EQ("DataMessage quote, user id 1", getText(first, "toString"));
+  EXPECT_EQ(5, getInt(first, "getMsgIndex"));
   EXPECT_EQ(INT32_MIN, getInt(first, "getMsgId"));
-  EXPECT_EQ("quote", getText(first, "getMsgName"));
-  EXPECT_EQ(1, getInt(first, "getUserId"));
-  EXPECT_EQ("(null)", getText(first, "getAddress"));
   EXPECT_EQ(toHandle(&next), getLong(first, "getRef"));
 }
 

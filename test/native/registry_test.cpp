@@ -1,4 +1,5 @@
 #include <functional>
+#include <utility>
 
 #include "jni/base/memory.h"
 #include "jni/connection.h"
@@ -6,7 +7,6 @@
 #include "jni/oxjni.h"
 #include "jni/publisher.h"
 #include "test/native/support/native_test.h"
-#include "test/native/support/records.h"
 
 namespace oxli::test {
 
@@ -34,10 +34,6 @@ class RegistryTest : public NativeTest {
   void TearDown() override {
     oxjni_lsn_unwrap(env, lsn);
     record = nullptr;
-    oxjni_pub_unwrap(env, pub);
-    oxjni_conn_unwrap(env, conn);
-    ox_lsn_destroy(lsn);
-    ox_pub_destroy(pub);
     ox_conn_destroy(conn);
     NativeTest::TearDown();
   }
@@ -55,6 +51,17 @@ class RegistryTest : public NativeTest {
     ConnData* const second = jni::remove(ConnData::sConnDataMap, handle);
     ConnData::sConnDataMap[handle] = registered;
     return toHandle(second);
+  }
+
+  void destroyBoth(jint (*destroy)(JNIEnv*, jclass, jlong), jlong first, jlong second,
+                   bool firstFirst) const {
+    if (!firstFirst) std::swap(first, second);
+    const int before = probe->counts.globals;
+    EXPECT_EQ(OX_ERR_OK, destroy(env, nullptr, first));
+    EXPECT_TRUE(ConnData::sConnDataMap.empty() && ListenerData::sLsnMap.empty());
+    EXPECT_EQ(before - 1, probe->counts.globals);
+    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, destroy(env, nullptr, second));
+    EXPECT_EQ(before - 2, probe->counts.globals);
   }
 
   ox_conn_t* conn = nullptr;
@@ -130,51 +137,21 @@ TEST_F(RegistryTest, WrappedListenerReturnsMessageObjects) {
   EXPECT_EQ(nullptr, oxjni_lsn_cacheget(nullptr, lsn, msg, record));
 }
 
-TEST_F(RegistryTest, ClosedEnvironmentBindsNothing) {
-  closeEnvironment();
-  EXPECT_EQ(nullptr, oxjni_conn_wrap(env, conn));
-  EXPECT_EQ(nullptr, oxjni_lsn_wrap(env, conn, lsn, &record));
-  EXPECT_EQ(nullptr, oxjni_pub_wrap(env, pub));
-  ox_msg_t msg = serviceRecord(OX_MSG_OPEN);
-  ListenerData unbound;
-  EXPECT_EQ(nullptr, oxjni_lsn_cacheget(env, lsn, &msg, &unbound));
-  EXPECT_EQ(OX_ERR_INTERNAL, ListenerCB(conn, lsn, &msg, &unbound));
-  openEnvironment();
-}
-
-// Two records of one connection, destroyed in either order: each destroy releases its own record.
-TEST_F(RegistryTest, ConnectionsBoundTwiceAreDestroyedOneByOne) {
+// Two records of one gateway object, destroyed in either order: each destroy releases its own
+// record.
+TEST_F(RegistryTest, ObjectsBoundTwiceAreDestroyedOneByOne) {
   for (const bool firstFirst : {true, false}) {
-    const int before = probe->counts.globals;
-    ox_conn_t* twice = nullptr;
-    ASSERT_EQ(OX_ERR_OK, ox_conn_new("", &twice));
-    const jobject first = oxjni_conn_wrap(env, twice);
-    const jlong firstRecord = toHandle(find(ConnData::sConnDataMap, twice));
-    ASSERT_NE(nullptr, first);
-    const jlong second = recordOfNextWrap(twice);
-    const jlong order[] = {firstFirst ? firstRecord : second, firstFirst ? second : firstRecord};
-    EXPECT_EQ(OX_ERR_OK, OXLI(conn_1destroy)(env, nullptr, order[0]));
-    EXPECT_EQ(nullptr, find(ConnData::sConnDataMap, twice));
-    EXPECT_EQ(before + 1, probe->counts.globals);
-    EXPECT_EQ(OX_ERR_INVALIDARGUMENT, OXLI(conn_1destroy)(env, nullptr, order[1]));
-    EXPECT_EQ(before, probe->counts.globals);
-  }
-}
+    ox_conn_t* boundConn = nullptr;
+    ASSERT_EQ(OX_ERR_OK, ox_conn_new("", &boundConn));
+    EXPECT_NE(nullptr, oxjni_conn_wrap(env, boundConn));
+    const jlong firstRecord = toHandle(find(ConnData::sConnDataMap, boundConn));
+    destroyBoth(&OXLI(conn_1destroy), firstRecord, recordOfNextWrap(boundConn), firstFirst);
 
-TEST_F(RegistryTest, ListenersBoundTwiceAreDestroyedOneByOne) {
-  for (const bool firstFirst : {true, false}) {
-    const int before = probe->counts.globals;
-    ox_listener_t* twice = nullptr;
-    ASSERT_EQ(OX_ERR_OK, ox_lsn_new(conn, "", &RegistryTest::onMessage, this, &twice));
+    ox_listener_t* boundLsn = nullptr;
+    ASSERT_EQ(OX_ERR_OK, ox_lsn_new(conn, "", &RegistryTest::onMessage, this, &boundLsn));
     void* records[2] = {};
-    for (void*& each : records) ASSERT_NE(nullptr, oxjni_lsn_wrap(env, conn, twice, &each));
-    EXPECT_EQ(before + 2, probe->counts.globals);
-    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1destroy)(env, nullptr, toHandle(records[firstFirst ? 0 : 1])));
-    EXPECT_EQ(nullptr, find(ListenerData::sLsnMap, twice));
-    EXPECT_EQ(before + 1, probe->counts.globals);
-    EXPECT_EQ(OX_ERR_INVALIDARGUMENT,
-              OXLI(lsn_1destroy)(env, nullptr, toHandle(records[firstFirst ? 1 : 0])));
-    EXPECT_EQ(before, probe->counts.globals);
+    for (void*& each : records) ASSERT_NE(nullptr, oxjni_lsn_wrap(env, conn, boundLsn, &each));
+    destroyBoth(&OXLI(lsn_1destroy), toHandle(records[0]), toHandle(records[1]), firstFirst);
   }
 }
 

@@ -1,6 +1,8 @@
 #include "test/native/support/native_test.h"
 
 #include <cstdarg>
+#include <fstream>
+#include <map>
 
 #include "jni/base/memory.h"
 #include "jni/connection.h"
@@ -193,6 +195,13 @@ std::string NativeTest::standardError(const std::function<void()>& body) {
   ::testing::internal::CaptureStderr();
   body();
   return ::testing::internal::GetCapturedStderr();
+}
+
+std::vector<std::string> NativeTest::linesOf(const char* file) {
+  std::vector<std::string> lines;
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
 }
 
 std::string NativeTest::clearException() const {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "org_quendel_oxli_impl_OxliImpl.h"
 #include "oxli.h"
@@ -80,6 +81,8 @@ class NativeTest : public ::testing::Test {
   std::string clearException() const;
   // Returns what `body` writes on standard error.
   static std::string standardError(const std::function<void()>& body);
+  // Returns the lines of a file.
+  static std::vector<std::string> linesOf(const char* file);
   // Returns the line of a failed step.
   static std::string lineOf(const std::string& step) {
     return "\nJNI Exception at " + step + "\n\n";
