@@ -38,7 +38,7 @@ TEST_F(EnvironmentTest, GatewayReceivesTheSettingsAndThePlatform) {
 TEST_F(EnvironmentTest, NullSettingsAndASecondOpenAreRefused) {
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT, open(nullptr));
   EXPECT_EQ(nullptr, JEnv::spInstance);
-  EXPECT_EQ(0, probe->counts.lookups);
+  EXPECT_EQ(0, probe->counts.calls);
   ASSERT_EQ(OX_ERR_OK, open("a=1"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open("b=2"));
   EXPECT_EQ(OX_ERR_INVALIDSTATE, open(nullptr));

@@ -28,7 +28,7 @@ constexpr char kWholeScheme[] =
     "indices=k;index.k=?{fields=f};field.f=?{values=?{one=1}};field.x=?{message=n}}}";
 
 struct Scenario {
-  const char* name;
+  std::string name;
   std::function<jint()> run;  // returns a result code
   Action prepare;
   jint gatewayFailure;          // the result if a gateway call returns kFailure
@@ -104,11 +104,14 @@ class FaultSweepTest : public NativeTest {
 
   // `run` returns a result code, or an object that is null after a failure.
   template <class Run>
-  Scenario& add(const char* name, Run run, Action prepare = {}) {
+  Scenario& add(const std::string& name, Run run, Action prepare = {}) {
     constexpr bool kReturnsObject = std::is_pointer_v<decltype(run())>;
     const auto code = [run]() -> jint {
-      if constexpr (kReturnsObject) return run() ? OX_ERR_OK : OX_ERR_INTERNAL;
-      if constexpr (!kReturnsObject) return run();
+      if constexpr (kReturnsObject) {
+        return run() ? OX_ERR_OK : OX_ERR_INTERNAL;
+      } else {
+        return run();
+      }
     };
     return scenarios.emplace_back(
         Scenario{name, code, std::move(prepare), kReturnsObject ? OX_ERR_INTERNAL : kFailure});
@@ -161,10 +164,7 @@ class FaultSweepTest : public NativeTest {
     add("pub_new", [this] { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub); });
     add(
         "pub_open", [this] { return OXLI(pub_1open)(env, nullptr, publisher, empty); },
-        [this] {
-          OXLI(pub_1close)
-          (env, nullptr, publisher);
-        });
+        [this] { return OXLI(pub_1close)(env, nullptr, publisher); });
     add("pub_getstate", [this] { return OXLI(pub_1getstate)(env, nullptr, publisher, state); });
     add("pub_getscheme", [this] { return OXLI(pub_1getscheme)(env, nullptr, publisher, ref); });
     add("pub_wrap", [this] { return oxjni_pub_wrap(env, native.pub); }).silentNull = 1;
@@ -234,7 +234,7 @@ class FaultSweepTest : public NativeTest {
         queue();
       };
       for (const auto& prepare : {Action(first), Action(again)}) {
-        Scenario& scenario = add("deliver", process, prepare);
+        Scenario& scenario = add("deliver type " + std::to_string(record->type), process, prepare);
         // Exceptions of onMessage write no line, nor do those of reading and filling a null map.
         scenario.silent = record == &row.head ? 3 : 1;
         scenario.after = [=] {
@@ -256,7 +256,8 @@ class FaultSweepTest : public NativeTest {
     const auto renew = [this] { filled = make("org/quendel/oxli/Scheme"); };
     const auto convert = [=]() -> jint {
       const jint result = OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
-      if (result != OX_ERR_OK || env->ExceptionCheck()) return result | OX_ERR_INTERNAL;
+      if (result != OX_ERR_OK) return result;
+      if (env->ExceptionCheck()) return OX_ERR_INTERNAL;
       // Compares through JNI functions that are not hooked, and allocates nothing.
       jvalue argument = {};
       argument.l = env->CallObjectMethodA(filled, toString, nullptr);

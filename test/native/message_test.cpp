@@ -129,14 +129,14 @@ TEST_F(MessageTest, NullMapIsMadeOnceAndOverwritten) {
   EXPECT_EQ(0x123456789, getLong(object, "getUserId"));
   const auto map = static_cast<jbooleanArray>(getObject(object, "getNulls", "()[Z"));
   EXPECT_EQ(2, env->GetArrayLength(map));
-  EXPECT_EQ(1, probe->counts.arrays);
+  EXPECT_EQ(2, probe->counts.objects);
 
   ox_msg_streamdata_t next = rowRecord(1, nulls + 1, 2);
   get(next);
   jboolean flags[2];
   env->GetBooleanArrayRegion(map, 0, 2, flags);
   EXPECT_EQ(0, std::memcmp(nulls + 1, flags, 2));
-  EXPECT_EQ(1, probe->counts.arrays);
+  EXPECT_EQ(2, probe->counts.objects);
 
   ox_msg_streamdata_t without = rowRecord(1);
   get(without);

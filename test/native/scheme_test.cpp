@@ -51,6 +51,13 @@ class SchemeTest : public NativeTest {
     return env->ExceptionCheck() ? "" : getText(jscheme, "toString");
   }
 
+  // Returns the class of the exception of a conversion, if it leaves one, and what was written on
+  // standard error.
+  std::string failure() {
+    converted();
+    return clearException() + errors;
+  }
+
   std::deque<ox_field_desc_t> fields;
   std::deque<ox_field_value_desc_t> values;
   ox_message_desc_t message = {nullptr, 0, 0, nullptr, 3, "m", "", nullptr, 0, nullptr};
@@ -135,41 +142,32 @@ TEST_F(SchemeTest, ListsMayDifferFromTheirCounts) {
                 "    field f (i1), number 1, size 1, offset 0, null flag 0: f\n    field missing\n",
             converted());
 
-  const std::string start = "\nJNI Exception at ";
-  const std::string outer = "\n\n" + start + "set message desc array element\n\n";
+  const std::string overflow = "ArrayIndexOutOfBoundsException";
+  const std::string end = lineOf("set message desc array element");
   message.num_fields = 0;
-  EXPECT_EQ("", converted());
-  EXPECT_EQ("ArrayIndexOutOfBoundsException", clearException());
-  EXPECT_EQ(start + "new index desc" + outer, errors);
+  EXPECT_EQ(overflow + lineOf("new index desc") + end, failure());
 
   ox_index_field_desc_t member = {nullptr, &fields.front(), 0};
   ox_index_desc_t index = {nullptr, 0, &member, "", "", nullptr};
   message.num_fields = 1;
   message.num_indices = 1;
   message.indices = &index;
-  EXPECT_EQ("", converted());
-  EXPECT_EQ("ArrayIndexOutOfBoundsException", clearException());
-  EXPECT_EQ(start + "set index field desc array element" + outer, errors);
+  EXPECT_EQ(overflow + lineOf("set index field desc array element") + end, failure());
 
   scheme.num_messages = 0;
   index.num_fields = 1;
-  EXPECT_EQ("", converted());
-  EXPECT_EQ("ArrayIndexOutOfBoundsException", clearException());
-  EXPECT_EQ(start + "set message desc array element\n\n", errors);
+  EXPECT_EQ(overflow + end, failure());
   scheme.num_messages = 0xffffffff;
-  EXPECT_EQ("", converted());
-  EXPECT_EQ("NegativeArraySizeException", clearException());
+  EXPECT_EQ("NegativeArraySizeException" + lineOf("new message descs[]"), failure());
   scheme = {1, 2, 0, nullptr};
   EXPECT_EQ("scheme of type 1, features 2\n", converted());
 }
 
 TEST_F(SchemeTest, CircularListsAndDeepNestingFail) {
-  const std::string start = "\nJNI Exception at ";
-  const std::string end = start + "set message desc array element\n\n";
+  const std::string end = lineOf("set message desc array element");
   ox_field_desc_t& field = addField("i1", 1);
   field.next = &field;
-  EXPECT_EQ("", converted());
-  EXPECT_EQ("ArrayIndexOutOfBoundsException", clearException());
+  EXPECT_EQ("ArrayIndexOutOfBoundsException" + lineOf("new index desc") + end, failure());
   field.next = nullptr;
 
   ox_hint_t hint = {nullptr, "a", "1"};
@@ -178,15 +176,13 @@ TEST_F(SchemeTest, CircularListsAndDeepNestingFail) {
   for (ox_hint_t* const last : {&hint, &before, &beforeThat}) {
     hint.next = last;
     message.hints = &beforeThat;
-    converted();
-    EXPECT_EQ(start + "get hints[]\n\n" + end, errors);
+    EXPECT_EQ(lineOf("get hints[]") + end, failure());
   }
   message.hints = nullptr;
 
   field.value = "";
   field.size = 0x80000000;
-  converted();
-  EXPECT_EQ(start + "new index desc\n\n" + end, errors);
+  EXPECT_EQ(lineOf("new index desc") + end, failure());
   field.value = nullptr;
 
   const int kLevels = 256;
@@ -214,7 +210,7 @@ TEST_F(SchemeTest, CircularListsAndDeepNestingFail) {
     last.msg = tooDeep;
     jscheme = make("org/quendel/oxli/Scheme");
     EXPECT_EQ("scheme of type 4294967295, features 2147483649\n", converted());
-    EXPECT_EQ(0u, errors.find(start + "new message desc\n\n"));
+    EXPECT_EQ(0u, errors.find(lineOf("new message desc")));
     EXPECT_EQ(errors.size() - end.size(), errors.rfind(end));
   }
 }

@@ -1,6 +1,7 @@
 #include "test/support/settings_table.h"
 
 #include <map>
+#include <utility>
 
 #include "utils/properties.h"
 
@@ -9,12 +10,6 @@ namespace oxli::test {
 namespace {
 
 using Pairs = std::map<std::string, std::string>;
-
-struct Outcome {
-  bool wellFormed;
-  Pairs pairs;
-  std::string message;
-};
 
 enum State { kKey, kEscape, kValue, kNested, kQuoted };
 enum Class { kEquals, kSemicolon, kOpens, kCloses, kQuoteAfterEquals, kQuote, kBackslash, kOther };
@@ -84,7 +79,8 @@ std::string printed(const std::string& string) {
   return string.substr(0, string.find('\0'));
 }
 
-Outcome parseByTable(const std::string& settings) {
+// Returns the pairs and the error message, which is empty for well-formed settings.
+std::pair<Pairs, std::string> parseByTable(const std::string& settings) {
   Machine machine;
   Pairs pairs;
   for (std::size_t i = 0; i < settings.size(); ++i) {
@@ -103,23 +99,22 @@ Outcome parseByTable(const std::string& settings) {
 
   const bool closed = machine.stack.empty();
   if (machine.wellFormed && closed && (machine.key + machine.token).empty()) {
-    return {true, pairs, ""};
+    return {pairs, ""};
   }
   const std::string key = printed(machine.key), token = printed(machine.token);
   std::string message = "oxutils::Properties: Unable to parse parameters. ";
   message += closed ? key + " = " + token : "Syntax error near substring " + key + "=" + token;
   message += ". The entire string is '" + printed(settings) + "'.";
-  return {false, pairs, message.substr(0, 16383)};
+  return {pairs, message.substr(0, 16383)};
 }
 
 }  // namespace
 
 bool parserFollowsTable(const std::string& settings) {
   oxutils::Properties properties;
-  const Outcome expected = parseByTable(settings);
-  return properties.parse(settings) == expected.wellFormed &&
-         static_cast<const Pairs&>(properties) == expected.pairs &&
-         properties.lastError == expected.message;
+  const auto& [pairs, message] = parseByTable(settings);
+  return properties.parse(settings) == message.empty() &&
+         static_cast<const Pairs&>(properties) == pairs && properties.lastError == message;
 }
 
 }  // namespace oxli::test

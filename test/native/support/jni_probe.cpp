@@ -19,12 +19,10 @@ enum Traits : unsigned {
   kAcquires = 1u << 6,
   kReleases = 1u << 7,
   kLegalWhilePending = 1u << 8,
-  kLookup = 1u << 9,
-  kObject = 1u << 10,
-  kArray = 1u << 11,
+  kObject = 1u << 9,
   // The virtual machine implements it with other functions of the table, which do not count.
-  kComposed = 1u << 12,
-  kExceptionTest = 1u << 13,
+  kComposed = 1u << 10,
+  kExceptionTest = 1u << 11,
 };
 
 template <auto Function>
@@ -69,9 +67,9 @@ JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env
   injected_ = static_cast<jclass>(env->NewGlobalRef(found));
   env->DeleteLocalRef(found);
 
-  OXLI_HOOK(FindClass, kMakes | kMakesLocal | kLookup);
-  OXLI_HOOK(GetMethodID, kMakes | kLookup);
-  OXLI_HOOK(GetStaticMethodID, kMakes | kLookup);
+  OXLI_HOOK(FindClass, kMakes | kMakesLocal);
+  OXLI_HOOK(GetMethodID, kMakes);
+  OXLI_HOOK(GetStaticMethodID, kMakes);
   OXLI_HOOK(NewObjectV, kMakes | kMakesLocal | kObject);
   OXLI_HOOK(CallVoidMethodV, kRunsJava);
   OXLI_HOOK(CallIntMethodV, kRunsJava);
@@ -80,9 +78,9 @@ JniProbe::JniProbe(JNIEnv* env) : env_(env), real_(env->functions), hooked_(*env
   OXLI_HOOK(CallStaticObjectMethodV, kRunsJava | kMakesLocal);
   OXLI_HOOK(NewStringUTF, kMakes | kMakesLocal);
   OXLI_HOOK(NewDirectByteBuffer, kMakes | kMakesLocal | kComposed);
-  OXLI_HOOK(NewObjectArray, kMakes | kMakesLocal | kArray);
-  OXLI_HOOK(NewBooleanArray, kMakes | kMakesLocal | kArray);
-  OXLI_HOOK(NewByteArray, kMakes | kMakesLocal | kArray);
+  OXLI_HOOK(NewObjectArray, kMakes | kMakesLocal | kObject);
+  OXLI_HOOK(NewBooleanArray, kMakes | kMakesLocal | kObject);
+  OXLI_HOOK(NewByteArray, kMakes | kMakesLocal | kObject);
   OXLI_HOOK(SetBooleanArrayRegion, kRunsJava);
   OXLI_HOOK(SetByteArrayRegion, 0);
   OXLI_HOOK(SetObjectArrayElement, kRunsJava);
@@ -138,9 +136,7 @@ bool JniProbe::failsNow(const char* name, unsigned traits) {
 void JniProbe::count(unsigned traits, bool made) {
   ++counts.calls;
   if (traits & kExceptionTest) ++counts.exceptionTests;
-  if (traits & kLookup) ++counts.lookups;
   if (traits & kObject) ++counts.objects;
-  if (traits & kArray) ++counts.arrays;
   if (traits & kDeletesLocal) --counts.locals;
   if (traits & kDeletesGlobal) --counts.globals;
   if (traits & kReleases) {

@@ -32,9 +32,7 @@ class JniProbe {
     int globals = 0;         // NewGlobalRef less DeleteGlobalRef
     int acquired = 0;        // characters and array elements acquired less released
     int locals = 0;          // local references made less deleted
-    int objects = 0;         // NewObject calls
-    int lookups = 0;         // class and method lookups
-    int arrays = 0;          // new primitive arrays
+    int objects = 0;         // new objects and arrays
     int calls = 0;           // hooked calls of all kinds
     int exceptionTests = 0;  // ExceptionOccurred calls
   };
