@@ -1,12 +1,10 @@
 #include <atomic>
 #include <thread>
 
-#include "jni/base/failure.h"
 #include "jni/base/memory.h"
 #include "jni/jenv/jenv.h"
 #include "jni/listener.h"
 #include "jni/oxjni.h"
-#include "jni/publisher.h"
 #include "test/native/support/native_test.h"
 #include "test/native/support/new_faults.h"
 #include "test/native/support/records.h"
