@@ -340,28 +340,29 @@ class FaultSweepTest : public NativeTest {
     });
     // Messages are delivered without a scheme if the gateway has none.
     if (scenario.after) return;
-    const Balance expected = balance();
     for (const std::string& function : functions) {
       SCOPED_TRACE(function);
       prepared(scenario, [&] {
         set(ref, "set", "(J)V", jlong{77});
         set(state, "set", "(I)V", jint{77});
+        const Balance before = balance();
         standin::failNext(function.c_str(), kFailure);
         EXPECT_EQ(scenario.gatewayFailure, scenario.run());
+        EXPECT_EQ(before, balance());
         EXPECT_EQ(77, getLong(ref, "getRef"));
         EXPECT_EQ(77, getInt(state, "get"));
       });
-      EXPECT_EQ(expected, balance());
       // The gateway calls of natives that return an object make no callback.
       if (scenario.gatewayFailure != kFailure) continue;
       prepared(scenario, [&] {
+        const Balance before = balance();
         standin::runDuringNext(function.c_str(), [this] { throwError(); });
         jint result = OX_ERR_OK;
         const std::string lines = standardError([&] { result = scenario.run(); });
         EXPECT_EQ(result == OX_ERR_OK, lines.empty());
+        EXPECT_TRUE(result == OX_ERR_OK || before == balance());
         EXPECT_EQ("Error", clearException());
       });
-      EXPECT_EQ(expected, balance());
     }
   }
 
