@@ -149,6 +149,11 @@ void Link::append(const std::vector<std::string_view>& command) {
   }
 }
 
+void Link::send() {
+  int sent = 0;
+  if (hiredis().bufferWrite(context_, &sent) != REDIS_OK) fail();
+}
+
 Reply Link::receive(std::chrono::milliseconds extra) {
   for (auto until = Clock::now() + timeout_ + extra;;) {
     void* reply = nullptr;

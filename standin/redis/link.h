@@ -54,8 +54,10 @@ class Link {
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
 
-  // Adds a command to those that are sent by the next receive().
+  // Adds a command to those that the next send() or receive() sends.
   void append(const std::vector<std::string_view>& command);
+  // Sends appended commands, as far as that is possible without waiting.
+  void send();
   // Returns the next reply. `extra` is added to the timeout.
   Reply receive(std::chrono::milliseconds extra = {});
   // The same. Throws a LinkError if the reply is an error.

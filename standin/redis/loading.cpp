@@ -8,6 +8,8 @@ namespace {
 // The number of bytes that one read aims at, and the limit of its items.
 constexpr std::size_t kTargetBytes = std::size_t{1} << 20;
 constexpr std::int64_t kMaxItems = 1000;
+// The number of pages that are read between two reads of the log.
+constexpr int kPages = 4;
 
 }  // namespace
 
@@ -29,51 +31,63 @@ void Reader::startLoading() {
   loading_ = true;
   low_ = wanted_;
   after_ = std::to_string(low_);
-  page_.reset();  // it may have been requested before changes were lost
+  pageKeys_.reset();  // they may have been requested before changes were lost
   target_.reset();
 }
 
-void Reader::requestPage(Link& link) {
+void Reader::requestPageKeys(Link& link) {
   requested_ = pageCount_;
   link.append({"ZRANGEBYSCORE", keys_ + std::to_string(life_) + ":index", '(' + after_,
                std::to_string(complete_), "WITHSCORES", "LIMIT", "0", std::to_string(requested_)});
 }
 
-// The index is read before the rows, so a row may have changed in between. The log has all changes
-// up to the target, and they are passed before onOnline().
-void Reader::readPage(const Scripts& scripts, Link& link) {
-  if (!page_) {
-    requestPage(link);
-    page_ = link.receiveResult();
-  }
-  const Reply page = *std::exchange(page_, std::nullopt);
-  const std::size_t count = page.size() / 2;
-  const bool last = static_cast<std::int64_t>(count) < requested_;
-  if (count > 0) {
-    const std::string table = keys_ + std::to_string(life_) + ":rows";
-    std::vector<std::string_view> command = {"HMGET", table};
-    for (std::size_t i = 0; i < count; ++i) command.push_back(page[2 * i].string());
-    link.append(command);
-    after_ = page[2 * count - 1].string();
-    if (!last) requestPage(link);  // the server finds the next page while this one is decoded
-    passPage(page, link.receiveResult());
-  }
-  if (last) {
-    // If the stream was made anew, rows may be missing. Without a target, onOnline() is not called.
-    const Look found = look(scripts);
-    if (found.life == life_) target_ = found.end;
-  } else {
-    page_ = link.receiveResult();
-  }
+// Requests the rows of a page, and the keys of the page after it unless this is the last one.
+void Reader::requestRows(Link& link, const Reply& pageKeys, bool last) {
+  const std::size_t count = pageKeys.size() / 2;
+  const std::string table = keys_ + std::to_string(life_) + ":rows";
+  std::vector<std::string_view> command = {"HMGET", table};
+  for (std::size_t i = 0; i < count; ++i) command.push_back(pageKeys[2 * i].string());
+  link.append(command);
+  after_ = pageKeys[2 * count - 1].string();
+  if (!last) requestPageKeys(link);
+  link.send();
 }
 
-void Reader::passPage(const Reply& page, const Reply& bodies) {
+// Passes each page while the server reads the next one. Passes all pages before it returns, because
+// a row must not be passed after a later removal of the row, which the log has. The keys are read
+// before the rows, so a row may have changed in between. The log has all changes up to the target,
+// and they are passed before onOnline().
+void Reader::readPages(const Scripts& scripts, Link& link) {
+  if (!pageKeys_) {
+    requestPageKeys(link);
+    pageKeys_ = link.receiveResult();
+  }
+  std::optional<Page> page;
+  bool last = false;
+  for (int left = kPages; left > 0 && !last; --left) {
+    Reply keys = *std::exchange(pageKeys_, std::nullopt);
+    const std::size_t count = keys.size() / 2;
+    last = static_cast<std::int64_t>(count) < requested_;
+    if (count == 0) break;
+    requestRows(link, keys, last);
+    if (page) passPage(*page);
+    page = Page{std::move(keys), link.receiveResult()};
+    if (!last) pageKeys_ = link.receiveResult();
+  }
+  if (page) passPage(*page);
+  if (!last) return;
+  // If the stream was made anew, rows may be missing. Without a target, onOnline() is not called.
+  const Look found = look(scripts);
+  if (found.life == life_) target_ = found.end;
+}
+
+void Reader::passPage(const Page& page) {
   std::vector<MessagePtr> rows;
   std::size_t bytes = 0;
-  for (std::size_t i = 0; i < page.size() / 2; ++i) {
-    const Reply body = bodies[i];
+  for (std::size_t i = 0; i < page.keys.size() / 2; ++i) {
+    const Reply body = page.bodies[i];
     if (body.isNil()) continue;  // it was cleared meanwhile
-    const std::string_view score = page[2 * i + 1].string();
+    const std::string_view score = page.keys[2 * i + 1].string();
     const auto rev = toNumber<std::int64_t>(std::string(score));
     if (!rev || *rev <= low_ || *rev > complete_) {
       skip("row", "its revision is invalid");
@@ -82,7 +96,7 @@ void Reader::passPage(const Reply& page, const Reply& bodies) {
     bytes += body.string().size();
     if (MessagePtr row = decodeOrSkip(body.string(), *rev, "row")) rows.push_back(std::move(row));
   }
-  adapt(pageCount_, page.size() / 2, bytes);
+  adapt(pageCount_, page.keys.size() / 2, bytes);
   const MutexLock lock(sMutex);
   if (!receiver_) return;
   for (const MessagePtr& row : rows) receiver_->onRetained(row);

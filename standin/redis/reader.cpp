@@ -95,13 +95,13 @@ void Reader::run(Worker& worker) {
 void Reader::serve(const Scripts& scripts, Link& link, const Worker& worker) {
   heartbeats_.clear();
   // Loading starts again, because the reply to a requested page may be lost with the connection.
-  page_.reset();
+  pageKeys_.reset();
   after_ = std::to_string(low_);
   look(scripts);
   awaitProceed(worker);
   while (!worker.isStopped() && !ended_) {
     startLoading();
-    if (loading_ && !target_) readPage(scripts, link);
+    if (loading_ && !target_) readPages(scripts, link);
     endLoading();
     if (!readLog(link, worker)) {
       const Look found = look(scripts);

@@ -45,6 +45,10 @@ class Reader : public std::enable_shared_from_this<Reader> {
     std::string scheme;
   };
   using Arrivals = std::vector<Arrival>;
+  struct Page {
+    Reply keys;  // the keys and revisions of the rows
+    Reply bodies;
+  };
   // The state of the stream, as Script::kLook returns it.
   struct Look {
     std::uint32_t life = 0;
@@ -67,9 +71,10 @@ class Reader : public std::enable_shared_from_this<Reader> {
   // read.
   static void adapt(std::int64_t& count, std::size_t read, std::size_t bytes);
   void startLoading() EXCLUDES(sMutex);
-  void requestPage(Link& link);
-  void readPage(const Scripts& scripts, Link& link) EXCLUDES(sMutex);
-  void passPage(const Reply& page, const Reply& bodies) EXCLUDES(sMutex);
+  void requestPageKeys(Link& link);
+  void requestRows(Link& link, const Reply& pageKeys, bool last);
+  void readPages(const Scripts& scripts, Link& link) EXCLUDES(sMutex);
+  void passPage(const Page& page) EXCLUDES(sMutex);
   void endLoading() EXCLUDES(sMutex);
   bool readLog(Link& link, const Worker& worker) EXCLUDES(sMutex);
   Arrival arrivalOf(const Reply& entry) const EXCLUDES(sMutex);
@@ -103,13 +108,13 @@ class Reader : public std::enable_shared_from_this<Reader> {
   // Used by the reader's thread only.
   std::shared_ptr<const Scheme> scheme_;
   std::int64_t low_ = 0;
-  std::string after_;            // rows up to that revision have been requested
-  std::optional<Reply> page_;    // the keys and revisions of the rows that are read next
-  std::int64_t requested_ = 0;   // the number of rows requested for that page
-  std::optional<Id> target_;     // the end of the log after the last page was read
-  std::int64_t logCount_ = 16;   // number of entries that are read at once
-  std::int64_t pageCount_ = 16;  // number of rows in a page
-  bool replaced_ = false;        // the stream has another life number now
+  std::string after_;              // rows up to that revision have been requested
+  std::optional<Reply> pageKeys_;  // the keys and revisions of the rows that are read next
+  std::int64_t requested_ = 0;     // the number of rows requested for that page
+  std::optional<Id> target_;       // the end of the log after the last page was read
+  std::int64_t logCount_ = 16;     // number of entries that are read at once
+  std::int64_t pageCount_ = 16;    // number of rows in a page
+  bool replaced_ = false;          // the stream has another life number now
   bool ended_ = false;
   // For the id of each open publisher: its heartbeat counter, and the number of consecutive looks
   // that have found this value.
