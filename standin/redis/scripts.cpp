@@ -137,7 +137,12 @@ for i = math.max(seq - first + 1, 0), posts - 1 do
   end
   bytes = bytes + #body + 100
   if bytes > limit / 16 then
-    redis.call('RPUSH', marks, id)
+    -- A log that begins with a row shows no gap if trimmed changes precede the row. Their last one
+    -- is therefore retained.
+    local mark, before = id, redis.call('XREVRANGE', log, '(' .. id, '-', 'COUNT', 1)[1]
+    local isRow = string.sub(id, -2) == '-0'
+    if isRow and before and string.sub(before[1], -2) ~= '-0' then mark = before[1] end
+    redis.call('RPUSH', marks, mark)
     bytes = 0
     if redis.call('LLEN', marks) > 16 then
       redis.call('XTRIM', log, 'MINID', redis.call('LPOP', marks))

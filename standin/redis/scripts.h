@@ -20,9 +20,9 @@
 //   ox:answered:SERIAL     a request that was replied to; expires
 //
 // The id of a row in the log is REV-0. The id of any other change is REV-N, with the REV of the
-// latest row and the next N. A gap between ids therefore shows that changes were trimmed. After an
-// id that another client has written, the next change of any kind has the id REV-0, with the
-// revision after that id.
+// latest row and the next N. A gap between ids therefore shows that changes were trimmed: a trimmed
+// log never begins with a row that follows another change. After an id that another client has
+// written, the next change of any kind has the id REV-0, with the revision after that id.
 #ifndef OXLI_STANDIN_REDIS_SCRIPTS_H
 #define OXLI_STANDIN_REDIS_SCRIPTS_H
 

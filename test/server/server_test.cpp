@@ -305,6 +305,18 @@ TEST_F(ServerTest, SlowListenersAreClosedOrReadRowsAgain) {
   EXPECT_LT(0, timesLogged("changes were discarded by the server"));
 }
 
+TEST_F(ServerTest, TrimmedLogBeginsWhereReadersDetectTheGap) {
+  const PrivateServer& server = startServer({"--appendfsync", "no"});
+  const std::string settings = at("log_limit=16");  // so that each post makes a mark
+  Peer data(settings, "stream=s"), rows(settings, "stream=s;mode=replica");
+  for (const int64_t value : {1, 2, 3}) EXPECT_EQ(OX_ERR_OK, data.post(0, value));
+  EXPECT_TRUE(standin::settle());
+  for (const int64_t value : upTo(17)) EXPECT_EQ(OX_ERR_OK, rows.post(0, value));
+  EXPECT_TRUE(standin::settle());
+  const std::string first = server.command("XRANGE " + keysOf("s") + "log - + COUNT 1");
+  EXPECT_NE(std::string::npos, first.find("\r\n0-4\r\n")) << first;
+}
+
 TEST_F(ServerTest, RequestsAreRepliedToByAnotherProcess) {
   startServer({"--appendfsync", "no"});
   Peer asking(at(), "stream=requests;reply_timeout=2000");
