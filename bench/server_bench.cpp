@@ -1,7 +1,7 @@
-// Compares streams of one process with streams of a private server, whose posts come from another
-// process. One server writes each post to the disk before it acknowledges it; the other one writes
-// to the disk every second. Prints a table for standin/README.md. An argument selects the figures
-// whose names contain it.
+// Compares streams of one process with streams of two private servers, to which another process
+// posts. One server writes each post to the disk before it acknowledges it; the other one writes to
+// the disk every second. Prints a table for standin/README.md. An argument selects the figures
+// whose names contain it; select the last three together, with "million".
 #include <malloc.h>
 #include <unistd.h>
 
@@ -127,17 +127,17 @@ long residentMebibytes(pid_t process) {
   return kilobytesOf("VmRSS:", "/proc/" + std::to_string(process) + "/status") / 1024;
 }
 
-// A transport of streams: this process, or a private server with the given `appendfsync` setting.
-class Transport {
+// A setup for streams: this process, or a private server with the given `appendfsync` setting.
+class Setup {
  public:
-  explicit Transport(std::string fsync = "") {
+  explicit Setup(std::string fsync = "") {
     if (fsync.empty()) return;
     server_ = std::make_unique<PrivateServer>(
         std::vector<std::string>{"--appendfsync", std::move(fsync)});
     settings_ = "server=" + server_->address() + ';';
   }
 
-  // Returns messages or rows per second, from the first post to the last delivery.
+  // Returns messages or rows per second, from the start of the publisher to the last delivery.
   std::string throughput(bool rows, std::size_t size, std::int64_t count) {
     const Posts posts{nextStream(), rows, size, count, {}};
     Inbox inbox;
@@ -170,8 +170,8 @@ class Transport {
     return at(50) + " / " + at(99);
   }
 
-  // Returns the seconds until a new listener has a million rows. memory() then returns the memory
-  // that they occupy.
+  // Returns the seconds until a new listener has a million rows. memory() then returns by how much
+  // the memory of this process has grown and, with a server, the whole memory of the server.
   std::string snapshot() {
     malloc_trim(0);  // returns the free memory of earlier measurements to the system
     const long before = residentMebibytes(getpid());
@@ -266,39 +266,31 @@ int main(int count, char** arguments) {
   constexpr std::size_t kMebibyte = std::size_t{1} << 20;
   const struct {
     const char* name;
-    std::function<std::string(Transport&)> measure;
+    std::function<std::string(Setup&)> measure;
   } figures[] = {
       {"messages a second, 64 bytes",
-       [](Transport& transport) { return transport.throughput(false, 64, 200000); }},
-      {"rows a second, 64 bytes",
-       [](Transport& transport) { return transport.throughput(true, 64, 200000); }},
+       [](Setup& setup) { return setup.throughput(false, 64, 200000); }},
+      {"rows a second, 64 bytes", [](Setup& setup) { return setup.throughput(true, 64, 200000); }},
       {"messages a second, 1 MiB",
-       [](Transport& transport) { return transport.throughput(false, kMebibyte, 200); }},
+       [](Setup& setup) { return setup.throughput(false, kMebibyte, 200); }},
       {"one-way latency, 64 bytes: median / 99 %, microseconds",
-       [](Transport& transport) {
-         return transport.latency(64, 2000, std::chrono::milliseconds(1));
-       }},
+       [](Setup& setup) { return setup.latency(64, 2000, std::chrono::milliseconds(1)); }},
       {"one-way latency, 1 MiB: median / 99 %, microseconds",
-       [](Transport& transport) {
-         return transport.latency(kMebibyte, 100, std::chrono::milliseconds(20));
-       }},
-      {"ready after kill -9 of the server",
-       [](Transport& transport) { return transport.readyAfterKill(); }},
-      {"snapshot of a million rows of 64 bytes",
-       [](Transport& transport) { return transport.snapshot(); }},
-      {"memory with a million rows: process + server",
-       [](Transport& transport) { return transport.memory(); }},
+       [](Setup& setup) { return setup.latency(kMebibyte, 100, std::chrono::milliseconds(20)); }},
+      {"ready after kill -9 of the server", [](Setup& setup) { return setup.readyAfterKill(); }},
+      {"snapshot of a million rows of 64 bytes", [](Setup& setup) { return setup.snapshot(); }},
+      {"memory with a million rows: process + server", [](Setup& setup) { return setup.memory(); }},
       {"ready after kill -9 of the server with a million rows",
-       [](Transport& transport) { return transport.readyAfterKill(); }},
+       [](Setup& setup) { return setup.readyAfterKill(); }},
   };
-  Transport inProcess, every("everysec"), always("always");
+  Setup inProcess, every("everysec"), always("always");
   std::printf("| | in-process | server, on disk every second | server, each post on disk |\n");
   std::printf("|---|---|---|---|\n");
   for (const auto& figure : figures) {
     if (count == 2 && !std::strstr(figure.name, arguments[1])) continue;
     std::printf("| %s", figure.name);
-    for (Transport* transport : {&inProcess, &every, &always}) {
-      std::printf(" | %s", figure.measure(*transport).c_str());
+    for (Setup* setup : {&inProcess, &every, &always}) {
+      std::printf(" | %s", figure.measure(*setup).c_str());
       std::fflush(stdout);
     }
     std::printf(" |\n");

@@ -47,9 +47,9 @@ jlong integerValue(const ox_field_desc_t& field, const ox_field_value_desc_t& va
 }
 
 // Converts a scheme description, or a part of one, to Java objects. After a failed step no further
-// step runs. The next check that names a step writes the line, and checks for the enclosing
-// descriptions may write further lines. The local references of the conversion are valid until the
-// calling native returns.
+// step runs. The next call of reportIfFailed() writes the line, with the step that it is given; the
+// calls for the enclosing descriptions may write further lines. The local references of the
+// conversion are valid until the calling native returns.
 class Conversion {
  public:
   Conversion(JNIEnv* env, const JEnv& classes) : env_(env), classes_(classes) {

@@ -51,9 +51,10 @@ void runDuringNext(const char* function, std::function<void()> body);
 
 // Queues a record of the caller, which must remain valid until it has been delivered `times` times.
 // The listener receives the same pointer, whatever the listener's state; closing or destroying the
-// listener discards the record. No scheme describes the record: if a row is posted, it is refused;
-// if a data message is posted, listeners get a parse error; a post that refers to the record copies
-// none of its blocks. Returns false if the listener does not exist or `times` is 0.
+// listener discards the record. No scheme describes the record: if it is a row and is posted again,
+// the post is refused; if it is a data message, listeners get a parse error. A post that refers to
+// the record copies none of its blocks. Returns false if the listener does not exist or `times` is
+// 0.
 bool deliver(ox_listener_t* lsn, const ox_msg_t* record, std::size_t times = 1);
 // Calls the listener on this thread, outside any ox_ call. Returns its result, or
 // OX_ERR_INVALIDARGUMENT if it does not exist.

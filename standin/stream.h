@@ -37,9 +37,9 @@ class Stream final : private Receiver {
   static void join(Publisher& pub, const std::string& name,
                    const std::shared_ptr<const Scheme>& scheme) REQUIRES(sMutex);
   void leave(const Publisher& pub) REQUIRES(sMutex);
-  // Posts a copy of a record. Without a server, refuses it if the queue of a receiver is full. If
-  // the stream's scheme does not describe the record, a row is refused, and any other message
-  // becomes a parse error.
+  // Posts a copy of a record. Without a server, refuses it if the queue of a listener's connection
+  // is full. If the stream's scheme does not describe the record, a row is refused, and any other
+  // message becomes a parse error.
   void post(const Publisher& pub, const KnownRecord& known, const Description* ofRef,
             std::chrono::milliseconds replyWithin) REQUIRES(sMutex);
   // Removes the rows of the record's message whose revisions are lower than the record's.

@@ -58,7 +58,7 @@ class Receiver {
   ~Receiver() = default;
 };
 
-// Follows a stream until it is destroyed. The receiver is not called afterwards.
+// Follows a stream until this object is destroyed. The receiver is not called afterwards.
 class Follower {
  public:
   virtual ~Follower() = default;
@@ -111,8 +111,9 @@ class Transport {
   virtual ~Transport() = default;
   // Returns the server's address. Streams of the same name at the same address are the same stream.
   virtual const std::string& address() const = 0;
-  // Waits until the server is reached, or close() is called. Refuses with kNoServer if it is not
-  // reached.
+  // Waits until the server is reached, an attempt to connect fails, or close() is called, at most
+  // for twice the server timeout. Refuses with kNoServer if the server is not reached, unless
+  // close() was called.
   virtual void open() REQUIRES(sMutex) = 0;
   // Sets the deadline of close() to the post timeout from now. Otherwise close() itself sets it.
   virtual void startClosing() REQUIRES(sMutex) = 0;
@@ -132,7 +133,7 @@ class Transport {
   virtual void checkReply(std::uint64_t serial, std::function<void(bool replied)> result)
       REQUIRES(sMutex) = 0;
   // For tests: returns whether everything that was posted through this connection has been passed
-  // to the followers of this process.
+  // to the receivers of this process.
   virtual bool isSettled() const REQUIRES(sMutex) = 0;
 };
 

@@ -5,10 +5,10 @@
 namespace standin::redis {
 namespace {
 
-// The number of bytes that one read aims at, and the limit of its items.
+// The intended number of bytes of one read, and the maximum number of its items.
 constexpr std::size_t kTargetBytes = std::size_t{1} << 20;
 constexpr std::int64_t kMaxItems = 1000;
-// The number of pages that are read between two reads of the log.
+// The maximum number of pages that are read between two reads of the log.
 constexpr int kPages = 4;
 
 }  // namespace
@@ -53,10 +53,10 @@ void Reader::requestRows(Link& link, const Reply& pageKeys, bool last) {
   link.send();
 }
 
-// Passes each page while the server reads the next one. Passes all pages before it returns, because
-// a row must not be passed after a later removal of the row, which the log has. The keys are read
-// before the rows, so a row may have changed in between. The log has all changes up to the target,
-// and they are passed before onOnline().
+// Passes each page while the server reads the next one. Passes every page that it has read before
+// it returns: the log is read next, and a row must not be passed after a removal of this row that
+// the log contains. The keys are read before the rows, so a row may have changed in between. The
+// log contains all changes up to the target, and they are passed before onOnline().
 void Reader::readPages(const Scripts& scripts, Link& link) {
   if (!pageKeys_) {
     requestPageKeys(link);
@@ -70,14 +70,14 @@ void Reader::readPages(const Scripts& scripts, Link& link) {
     last = static_cast<std::int64_t>(count) < requested_;
     if (count == 0) break;
     requestRows(link, keys, last);
-    if (page) passPage(*page);
+    if (page) passPage(*std::exchange(page, std::nullopt));
     page = Page{std::move(keys), link.receiveResult()};
     if (!last) pageKeys_ = link.receiveResult();
   }
   if (page) passPage(*page);
   if (!last) return;
   // If the stream was made anew, rows may be missing. Without a target, onOnline() is not called.
-  const Look found = look(scripts);
+  const StreamState found = readState(scripts);
   if (found.life == life_) target_ = found.end;
 }
 

@@ -10,12 +10,12 @@
 namespace standin::redis {
 
 // The interval at which a publisher increments its heartbeat counter, and the interval at which
-// readers run Script::kLook.
+// these counters are checked.
 constexpr std::chrono::milliseconds kHeartbeatInterval(1000);
-constexpr std::chrono::milliseconds kLookInterval(500);
-// A publisher is removed when its heartbeat counter has not changed for that many looks. Looks are
-// counted instead of time, because no counter changes while the server does not answer.
-constexpr int kLooksUntilExpired = 7;
+constexpr std::chrono::milliseconds kCheckInterval(500);
+// A publisher is removed when its heartbeat counter has not changed for that many checks. Checks
+// are counted instead of time, because no counter changes while the server does not answer.
+constexpr int kChecksUntilExpired = 7;
 
 // The pauses between attempts to connect. They double from 10 ms to 1 s, and start at 10 ms again
 // after a connection that has lasted for more than a second.

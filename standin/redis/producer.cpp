@@ -93,13 +93,13 @@ Transport::Joined Writer::join(const std::string& stream,
   const auto producer = std::make_shared<Producer>(shared_from_this(), stream, scheme);
   std::map<std::string, std::string> seen;
   JoinReply reply = askToJoin(producer, "try", 0);
-  for (int looks = 0; !reply.joined; ++looks) {
+  for (int attempts = 0; !reply.joined; ++attempts) {
     const char* mode = "anew";
     if (covers(reply.scheme, scheme)) {
       mode = "covered";
     } else if (!reply.publishers.empty()) {
       mode = "try";
-      requireExpired(*producer, reply, looks, seen);
+      requireExpired(*producer, reply, attempts, seen);
     }
     reply = askToJoin(producer, mode, reply.life);
   }
@@ -107,12 +107,13 @@ Transport::Joined Writer::join(const std::string& stream,
   return {reply.life, reply.scheme, producer};
 }
 
-// Refuses if a publisher with another layout is open: one of this process, or one whose heartbeat
-// counter has changed since the first look. Otherwise waits for the next look or, after
-// kLooksUntilExpired looks, removes these publishers from the stream.
-void Writer::requireExpired(const Producer& producer, const JoinReply& found, int looks,
+// Refuses if a publisher with another layout is open: one of this process, one that the first
+// attempt did not find, or one whose heartbeat counter has changed since then. Otherwise waits
+// until the next attempt or, after kChecksUntilExpired attempts, removes these publishers from the
+// stream.
+void Writer::requireExpired(const Producer& producer, const JoinReply& found, int attempts,
                             std::map<std::string, std::string>& seen) {
-  if (looks == 0) seen = found.publishers;
+  if (attempts == 0) seen = found.publishers;
   const auto isOpen = [&seen](const auto& publisher) {
     const auto before = seen.find(publisher.first);
     return before == seen.end() || before->second != publisher.second ||
@@ -123,9 +124,9 @@ void Writer::requireExpired(const Producer& producer, const JoinReply& found, in
     throw Refusal{OX_ERR_INVALIDARGUMENT,
                   "stream=" + producer.stream_ + " has open publishers with another layout"};
   }
-  if (looks < kLooksUntilExpired) {
+  if (attempts < kChecksUntilExpired) {
     const auto isClosed = [this]() REQUIRES(sMutex) { return closed_; };
-    done_.waitUntil(sMutex, Clock::now() + kLookInterval, isClosed);
+    done_.waitUntil(sMutex, Clock::now() + kCheckInterval, isClosed);
     return;
   }
   const auto expire = [keys = producer.keys_, found](const Scripts& scripts) {

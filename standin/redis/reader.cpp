@@ -97,14 +97,14 @@ void Reader::serve(const Scripts& scripts, Link& link, const Worker& worker) {
   // Loading starts again, because the reply to a requested page may be lost with the connection.
   pageKeys_.reset();
   after_ = std::to_string(low_);
-  look(scripts);
+  readState(scripts);
   awaitProceed(worker);
   while (!worker.isStopped() && !ended_) {
     startLoading();
     if (loading_ && !target_) readPages(scripts, link);
     endLoading();
     if (!readLog(link, worker)) {
-      const Look found = look(scripts);
+      const StreamState found = readState(scripts);
       if (found.life == life_) {
         lose();
         join(found);
@@ -112,13 +112,13 @@ void Reader::serve(const Scripts& scripts, Link& link, const Worker& worker) {
         end("the stream was made anew");
       }
     }
-    if (Clock::now() >= nextLook_) removeExpired(scripts, look(scripts));
+    if (Clock::now() >= nextCheck_) removeExpired(scripts, readState(scripts));
   }
 }
 
-Reader::Look Reader::callLook(const Scripts& scripts) const {
-  const Reply reply = scripts.call(Script::kLook, keys_, {std::to_string(newLifeNumber())});
-  Look found;
+Reader::StreamState Reader::callReadState(const Scripts& scripts) const {
+  const Reply reply = scripts.call(Script::kReadState, keys_, {std::to_string(newLifeNumber())});
+  StreamState found;
   const std::int64_t life = reply[0].integer();
   if (life <= 0 || life > UINT32_MAX) throw LinkError{"the server has an invalid life number"};
   found.life = static_cast<std::uint32_t>(life);
@@ -138,9 +138,9 @@ Reader::Look Reader::callLook(const Scripts& scripts) const {
   return found;
 }
 
-Reader::Look Reader::look(const Scripts& scripts) {
-  Look found = callLook(scripts);
-  nextLook_ = Clock::now() + kLookInterval;
+Reader::StreamState Reader::readState(const Scripts& scripts) {
+  StreamState found = callReadState(scripts);
+  nextCheck_ = Clock::now() + kCheckInterval;
   if (life_ == 0) {
     join(found);
   } else if (found.life != life_) {
@@ -151,7 +151,7 @@ Reader::Look Reader::look(const Scripts& scripts) {
   return found;
 }
 
-void Reader::join(const Look& found) {
+void Reader::join(const StreamState& found) {
   if (ended_ || (life_ != 0 && found.life != life_)) return;
   const MutexLock lock(sMutex);
   if (!receiver_) return;
@@ -181,14 +181,14 @@ void Reader::awaitProceed(const Worker& worker) {
   failure_.clear();
 }
 
-void Reader::removeExpired(const Scripts& scripts, const Look& found) {
+void Reader::removeExpired(const Scripts& scripts, const StreamState& found) {
   std::map<std::string, std::pair<std::string, int>> heartbeats;
   for (const auto& [publisher, heartbeat] : found.publishers) {
     const auto before = heartbeats_.find(publisher);
     const bool same = before != heartbeats_.end() && before->second.first == heartbeat;
-    const int looks = same ? before->second.second + 1 : 1;
-    heartbeats.emplace(publisher, std::make_pair(heartbeat, looks));
-    if (looks <= kLooksUntilExpired || replaced_) continue;
+    const int checks = same ? before->second.second + 1 : 1;
+    heartbeats.emplace(publisher, std::make_pair(heartbeat, checks));
+    if (checks <= kChecksUntilExpired || replaced_) continue;
     scripts.call(Script::kLeave, keys_, {std::to_string(life_), publisher, heartbeat});
   }
   heartbeats_ = std::move(heartbeats);

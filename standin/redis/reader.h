@@ -15,8 +15,8 @@
 namespace standin::redis {
 
 // Reads the log of a stream, on a thread and a connection of its own. Requested rows are read in
-// pages, alternating with the log. A row may change while the pages are read; therefore the rows
-// are complete when the log has been read up to the end that it had after the last page.
+// groups of pages, alternating with the log. A row may change while the pages are read; therefore
+// the rows are complete when the log has been read up to the end that it had after the last page.
 class Reader : public std::enable_shared_from_this<Reader> {
  public:
   Reader(Address address, std::chrono::milliseconds timeout, std::string stream,
@@ -49,8 +49,8 @@ class Reader : public std::enable_shared_from_this<Reader> {
     Reply keys;  // the keys and revisions of the rows
     Reply bodies;
   };
-  // The state of the stream, as Script::kLook returns it.
-  struct Look {
+  // The state of the stream, as Script::kReadState returns it.
+  struct StreamState {
     std::uint32_t life = 0;
     std::string scheme;
     std::int64_t rev = 0;
@@ -61,12 +61,12 @@ class Reader : public std::enable_shared_from_this<Reader> {
 
   void run(Worker& worker) EXCLUDES(sMutex);
   void serve(const Scripts& scripts, Link& link, const Worker& worker) EXCLUDES(sMutex);
-  Look callLook(const Scripts& scripts) const;
-  Look look(const Scripts& scripts) EXCLUDES(sMutex);
-  void join(const Look& found) EXCLUDES(sMutex);
+  StreamState callReadState(const Scripts& scripts) const;
+  StreamState readState(const Scripts& scripts) EXCLUDES(sMutex);
+  void join(const StreamState& found) EXCLUDES(sMutex);
   void lose() EXCLUDES(sMutex);
   void awaitProceed(const Worker& worker) EXCLUDES(sMutex);
-  void removeExpired(const Scripts& scripts, const Look& found);
+  void removeExpired(const Scripts& scripts, const StreamState& found);
   // Adapts `count`, the number of items that are read at once, to the bytes of those that were
   // read.
   static void adapt(std::int64_t& count, std::size_t read, std::size_t bytes);
@@ -116,10 +116,10 @@ class Reader : public std::enable_shared_from_this<Reader> {
   std::int64_t pageCount_ = 16;    // number of rows in a page
   bool replaced_ = false;          // the stream has another life number now
   bool ended_ = false;
-  // For the id of each open publisher: its heartbeat counter, and the number of consecutive looks
+  // For the id of each open publisher: its heartbeat counter, and the number of consecutive checks
   // that have found this value.
   std::map<std::string, std::pair<std::string, int>> heartbeats_;
-  Clock::time_point nextLook_;
+  Clock::time_point nextCheck_;
 };
 
 }  // namespace standin::redis

@@ -154,7 +154,7 @@ redis.call('SET', seqKey, decimal(math.max(seq, first + posts - 1)), 'EX', 86400
 return id or last(life)
 )";
 
-constexpr std::string_view kLookScript = R"(
+constexpr std::string_view kReadStateScript = R"(
 local meta = base .. 'meta'
 local life = redis.call('HGET', meta, 'life')
 if not life then
@@ -165,7 +165,7 @@ return {life, redis.call('HGET', meta, 'scheme') or '', decimal(rev(life)), last
         redis.call('HGETALL', key(life, 'cleared')), redis.call('HGETALL', key(life, 'pubs'))}
 )";
 
-constexpr std::string_view kBodies[] = {kJoinScript, kLeaveScript, kPostScript, kLookScript};
+constexpr std::string_view kBodies[] = {kJoinScript, kLeaveScript, kPostScript, kReadStateScript};
 static_assert(std::size(kBodies) == kScripts);
 
 }  // namespace

@@ -13,8 +13,8 @@
 //   ox:{NAME}:LIFE:index   sorted set: the keys of the rows by revision
 //   ox:{NAME}:LIFE:cleared hash: for each table of which rows were removed, "OLDEST:AT", as in
 //                          ClearedTable
-//   ox:{NAME}:LIFE:pubs    hash: for each open publisher its heartbeat counter: how often it has
-//                          run kJoin, which it does every second
+//   ox:{NAME}:LIFE:pubs    hash: for each open publisher its heartbeat counter, the number of times
+//                          that it has run kJoin; it runs kJoin every second
 //   ox:{NAME}:LIFE:seq:PUBLISHER  number of the latest post of a publisher; expires a day after the
 //                          latest post or join
 //   ox:answered:SERIAL     a request that was replied to; expires
@@ -40,7 +40,7 @@ enum EntryKind : char {
   kRow = 'r',
   kUnkeyedRow = 'k',  // of posts only: the script appends the revision to the row's key
   kMessage = 'm',
-  kClear = 'c',   // "TABLE:OLDER_THAN"
+  kClear = 'c',   // in the log "TABLE:OLDER_THAN"
   kScheme = 's',  // the stream's first scheme
   kEnd = 'e',     // the last publisher has left
   kAnew = 'a',    // a publisher has made the stream anew, under another life number
@@ -50,8 +50,9 @@ enum EntryKind : char {
 // its result:
 enum class Script {
   // PUBLISHER SCHEME NEW_LIFE MODE LIFE ACKNOWLEDGED: adds the publisher to the open ones, or
-  // increments its heartbeat counter. If the stream has another scheme than SCHEME, does so only as
-  // MODE permits:
+  // increments its heartbeat counter. Makes the stream with NEW_LIFE if it does not exist, and
+  // stores SCHEME if the stream has no scheme. If SCHEME is not empty and the stream has another
+  // scheme, adds or increments only as MODE permits:
   //   "try"      never.
   //   "covered"  if the life number is still LIFE: the caller has checked that the stream's scheme
   //              covers SCHEME.
@@ -64,17 +65,17 @@ enum class Script {
   // the number of lost posts.
   kJoin,
   // LIFE PUBLISHER HEARTBEATS: removes the publisher from the open ones. If HEARTBEATS is not
-  // empty,
-  // does so only if the publisher's heartbeat counter still has this value. Returns the id of the
-  // log's end.
+  // empty, does so only if the publisher's heartbeat counter still has this value. Returns the id
+  // of the log's end.
   kLeave,
   // LIFE PUBLISHER FIRST LIMIT, and KIND KEY BODY of each post: writes the posts that have not been
-  // written before. FIRST is the number of the first one. Returns the id of the log's end, LIFE if
-  // the stream has another life number, or GAP if earlier posts are missing.
+  // written before. FIRST is the number of the first post given, LIMIT is the setting `log_limit`.
+  // For kClear, KEY is OLDER_THAN and BODY is TABLE. Returns the id of the log's end, the string
+  // "LIFE" if the stream has another life number, or "GAP" if earlier posts are missing.
   kPost,
   // NEW_LIFE: makes the stream if it does not exist. Returns {life, scheme, rev, id, {table,
   // "OLDEST:AT", ...}, {publisher, heartbeats, ...}}.
-  kLook,
+  kReadState,
 };
 constexpr std::size_t kScripts = 4;
 

@@ -102,11 +102,11 @@ class Writer final : public Transport, public std::enable_shared_from_this<Write
   void post(Entry entry, bool acknowledged) REQUIRES(sMutex);
   void awaitLeft(const Producer& producer) REQUIRES(sMutex);
   // Runs a function on the writer's thread and waits until it has returned. Refuses with kNoServer
-  // if that takes longer than the server timeout.
+  // if that takes longer than the server timeout, or if the connection is closed meanwhile.
   void ask(std::function<void(const Scripts&)> run) REQUIRES(sMutex);
   JoinReply askToJoin(const std::shared_ptr<Producer>& producer, const char* mode,
                       std::uint32_t life) REQUIRES(sMutex);
-  void requireExpired(const Producer& producer, const JoinReply& found, int looks,
+  void requireExpired(const Producer& producer, const JoinReply& found, int attempts,
                       std::map<std::string, std::string>& seen) REQUIRES(sMutex);
 
   // Called on the writer's thread.
@@ -131,7 +131,8 @@ class Writer final : public Transport, public std::enable_shared_from_this<Write
   const std::function<void(bool)> onLink_;
   std::shared_ptr<Worker> worker_ GUARDED_BY(sMutex);
   Condition work_;  // notified when there is work for the writer's thread
-  Condition done_;  // notified when an entry or request is done, or established_ or closed_ is set
+  // Notified when an entry or request is done, or when established_, failure_ or closed_ is set.
+  Condition done_;
   bool established_ GUARDED_BY(sMutex) = false;
   bool closed_ GUARDED_BY(sMutex) = false;
   std::string failure_ GUARDED_BY(sMutex);    // why the connection is not established

@@ -56,7 +56,7 @@ class DeliveryTest : public NativeTest {
   void reopen() const {
     EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1close)(env, nullptr, listener));
     EXPECT_EQ(nullptr, fromHandle<ListenerData>(listener)->jscheme.get());
-    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
+    EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, string("")));
   }
 
   jlong connection = 0;
@@ -360,10 +360,10 @@ TEST_F(DeliveryTest, CallbackMayDestroyTheListenerOfTheGatewayCall) {
 TEST_F(DeliveryTest, ListenerWithoutSubscriberRefusesEachMessage) {
   newPublisher(connection);
   const jobject ref = objRef();
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1new)(env, nullptr, connection, text("stream=s"), nullptr, ref,
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1new)(env, nullptr, connection, string("stream=s"), nullptr, ref,
                                       nullptr, scripted("ScriptedListener")));
   listener = getLong(ref, "getRef");
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, text("")));
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, listener, string("")));
   EXPECT_EQ(OX_ERR_INTERNAL, process());
   const int objects = probe->counts.objects;
   EXPECT_EQ(OX_ERR_INTERNAL, deliver(data.head));
@@ -372,7 +372,7 @@ TEST_F(DeliveryTest, ListenerWithoutSubscriberRefusesEachMessage) {
   EXPECT_EQ(objects + 1, probe->counts.objects);
 }
 
-// FaultSweepTest fails the other gateway calls.
+// FaultSweepTest fails the gateway calls of most natives.
 TEST_F(DeliveryTest, FailuresToCloseAndToGetTheSchemeAreReturned) {
   standin::failNext("ox_lsn_close", 0x2abcd);
   EXPECT_EQ(0x2abcd, OXLI(lsn_1close)(env, nullptr, listener));
@@ -387,7 +387,7 @@ TEST_F(DeliveryTest, OpenReleasesTheSettingsAfterTheGatewayCall) {
     released = true;
     EXPECT_EQ(nullptr, fromHandle<ConnData>(connection)->env.load());
   };
-  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1open)(env, nullptr, connection, text("")));
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1open)(env, nullptr, connection, string("")));
   EXPECT_TRUE(released);
   probe->onRelease = nullptr;
 }

@@ -19,7 +19,7 @@ using Lines = std::vector<std::string>;
 class EnvironmentTest : public NativeTest {
  protected:
   jint open(const char* settings) const {
-    return OXLI(env_1open)(env, nullptr, settings ? text(settings) : nullptr);
+    return OXLI(env_1open)(env, nullptr, settings ? string(settings) : nullptr);
   }
   jint close() const { return OXLI(env_1close)(env, nullptr); }
 };
@@ -72,7 +72,7 @@ TEST_F(EnvironmentTest, LookupsAreThoseOfTheListInThisOrder) {
   ASSERT_EQ(105u, expected.size());
 
   Lines seen;
-  const jstring settings = text("");
+  const jstring settings = string("");
   for (int n = 1;; ++n) {
     probe->failAt(n, JniProbe::Fault::kThrows);
     const std::string line =
@@ -212,7 +212,7 @@ TEST_F(EnvironmentTest, NativesRefuseAClosedEnvironment) {
   EXPECT_EQ(std::vector<jint>(results.size(), OX_ERR_INVALIDSTATE), results);
   EXPECT_EQ(nullptr, callWithNulls(env, &OXLI(msg_1dump)));
   EXPECT_EQ(nullptr,
-            Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(env, nullptr, text("")));
+            Java_org_quendel_oxli_ex_impl_OxliImplEx_settings_1parse(env, nullptr, string("")));
   callWithNulls(env, &OXLI(zblock_1wrap));
   const ox_scheme_desc_t scheme = {};
   createScheme(env, &scheme, nullptr);
@@ -252,7 +252,7 @@ TEST_F(EnvironmentTest, NativesRefuseNulls) {
   EXPECT_EQ(Lines(), standin::calls());
   EXPECT_EQ(nullptr, callWithNulls(env, &OXLI(bcd_1get)));
   for (const auto name : {&OXLI(conn_1getname), &OXLI(lsn_1getname), &OXLI(pub_1getname)}) {
-    EXPECT_EQ("", toText(env, callWithNulls(env, name)));
+    EXPECT_EQ("", toString(env, callWithNulls(env, name)));
   }
 }
 

@@ -38,7 +38,8 @@ struct Scenario {
   int silentNull = 0;           // number of calls that write no line if they return null
   bool succeedsAnyway = false;  // returns success although a call has thrown
   int lines = 1;                // maximum number of lines of one failure, with enclosing steps
-  int globalsLeft = 0;          // global references that stay if storing the handle throws
+  int leaving = 0;      // number of calls that leave the new object registered if they throw
+  int globalsLeft = 0;  // global references that stay if storing the handle throws
 };
 
 constexpr jint kFailure = 0x2abcd;
@@ -55,7 +56,7 @@ class Frame {
   JNIEnv* env_;
 };
 
-// Fails each Java call, each gateway call and each allocation of each scenario in turn.
+// Fails each JNI call, each gateway call and each allocation of each scenario in turn.
 class FaultSweepTest : public NativeTest {
  protected:
   void SetUp() override {
@@ -63,9 +64,9 @@ class FaultSweepTest : public NativeTest {
     openEnvironment();
     error.head.type = OX_MSG_PARSEERR;
     timeout.head.type = OX_MSG_ZRMQ_TIMEOUT;
-    empty = text("");
-    type = text("i4");
-    streamSettings = text("stream=s");
+    empty = string("");
+    type = string("i4");
+    streamSettings = string("stream=s");
     buffer = env->NewDirectByteBuffer(bytes, sizeof bytes);
     ref = objRef();
     state = intRef();
@@ -130,7 +131,8 @@ class FaultSweepTest : public NativeTest {
 
   void addConnectionScenarios() {
     const auto closeConnection = [this] { return OXLI(conn_1close)(env, nullptr, connection); };
-    add("conn_new", [this] { return OXLI(conn_1new)(env, nullptr, empty, ref, jconn); });
+    add("conn_new", [this] { return OXLI(conn_1new)(env, nullptr, empty, ref, jconn); }).leaving =
+        1;
     add(
         "conn_open", [this] { return OXLI(conn_1open)(env, nullptr, connection, empty); },
         closeConnection);
@@ -144,9 +146,11 @@ class FaultSweepTest : public NativeTest {
     const auto create = [this] { listener = newListener(connection); };
     const auto createOpen = [this] { listener = newOpenListener(connection); };
     // The record stays the gateway's callback data if its handle could not be stored.
-    add("lsn_new", [this] {
+    Scenario& lsnNew = add("lsn_new", [this] {
       return OXLI(lsn_1new)(env, nullptr, connection, streamSettings, subscriber, ref, jconn, jlsn);
-    }).globalsLeft = 3;
+    });
+    lsnNew.leaving = 1;
+    lsnNew.globalsLeft = 3;
     add(
         "lsn_open", [this] { return OXLI(lsn_1open)(env, nullptr, listener, empty); }, create);
     add(
@@ -162,10 +166,13 @@ class FaultSweepTest : public NativeTest {
   }
 
   void addPublisherScenarios() {
-    add("pub_new", [this] { return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub); });
+    add("pub_new", [this] {
+      return OXLI(pub_1new)(env, nullptr, connection, empty, ref, jpub);
+    }).leaving = 1;
     add(
         "pub_open", [this] { return OXLI(pub_1open)(env, nullptr, publisher, empty); },
         [this] { return OXLI(pub_1close)(env, nullptr, publisher); });
+    add("pub_close", [this] { return OXLI(pub_1close)(env, nullptr, publisher); });
     add("pub_getstate", [this] { return OXLI(pub_1getstate)(env, nullptr, publisher, state); });
     add("pub_getscheme", [this] { return OXLI(pub_1getscheme)(env, nullptr, publisher, ref); });
     add("pub_wrap", [this] { return oxjni_pub_wrap(env, native.pub); }).silentNull = 1;
@@ -177,9 +184,9 @@ class FaultSweepTest : public NativeTest {
       jlong on;
       jint keyType;
       jobject key;
-    } keys[] = {{"pub_msgnew name", publisher, OX_KEY_NAME, text("m")},
+    } keys[] = {{"pub_msgnew name", publisher, OX_KEY_NAME, string("m")},
                 {"pub_msgnew id", publisher, OX_KEY_ID, make("java/lang/Integer", "(I)V", jint{7})},
-                {"pub_msgnew row", replica, OX_KEY_NAME, text("m")}};
+                {"pub_msgnew row", replica, OX_KEY_NAME, string("m")}};
     for (const auto& k : keys) {
       // A failure to fill the object also fails the step after it.
       add(k.name, [this, k] {
@@ -249,7 +256,7 @@ class FaultSweepTest : public NativeTest {
   void addSchemeScenarios() {
     filled = make("org/quendel/oxli/Scheme");
     OXLI(pub_1newscheme)(env, nullptr, wholeScheme, filled);
-    const jstring whole = text(getText(filled, "toString").c_str());
+    const jstring whole = string(getString(filled, "toString").c_str());
     const jmethodID toString =
         env->GetMethodID(env->GetObjectClass(filled), "toString", "()Ljava/lang/String;");
     const jmethodID equals =
@@ -288,9 +295,10 @@ class FaultSweepTest : public NativeTest {
     };
     add(
         "zblock_new", [this] { return OXLI(zblock_1new)(env, nullptr, zblock, buffer, zblock); },
-        renew);
-    add("zblock_wrap", wrap, renew);
-    add("zblock_wrap again", wrap, wrapped);
+        renew)
+        .leaving = 1;
+    add("zblock_wrap", wrap, renew).leaving = 2;
+    add("zblock_wrap again", wrap, wrapped).leaving = 2;
     add(
         "zblock_rebind", [this] { return OXLI(zblock_1rebind)(env, nullptr, buffer, bound); },
         wrapped);
@@ -330,27 +338,36 @@ class FaultSweepTest : public NativeTest {
     }
   }
 
-  // Fails each gateway call, and leaves an exception pending in each, as a callback may.
+  // Makes each gateway call return kFailure in turn. Then, in further runs, leaves an exception
+  // pending in each gateway call in turn, as a callback may.
   void failEachGatewayCall(const Scenario& scenario) {
     std::set<std::string> functions;
+    bool stores = false;  // in an out-parameter
+    const auto isUnchanged = [this] {
+      return getLong(ref, "getRef") == 77 && getInt(state, "get") == 77;
+    };
+    const auto setOutParams = [this] {
+      set(ref, "set", "(J)V", jlong{77});
+      set(state, "set", "(I)V", jint{77});
+    };
     prepared(scenario, [&] {
+      setOutParams();
       standin::clearCalls();
       EXPECT_EQ(OX_ERR_OK, scenario.run());
       for (const auto& line : standin::calls()) functions.insert(line.substr(0, line.find(' ')));
+      stores = !isUnchanged();
     });
-    // Messages are delivered without a scheme if the gateway has none.
+    // A delivery succeeds even if ox_lsn_getscheme fails: the message then has no scheme.
     if (scenario.after) return;
     for (const std::string& function : functions) {
       SCOPED_TRACE(function);
       prepared(scenario, [&] {
-        set(ref, "set", "(J)V", jlong{77});
-        set(state, "set", "(I)V", jint{77});
+        setOutParams();
         const Balance before = balance();
         standin::failNext(function.c_str(), kFailure);
         EXPECT_EQ(scenario.gatewayFailure, scenario.run());
         EXPECT_EQ(before, balance());
-        EXPECT_EQ(77, getLong(ref, "getRef"));
-        EXPECT_EQ(77, getInt(state, "get"));
+        EXPECT_TRUE(isUnchanged());
       });
       // The gateway calls of natives that return an object make no callback.
       if (scenario.gatewayFailure != kFailure) continue;
@@ -360,13 +377,14 @@ class FaultSweepTest : public NativeTest {
         jint result = OX_ERR_OK;
         const std::string lines = standardError([&] { result = scenario.run(); });
         EXPECT_EQ(result == OX_ERR_OK, lines.empty());
+        EXPECT_TRUE(!stores || result != OX_ERR_OK);
         EXPECT_TRUE(result == OX_ERR_OK || before == balance());
         EXPECT_EQ("Error", clearException());
       });
     }
   }
 
-  void failEachJavaCall(const Scenario& scenario, JniProbe::Fault fault) {
+  void failEachJniCall(const Scenario& scenario, JniProbe::Fault fault) {
     SCOPED_TRACE(fault == JniProbe::Fault::kThrows ? "throws" : "returns null");
     const bool throws = fault == JniProbe::Fault::kThrows;
     Balance expected = balance();
@@ -376,10 +394,12 @@ class FaultSweepTest : public NativeTest {
       globalsLeft += scenario.globalsLeft;
     }
     int silent = 0;
+    int leaving = 0;
     bool failed = true;
     for (int call = 1; failed; ++call) {
       std::string lines;
       prepared(scenario, [&] {
+        const Balance before = balance();
         jint result = OX_ERR_OK;
         lines = standardError([&] {
           probe->failAt(call, fault);
@@ -389,11 +409,14 @@ class FaultSweepTest : public NativeTest {
         clearException();
         SCOPED_TRACE(lines);
         EXPECT_TRUE((result == OX_ERR_OK) == !failed || (scenario.succeedsAnyway && throws));
+        leaving += result != OX_ERR_OK && before != balance() ? 1 : 0;
       });
       if (lines.empty()) silent += failed ? 1 : 0;
       EXPECT_GE(scenario.lines, countLines(lines));
     }
     EXPECT_EQ(throws ? scenario.silent : scenario.silentNull, silent);
+    // A delivery caches objects.
+    EXPECT_TRUE(scenario.after || !throws || scenario.leaving == leaving) << leaving;
     EXPECT_EQ(expected, balance());
   }
 
@@ -418,10 +441,12 @@ class FaultSweepTest : public NativeTest {
     int n = 0;
     for (bool failed = true; failed;) {
       prepared(scenario, [&] {
+        const Balance before = balance();
         failAllocationAt(++n);
         const jint result = scenario.run();
         failed = disarmAllocations();
         EXPECT_EQ(failed, result != OX_ERR_OK);
+        EXPECT_TRUE(!failed || scenario.after || before == balance());
         EXPECT_EQ("", clearException());
       });
     }
@@ -459,14 +484,14 @@ class FaultSweepTest : public NativeTest {
   std::int64_t payload = 1;
   ox_data_lifenum_t lifePayload = {1, 2};
   ox_data_cleardeleted_t clearPayload = {1, 2};
-  char stateText[2] = "s";
+  char statePayload[2] = "s";
   const std::uint8_t nulls[1] = {1};
   ox_msg_t open = serviceRecord(OX_MSG_OPEN);
   ox_msg_t close = serviceRecord(OX_MSG_CLOSE, &payload, 4);
   ox_msg_t time = serviceRecord(OX_MSG_TIME, &payload, 8);
   ox_msg_t life = serviceRecord(OX_MSG_ZRREPL_LIFENUM, &lifePayload, sizeof lifePayload);
   ox_msg_t clear = serviceRecord(OX_MSG_ZRREPL_CLEARDELETED, &clearPayload, sizeof clearPayload);
-  ox_msg_t replState = serviceRecord(OX_MSG_ZRREPL_STATE, stateText, sizeof stateText);
+  ox_msg_t replState = serviceRecord(OX_MSG_ZRREPL_STATE, statePayload, sizeof statePayload);
   ox_msg_data_t timeout = dataRecord(1, 1);
   ox_msg_data_t data = dataRecord(1, 1, &payload, 8);
   ox_msg_data_t error = dataRecord(1, 1, &payload, 4);
@@ -478,8 +503,8 @@ TEST_F(FaultSweepTest, EachFailureOfACallWritesItsLinesAndLeaksNothing) {
   for (const Scenario& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
     failEachGatewayCall(scenario);
-    failEachJavaCall(scenario, JniProbe::Fault::kThrows);
-    failEachJavaCall(scenario, JniProbe::Fault::kReturnsNull);
+    failEachJniCall(scenario, JniProbe::Fault::kThrows);
+    failEachJniCall(scenario, JniProbe::Fault::kReturnsNull);
   }
   const std::vector<std::string> steps = linesOf(OXLI_TEST_STEPS);
   EXPECT_EQ(std::set<std::string>(steps.begin(), steps.end()), seen);

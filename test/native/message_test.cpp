@@ -77,7 +77,7 @@ TEST_F(MessageTest, EachTypeHasAClassThatReadsItsPayload) {
     ox_msg_t& head = c.type == OX_MSG_STREAM_DATA ? row.head : data.head;
     head = serviceRecord(c.type, c.payload, 4);
     const jobject object = get(head);
-    EXPECT_EQ(c.string, getText(object, "toString"));
+    EXPECT_EQ(c.string, getString(object, "toString"));
     EXPECT_EQ(static_cast<jint>(c.type), getInt(object, "getType"));
     EXPECT_EQ(toHandle(&head), getLong(object, "getRef"));
     EXPECT_TRUE(c.payload != &life || getLong(object, "getFlags") == 2147483648);
@@ -90,7 +90,7 @@ TEST_F(MessageTest, EachTypeHasAClassThatReadsItsPayload) {
     });
     for (const std::string& line : standin::logLines()) lines += line;
     EXPECT_EQ(c.line, lines);
-    EXPECT_EQ(c.withoutPayload ? c.withoutPayload : c.string, getText(object, "toString"));
+    EXPECT_EQ(c.withoutPayload ? c.withoutPayload : c.string, getString(object, "toString"));
   }
 }
 
@@ -118,7 +118,7 @@ TEST_F(MessageTest, SecondMessageOfAKeyUpdatesTheObject) {
   next.user_id = 1;
   next.addr = nullptr;
   EXPECT_EQ(first, get(next));
-  EXPECT_EQ("DataMessage quote, user id 1", getText(first, "toString"));
+  EXPECT_EQ("DataMessage quote, user id 1", getString(first, "toString"));
   EXPECT_EQ(5, getInt(first, "getMsgIndex"));
   EXPECT_EQ(INT32_MIN, getInt(first, "getMsgId"));
   EXPECT_EQ(toHandle(&next), getLong(first, "getRef"));

@@ -11,11 +11,11 @@ class PassthroughTest : public NativeTest {
  protected:
   jobject buffer(void* bytes, jlong size) const { return env->NewDirectByteBuffer(bytes, size); }
   std::string getstr(const char* type, void* bytes, jlong size) const {
-    return toText(env, OXLI(getstr)(env, nullptr, text(type), buffer(bytes, size)));
+    return toString(env, OXLI(getstr)(env, nullptr, string(type), buffer(bytes, size)));
   }
   std::string decimal(void* bytes) const {
     const jobject value = OXLI(bcd_1get)(env, nullptr, buffer(bytes, 9));
-    return value ? getText(value, "toPlainString") : "(null)";
+    return value ? getString(value, "toPlainString") : "(null)";
   }
 };
 
@@ -41,16 +41,16 @@ TEST_F(PassthroughTest, GetstrEnlargesItsBufferOnce) {
   EXPECT_EQ("(null)", getstr("c3000", longText.data(), 3000));
   EXPECT_EQ(2u, standin::calls().size());
   EXPECT_EQ("(null)", getstr("no such type", &number, 4));
-  EXPECT_EQ(nullptr, OXLI(getstr)(env, nullptr, text("i4"), nullptr));
+  EXPECT_EQ(nullptr, OXLI(getstr)(env, nullptr, string("i4"), nullptr));
 }
 
 TEST_F(PassthroughTest, LogLinesAreNotUsedAsFormats) {
-  EXPECT_EQ(OX_ERR_OK, OXLI(log_1errorstr)(env, nullptr, text("100%s")));
+  EXPECT_EQ(OX_ERR_OK, OXLI(log_1errorstr)(env, nullptr, string("100%s")));
   EXPECT_NE(std::string::npos, standin::logLines().at(0).find("100%s"));
 }
 
 TEST_F(PassthroughTest, ErrorCodesHaveStrings) {
-  EXPECT_NE(std::string::npos, toText(env, OXLI(err_1getstr)(env, nullptr, OX_ERR_INVALIDSTATE))
+  EXPECT_NE(std::string::npos, toString(env, OXLI(err_1getstr)(env, nullptr, OX_ERR_INVALIDSTATE))
                                    .find("OX_ERR_INVALIDSTATE"));
 }
 
@@ -58,13 +58,13 @@ TEST_F(PassthroughTest, ScalesOfDecimalsAreSigned) {
   struct {
     std::int64_t mantissa;
     std::int8_t scale;
-    const char* text;
+    const char* string;
   } cases[] = {{5, 1, "0.5"}, {5, -1, "50"}, {-12345, 2, "-123.45"}, {0, 0, "0"}};
   for (const auto& c : cases) {
     unsigned char bytes[9];
     std::memcpy(bytes, &c.mantissa, 8);
     std::memcpy(bytes + 8, &c.scale, 1);
-    EXPECT_EQ(c.text, decimal(bytes));
+    EXPECT_EQ(c.string, decimal(bytes));
   }
   unsigned char bad[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0x7f};
   EXPECT_EQ("", standardError([&] { EXPECT_EQ("(null)", decimal(bad)); }));
@@ -75,7 +75,7 @@ TEST_F(PassthroughTest, SchemeGetstrIsNotImplemented) {
   const jthrowable pending = env->ExceptionOccurred();
   env->ExceptionClear();
   EXPECT_EQ("OxliException", className(pending));
-  EXPECT_EQ("Not implemented.", getText(pending, "getMessage"));
+  EXPECT_EQ("Not implemented.", getString(pending, "getMessage"));
 }
 
 }  // namespace

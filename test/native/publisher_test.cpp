@@ -58,11 +58,11 @@ TEST_F(PublisherTest, KeysMustHaveTheClassOfTheirType) {
     jint keyType;
     jobject key;
     jint result;
-  } cases[] = {{OX_KEY_NAME, text("m"), OX_ERR_OK},
+  } cases[] = {{OX_KEY_NAME, string("m"), OX_ERR_OK},
                {OX_KEY_INDEX, integer(0), OX_ERR_OK},
                {OX_KEY_ID, integer(7), OX_ERR_OK},
                {OX_KEY_NAME, integer(0), OX_ERR_INVALIDARGUMENT},
-               {OX_KEY_INDEX, text("m"), OX_ERR_INVALIDARGUMENT},
+               {OX_KEY_INDEX, string("m"), OX_ERR_INVALIDARGUMENT},
                {OX_KEY_ID, nullptr, OX_ERR_INVALIDARGUMENT},
                {OX_KEY_NAME, nullptr, OX_ERR_INVALIDARGUMENT}};
   for (const auto& c : cases) {
@@ -71,13 +71,13 @@ TEST_F(PublisherTest, KeysMustHaveTheClassOfTheirType) {
     EXPECT_EQ(c.result == OX_ERR_OK, !standin::calls().empty());
   }
   EXPECT_EQ(OX_ERR_INVALIDARGUMENT,
-            OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text("m"), nullptr, nullptr));
+            OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, string("m"), nullptr, nullptr));
 }
 
 TEST_F(PublisherTest, NewMessageIsBoundToRecordSchemeAndPublisher) {
   const jobject message = newMessage(publisher, "m");
   EXPECT_EQ("DataMessage", className(message));
-  EXPECT_EQ("m", getText(message, "getMsgName"));
+  EXPECT_EQ("m", getString(message, "getMsgName"));
   EXPECT_EQ(7, getInt(message, "getMsgId"));
   ox_scheme_desc_t* scheme = nullptr;
   ox_pub_getscheme(fromHandle<ox_publisher_t>(publisher), &scheme);
@@ -88,10 +88,10 @@ TEST_F(PublisherTest, NewMessageIsBoundToRecordSchemeAndPublisher) {
 TEST_F(PublisherTest, FailureToGetTheSchemeTakesPrecedence) {
   standin::failNext("ox_pub_getscheme", 0x2abcd);
   standin::failNext("ox_pub_msgnew", 0x2abce);
-  EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, text("m")));
+  EXPECT_EQ(0x2abcd, msgNew(OX_KEY_NAME, string("m")));
   // The gateway returns success without a record.
   standin::failNext("ox_pub_msgnew", OX_ERR_OK);
-  EXPECT_EQ(OX_ERR_INTERNAL, msgNew(OX_KEY_NAME, text("m")));
+  EXPECT_EQ(OX_ERR_INTERNAL, msgNew(OX_KEY_NAME, string("m")));
 }
 
 TEST_F(PublisherTest, DataFieldsAreExchangedForThePost) {
@@ -99,7 +99,7 @@ TEST_F(PublisherTest, DataFieldsAreExchangedForThePost) {
   std::string seen;
   script.onMessage = [&](JNIEnv*, jobject message) {
     if (className(message) == "DataMessage") {
-      seen += std::to_string(getInt(message, "getUserId")) + getText(message, "getAddress") + " ";
+      seen += std::to_string(getInt(message, "getUserId")) + getString(message, "getAddress") + " ";
     }
     return 0;
   };
@@ -114,7 +114,7 @@ TEST_F(PublisherTest, DataFieldsAreExchangedForThePost) {
   EXPECT_EQ(own, msg.addr);
   ox_msg_data_t earlier = dataRecord(0, 7);
   msg.ref_msg = &earlier;
-  set(message, "setAddress", "(Ljava/lang/String;)V", text("gate"));
+  set(message, "setAddress", "(Ljava/lang/String;)V", string("gate"));
   set(message, "setRefMessage", "(Lorg/quendel/oxli/messages/DataMessage;)V", other);
   EXPECT_EQ(OX_ERR_OK, post(publisher, message));
   EXPECT_EQ(own, msg.addr);
@@ -164,7 +164,7 @@ TEST_F(PublisherTest, NullMapIsExchangedUnlessTooShort) {
 // The fields are restored independently of the type; TearDown detects memory that is not released.
 TEST_F(PublisherTest, GatewayMayChangeTheTypeOfARecord) {
   const jobject data = newMessage(publisher, "m");
-  set(data, "setAddress", "(Ljava/lang/String;)V", text("gate"));
+  set(data, "setAddress", "(Ljava/lang/String;)V", string("gate"));
   const jobject row = newMessage(replica, "m");
   auto& dataRecord = record<ox_msg_data_t>(data);
   auto& rowRecord = record<ox_msg_streamdata_t>(row);
@@ -183,13 +183,13 @@ TEST_F(PublisherTest, GatewayMayChangeTheTypeOfARecord) {
 
 TEST_F(PublisherTest, DumpEnlargesItsBufferOnce) {
   const jobject message = newMessage(publisher, "m");
-  set(message, "setAddress", "(Ljava/lang/String;)V", text("gate"));
+  set(message, "setAddress", "(Ljava/lang/String;)V", string("gate"));
   standin::clearCalls();
   EXPECT_NE(std::string::npos, dump(message).find("gate"));
   EXPECT_EQ(1u, standin::calls().size());
 
   const std::string longAddress(3000, 'x');
-  set(message, "setAddress", "(Ljava/lang/String;)V", text(longAddress.c_str()));
+  set(message, "setAddress", "(Ljava/lang/String;)V", string(longAddress.c_str()));
   standin::clearCalls();
   const std::string dumped = dump(message);
   EXPECT_NE(std::string::npos, dumped.find(longAddress));

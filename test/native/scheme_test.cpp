@@ -48,7 +48,7 @@ class SchemeTest : public NativeTest {
   // receives what was written on standard error.
   std::string converted() {
     errors = standardError([this] { createScheme(env, &scheme, jscheme); });
-    return env->ExceptionCheck() ? "" : getText(jscheme, "toString");
+    return env->ExceptionCheck() ? "" : getString(jscheme, "toString");
   }
 
   // Returns the class of the exception of a conversion, if it leaves one, and what was written on
@@ -72,7 +72,7 @@ TEST_F(SchemeTest, IntegersOfNamedValuesAreSignExtended) {
     const char* type;
     std::size_t size;
     const void* integer;
-    const char* text;
+    const char* string;
   } cases[] = {
       {"u1", 1, bits, "-1, bytes 0xff"},
       {"u2", 2, bits, "-1, bytes 0xffff"},
@@ -92,7 +92,7 @@ TEST_F(SchemeTest, IntegersOfNamedValuesAreSignExtended) {
     expected += std::string("    field f (") + (c.type ? c.type : "null") + "), number " +
                 std::to_string(field.number) + ", size " + std::to_string(c.size) +
                 ", offset 0, null flag " + std::to_string(field.number - 1) +
-                ": f\n      value v = " + c.text + '\n';
+                ": f\n      value v = " + c.string + '\n';
   }
   EXPECT_EQ(expected, converted());
   EXPECT_EQ("", errors);
@@ -220,15 +220,15 @@ TEST_F(SchemeTest, ExportedFunctionsConvertParts) {
   const ox_hint_t first = {&second, "a", "1"};
   const jobjectArray hints = getHints(env, &first);
   ASSERT_EQ(4, env->GetArrayLength(hints));
-  EXPECT_EQ("b", toText(env, env->GetObjectArrayElement(hints, 2)));
-  EXPECT_EQ("(null)", toText(env, env->GetObjectArrayElement(hints, 3)));
+  EXPECT_EQ("b", toString(env, env->GetObjectArrayElement(hints, 2)));
+  EXPECT_EQ("(null)", toString(env, env->GetObjectArrayElement(hints, 3)));
   EXPECT_EQ(0, env->GetArrayLength(getHints(env, nullptr)));
 
   const JEnv& cache = *JEnv::spInstance;
   const jobject field =
       create_field_desc(env, cache.fieldDesc.cls, cache.fieldDesc.ctor, cache.fieldValueDesc.cls,
                         cache.fieldValueDesc.ctor, &addField("i4", 4));
-  EXPECT_EQ("i4", getText(field, "getType"));
+  EXPECT_EQ("i4", getString(field, "getType"));
 
   jobject made = jscheme;
   create_message_desc(env, &message, &made);

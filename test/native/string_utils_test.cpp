@@ -34,7 +34,7 @@ TEST(StringUtils, WritesIntegers) {
 TEST(StringUtils, ReadsIntegers) {
   constexpr unsigned kUntouched = 77;
   struct {
-    const char* text;
+    const char* string;
     int base;
     int asInt, asUint32;  // results
     unsigned value;
@@ -64,25 +64,25 @@ TEST(StringUtils, ReadsIntegers) {
       {"1", 1, 2, 2, kUntouched},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
+    SCOPED_TRACE(c.string);
     unsigned value = kUntouched;
     errno = EINVAL;  // an error of an earlier call must have no effect
-    EXPECT_EQ(c.asInt, StringUtils::str2int(value, c.text, c.base));
+    EXPECT_EQ(c.asInt, StringUtils::str2int(value, c.string, c.base));
     EXPECT_EQ(c.asInt == 0 ? c.value : kUntouched, value);
     value = kUntouched;
-    EXPECT_EQ(c.asUint32, StringUtils::str2uint32(value, c.text, c.base));
+    EXPECT_EQ(c.asUint32, StringUtils::str2uint32(value, c.string, c.base));
     EXPECT_EQ(c.asUint32 == 0 ? c.value : kUntouched, value);
   }
 }
 
 TEST(StringUtils, ReadsBinaryDecimalAndHexadecimal) {
   struct {
-    const char* text;
+    const char* string;
     unsigned long value;
   } const cases[] = {{"0b101", 5}, {"0B11", 3},  {"0x1F", 31}, {"017", 15},
                      {"19", 19},   {"0b", 0},    {"abc", 0},   {"", 0},
                      {"0b12", 1},  {"12ab", 12}, {"0b2", 0},   {"18446744073709551615", ~0ul}};
-  for (const auto& c : cases) EXPECT_EQ(c.value, oxutils::str_to_ul(c.text)) << c.text;
+  for (const auto& c : cases) EXPECT_EQ(c.value, oxutils::str_to_ul(c.string)) << c.string;
 }
 
 TEST(StringUtils, ReturnsTheVersionOfTheSystem) {

@@ -213,10 +213,10 @@ TEST_F(ServerTest, KillsOfTheServerLoseRepeatAndReorderNothing) {
 TEST_F(ServerTest, LostAcknowledgementsRepeatNoPostAndNoLeave) {
   const PrivateServer& server = startServer({"--appendfsync", "no"});
   Inbox data(connect(), "stream=data");
-  Peer peer(at("server_timeout=300;post_timeout=30000"), "stream=data");
+  Peer peer(at("server_timeout=1000;post_timeout=30000"), "stream=data");
   // While the server is stopped, its socket receives commands. When the server continues, it
-  // executes them, but their replies are lost, because the connection timed out: they are sent
-  // again.
+  // executes them, but their replies are lost, because the connection timed out. The publisher
+  // therefore sends the commands again.
   const auto loseReplies = [&] {
     EXPECT_TRUE(awaitState(peer.conn, standin::kOpening));
     server.signal(SIGCONT);
@@ -269,13 +269,15 @@ TEST_F(ServerTest, ListenersOfAKilledPublisherAreClosedAndResume) {
 }
 
 TEST_F(ServerTest, OnlineMeansThatNoRowIsMissingWhileAnotherProcessPosts) {
-  startServer({"--appendfsync", "no"});
+  const PrivateServer& server = startServer({"--appendfsync", "no"});
   constexpr int32_t kKeys = 3000;
   startPeer({"publish", at(), "stream=rows;mode=replica", std::to_string(kKeys), "0"});
   for (int round = 0; round < 3; ++round) {
     ox_conn_t* const conn = connect();
     Inbox rows(conn, "stream=rows;mode=replica");
     ASSERT_TRUE(round > 0 || rows.awaitValues(5000));
+    // Breaks the connections while the rows are loaded.
+    if (round > 0) server.command("CLIENT KILL TYPE normal");
     ASSERT_TRUE(rows.awaitOnline());
     EXPECT_EQ(tableOf(rows.rev, kKeys), rows.table);
     ASSERT_TRUE(rows.awaitValues(rows.values.size() + 1000));
@@ -429,7 +431,7 @@ TEST_F(ServerTest, MessagesWithAnotherTypeCodeAreDelivered) {
 
 TEST_F(ServerTest, CallsTimeOutWhileTheServerDoesNotAnswer) {
   PrivateServer& server = startServer({"--appendfsync", "no"});
-  const std::string settings = at("server_timeout=300;post_timeout=200;window=10");
+  const std::string settings = at("server_timeout=600;post_timeout=200;window=10");
   Peer peer(settings, "stream=data"), strict(settings, "stream=data;ack=always");
   Inbox data(peer.conn, "stream=data");
   ASSERT_EQ(OX_ERR_OK, strict.post(0, 1));
@@ -462,7 +464,7 @@ TEST_F(ServerTest, CallsTimeOutWhileTheServerDoesNotAnswer) {
   EXPECT_EQ(standin::kNotAcknowledged, strict.post(0, 13));
   EXPECT_EQ(standin::kNotAcknowledged, ox_conn_close(strict.conn));
   EXPECT_LT(0, timesLogged("1 posts are discarded"));
-  // Closing the environment also ends a thread of the library that is connecting.
+  // Closing the environment also ends the stand-in gateway's thread that is connecting.
   ASSERT_EQ(OX_ERR_OK, ox_conn_new(at("server_timeout=20000").c_str(), &late));
   const std::size_t before = threads();
   std::thread opening([late] { EXPECT_EQ(OX_ERR_INVALIDSTATE, ox_conn_open(late, "")); });
@@ -523,7 +525,7 @@ TEST_F(ServerTest, ForeignEntriesRefusedPostsAndAnEmptiedServerStopNoStream) {
   ASSERT_EQ(OX_ERR_OK, peer.post(2, 2));
   ASSERT_TRUE(standin::settle());
   const std::string keys = keysOf("rows");
-  // Adds a damaged row to the snapshot, and entries that no publisher has posted to the log.
+  // Adds a damaged row to the snapshot. Later adds to the log entries that no publisher has posted.
   EXPECT_EQ(":1\r\n", server.command("ZADD " + keys + "index 1.5 other"));
   EXPECT_EQ(":1\r\n", server.command("HSET " + keys + R"(rows other "\x01\xFF\xFF\xFF")"));
   Inbox rows(peer.conn, "stream=rows;mode=replica");

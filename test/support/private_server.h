@@ -30,8 +30,8 @@ class PrivateServer {
   void kill();
   // Starts the server again after kill(), with the same port and folder.
   void start();
-  // Sends a command, whose arguments are separated by spaces, and returns the beginning of the
-  // reply.
+  // Sends a command and returns the beginning of the reply. The arguments are separated by spaces;
+  // an argument in double quotes may contain escapes such as \x01.
   std::string command(const std::string& line) const;
 
  private:

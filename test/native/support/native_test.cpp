@@ -59,7 +59,7 @@ void NativeTest::TearDown() {
 }
 
 void NativeTest::openEnvironment() {
-  ASSERT_EQ(OX_ERR_OK, OXLI(env_1open)(env, nullptr, text("")));
+  ASSERT_EQ(OX_ERR_OK, OXLI(env_1open)(env, nullptr, string("")));
   standin::clearCalls();
 }
 
@@ -88,40 +88,40 @@ void NativeTest::destroyRegistered(const std::set<const void*>& kept) const {
 jlong NativeTest::newConnection() {
   const jobject ref = objRef();
   const jobject connection = make("org/quendel/oxli/Connection", "(J)V", jlong{0});
-  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1new)(env, nullptr, text(""), ref, connection));
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1new)(env, nullptr, string(""), ref, connection));
   const jlong handle = getLong(ref, "getRef");
-  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1open)(env, nullptr, handle, text("")));
+  EXPECT_EQ(OX_ERR_OK, OXLI(conn_1open)(env, nullptr, handle, string("")));
   return handle;
 }
 
 jlong NativeTest::newListener(jlong connection, const char* settings) {
   const jobject ref = objRef();
   const jobject jconn = make("org/quendel/oxli/Connection", "(J)V", jlong{0});
-  EXPECT_EQ(OX_ERR_OK,
-            OXLI(lsn_1new)(env, nullptr, connection, text(settings), scripted("ScriptedSubscriber"),
-                           ref, jconn, scripted("ScriptedListener")));
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1new)(env, nullptr, connection, string(settings),
+                                      scripted("ScriptedSubscriber"), ref, jconn,
+                                      scripted("ScriptedListener")));
   return getLong(ref, "getRef");
 }
 
 jlong NativeTest::newOpenListener(jlong connection, const char* settings) {
   const jlong handle = newListener(connection, settings);
-  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, handle, text("")));
+  EXPECT_EQ(OX_ERR_OK, OXLI(lsn_1open)(env, nullptr, handle, string("")));
   return handle;
 }
 
 jlong NativeTest::newPublisher(jlong connection, const char* settings) {
   const jobject ref = objRef();
   const jobject publisher = make("org/quendel/oxli/Publisher", "(J)V", jlong{0});
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1new)(env, nullptr, connection, text(settings), ref, publisher));
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1new)(env, nullptr, connection, string(settings), ref, publisher));
   const jlong handle = getLong(ref, "getRef");
-  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1open)(env, nullptr, handle, text("")));
+  EXPECT_EQ(OX_ERR_OK, OXLI(pub_1open)(env, nullptr, handle, string("")));
   return handle;
 }
 
 jobject NativeTest::newMessage(jlong publisher, const char* name) {
   const jobjectArray out = newArray();
   EXPECT_EQ(OX_ERR_OK,
-            OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, text(name), nullptr, out));
+            OXLI(pub_1msgnew)(env, nullptr, publisher, OX_KEY_NAME, string(name), nullptr, out));
   return env->GetObjectArrayElement(out, 0);
 }
 
@@ -160,12 +160,12 @@ jobject NativeTest::getObject(jobject object, const char* method, const char* si
   return value;
 }
 
-std::string NativeTest::getText(jobject object, const char* method) const {
-  return toText(env, getObject(object, method, "()Ljava/lang/String;"));
+std::string NativeTest::getString(jobject object, const char* method) const {
+  return toString(env, getObject(object, method, "()Ljava/lang/String;"));
 }
 
 std::string NativeTest::className(jobject object) const {
-  return getText(env->GetObjectClass(object), "getSimpleName");
+  return getString(env->GetObjectClass(object), "getSimpleName");
 }
 
 void NativeTest::set(jobject object, const char* method, const char* signature, ...) const {
@@ -177,13 +177,13 @@ void NativeTest::set(jobject object, const char* method, const char* signature, 
   EXPECT_FALSE(env->ExceptionCheck());
 }
 
-std::string NativeTest::toText(JNIEnv* env, jobject string) {
-  if (!string) return "(null)";
-  const auto jtext = static_cast<jstring>(string);
-  const char* const chars = env->GetStringUTFChars(jtext, nullptr);
-  std::string text(chars);
-  env->ReleaseStringUTFChars(jtext, chars);
-  return text;
+std::string NativeTest::toString(JNIEnv* env, jobject object) {
+  if (!object) return "(null)";
+  const auto javaString = static_cast<jstring>(object);
+  const char* const chars = env->GetStringUTFChars(javaString, nullptr);
+  std::string copy(chars);
+  env->ReleaseStringUTFChars(javaString, chars);
+  return copy;
 }
 
 jobject NativeTest::dataOf(JNIEnv* env, jobject zblock) {

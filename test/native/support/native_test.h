@@ -56,7 +56,7 @@ class NativeTest : public ::testing::Test {
   // Destroys the registered objects by their natives, except those with a gateway handle in `kept`.
   void destroyRegistered(const std::set<const void*>& kept = {}) const;
 
-  jstring text(const char* chars) const { return env->NewStringUTF(chars); }
+  jstring string(const char* chars) const { return env->NewStringUTF(chars); }
   jobject make(const char* className, const char* signature = "()V", ...) const;
   jobject objRef() const { return make("org/quendel/oxli/impl/ObjRef"); }
   jobject intRef() const { return make("org/quendel/oxli/impl/IntRef"); }
@@ -69,10 +69,10 @@ class NativeTest : public ::testing::Test {
   jlong getLong(jobject object, const char* method) const;
   jint getInt(jobject object, const char* method) const;
   jobject getObject(jobject object, const char* method, const char* signature) const;
-  std::string getText(jobject object, const char* method) const;
+  std::string getString(jobject object, const char* method) const;
   std::string className(jobject object) const;
   void set(jobject object, const char* method, const char* signature, ...) const;
-  static std::string toText(JNIEnv* env, jobject string);
+  static std::string toString(JNIEnv* env, jobject object);
   // Returns the current buffer of a `ZBlock`. The probe counts none of its calls.
   static jobject dataOf(JNIEnv* env, jobject zblock);
 
@@ -90,8 +90,7 @@ class NativeTest : public ::testing::Test {
 
   JNIEnv* env = nullptr;
   std::unique_ptr<JniProbe> probe;
-  // The number of global references that exceed the probe's count of deletions at the end of the
-  // test.
+  // The number of global references that TearDown expects not to be deleted.
   int globalsLeft = 0;
 };
 

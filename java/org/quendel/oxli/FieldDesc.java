@@ -16,8 +16,8 @@ import org.quendel.oxli.messages.StreamDataMessage;
 
 /**
  * Describes one field of a {@link MessageDesc}, and reads and writes it in messages of that
- * description. Look a field up once for each opening, and use it for all messages of the opening,
- * on any thread:
+ * description. Look a field up each time its listener or publisher is opened, and use it on any
+ * thread, for all messages until that listener or publisher is opened again:
  *
  * <pre>{@code
  * FieldDesc volume = scheme.getMessage("quote").getField("volume");
@@ -39,11 +39,12 @@ import org.quendel.oxli.messages.StreamDataMessage;
  *
  * <p>The methods for z-blocks check that the description of the message has a z-block at the
  * field's offset, because its bytes contain an address. All other methods do not check the
- * description. Use a field only with messages of the opening that its scheme belongs to: the layout
- * may differ in the next opening.
+ * description. Use a field only with messages of the listener or publisher that its scheme belongs
+ * to, and only until that object is opened again: the layout may differ then.
  *
- * <p>Native code makes the objects of this class. Their position in the null map is set while their
- * scheme is filled; after that, they are immutable.
+ * <p>Native code makes the objects of this class; {@link #getField} makes copies of them. The
+ * position of a field in the null map is set while its scheme is filled; after that, the objects
+ * are immutable.
  */
 public final class FieldDesc {
   static final int NO_POSITION = -1;
@@ -164,8 +165,8 @@ public final class FieldDesc {
   }
 
   /**
-   * Returns the field's default, {@link #getSize} bytes, or null: a new buffer, read-only and
-   * little-endian.
+   * Returns the field's default as a new buffer of {@link #getSize} bytes, read-only and
+   * little-endian; null if the field has no default.
    */
   public ByteBuffer getValue() {
     return Descriptions.viewOf(value);
@@ -240,7 +241,8 @@ public final class FieldDesc {
   /**
    * Writes the integer that has the name.
    *
-   * @throws NoSuchElementException if the field has no value of that name
+   * @throws NoSuchElementException if the field has no value of that name, or if the value has no
+   *     bytes
    */
   public void setValueName(Message to, String valueName) {
     final FieldValueDesc named = getValue(valueName);
@@ -327,8 +329,9 @@ public final class FieldDesc {
   }
 
   /**
-   * Binds a z-block made to receive to the bytes that the field refers to, without copying them.
-   * The bytes may be read while the message is usable; see {@link ZBlock}.
+   * Binds a z-block, which {@link Environment#newZBlock()} has made, to the bytes that the field
+   * refers to. Does not copy the bytes. They may be read while the message is usable; see {@link
+   * ZBlock}.
    *
    * @throws IllegalArgumentException also if the message's own description has no z-block there
    * @throws IllegalStateException also if the message was not delivered, the z-block was made to
@@ -364,7 +367,8 @@ public final class FieldDesc {
   /**
    * Returns whether the field is null in a row; false if the row has no null map.
    *
-   * @throws IllegalArgumentException if the field belongs to a nested message and has no flag
+   * @throws IllegalArgumentException if the field belongs to a nested message: null maps have no
+   *     flags for such fields
    */
   public boolean isNull(StreamDataMessage row) {
     return row.isNull(requirePosition());
@@ -373,7 +377,8 @@ public final class FieldDesc {
   /**
    * Marks the field of an outgoing row as null or not.
    *
-   * @throws IllegalArgumentException if the field belongs to a nested message and has no flag
+   * @throws IllegalArgumentException if the field belongs to a nested message: null maps have no
+   *     flags for such fields
    * @throws IllegalStateException if the row has no null map
    */
   public void setNull(StreamDataMessage row, boolean isNull) {

@@ -98,7 +98,7 @@ final class Misuse extends GatewayTest {
     connection.process(0);
   }
 
-  /** The preloaded library makes the scheme one that cannot be converted. */
+  /** The preloaded library makes a list of hints in this scheme circular. */
   void postForeignAddressWithEndlessScheme() {
     final Publisher endless = connection.newPublisher("stream=endless");
     endless.open("scheme=?{messages=endless;message.endless=?{fields=n:i4,z:z}}");
@@ -131,7 +131,7 @@ final class Misuse extends GatewayTest {
       Thread.sleep(10);
       try {
         openAndClose();
-        throw new NoSuchElementException("no class loader is left");
+        throw new NoSuchElementException("the first class loader was collected");
       } catch (UnsatisfiedLinkError e) {
         // The first class loader has not been collected yet.
       }
