@@ -51,10 +51,11 @@ JNIEXPORT void oxjni_lsn_unwrap(JNIEnv* env, ox_listener_t* lsn);
 // cannot be made or filled; if a Java exception is pending then, this function may return a partly
 // filled object instead. The binding owns the object until oxjni_lsn_unwrap; the next message of
 // the same kind is filled into the same object. Call this function from the callback of the
-// listener, on one thread at a time. Any Java thread may use the object. Unlike with listeners made
-// in Java, no check refuses the use of the object after the callback has returned, when `msg` may
-// be freed. Returns null without a line if an exception is pending on entry. `record` must not be
-// used after oxjni_lsn_unwrap, which may free it.
+// listener, on one thread at a time. Any Java thread may use the object. Do not use the object
+// after the callback has returned: `msg` may be freed then, and unlike for listeners made in Java,
+// no check detects the use. Returns null without a line if an exception is pending on entry. Writes
+// no line for an exception that reading the null map of a row or writing its flags throws. `record`
+// must not be used after oxjni_lsn_unwrap, which may free it.
 JNIEXPORT jobject oxjni_lsn_cacheget(JNIEnv* env, ox_listener_t* lsn, ox_msg_t* msg, void* record);
 
 // Binds a publisher to a new Java `Publisher`, like oxjni_conn_wrap. If the publisher is bound
@@ -69,7 +70,8 @@ JNIEXPORT void oxjni_pub_unwrap(JNIEnv* env, ox_publisher_t* pub);
 // listener or its connection, if the calling thread is not attached to the virtual machine, or if
 // an exception is pending. If a Java step or the subscriber fails, returns OX_ERR_INTERNAL; the
 // exception, if there is one, stays pending. Writes no line for an exception that is pending on
-// entry or that the subscriber throws.
+// entry, that the subscriber throws, or that reading the null map of a row or writing its flags
+// throws.
 JNIEXPORT int ListenerCB(ox_conn_t* conn, ox_listener_t* lsn, ox_msg_t* msg, void* data);
 
 // The gateway callback of the exit event: calls `onExitEvent` of the registered handler, unless an

@@ -33,7 +33,7 @@ void standin::destroy(Listener& lsn) {
 bool standin::extractReplica(Settings& settings) {
   const std::string mode = settings.extract("mode");
   if (!mode.empty() && mode != "replica") {
-    settings.refuse("mode=" + mode + " is invalid: the only mode is replica");
+    settings.refuse("mode=" + mode + " is invalid: it must be \"replica\"");
   }
   return !mode.empty();
 }

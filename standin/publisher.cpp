@@ -36,8 +36,9 @@ void noteReply(const Publisher& pub, const KnownRecord& to) REQUIRES(sMutex) {
   }
 }
 
-// Waits until the server has acknowledged all posts of the publisher. Does nothing without a
-// server.
+// Waits until the publisher has left its stream, which it does when the server has acknowledged its
+// posts. Throws if they are not acknowledged within the post timeout. Sets the state to closed in
+// either case. Does nothing without a server.
 void awaitLeft(Publisher& pub) REQUIRES(sMutex) {
   const std::shared_ptr<Sender> sender = std::exchange(pub.sender, nullptr);
   if (!sender) return;
@@ -96,7 +97,7 @@ int ox_pub_open(ox_publisher_t* handle, const char* string) {
         settings.extractNumber<std::uint32_t>("reply_timeout", 1000));
     const std::string ack = settings.extract("ack");
     if (!ack.empty() && ack != "always") {
-      settings.refuse("ack=" + ack + " is invalid: the only value is always");
+      settings.refuse("ack=" + ack + " is invalid: it must be \"always\"");
     }
     const bool replica = extractReplica(settings);
     const std::string stream = settings.extract("stream");

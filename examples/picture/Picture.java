@@ -27,7 +27,7 @@ public final class Picture {
     if (message instanceof DataMessage) {
       final DataMessage picture = (DataMessage) message;
       picture.getDesc().getField("pixels").getZBlock(picture, block);
-      final ByteBuffer pixels = block.getData(); // until this method returns
+      final ByteBuffer pixels = block.getData(); // valid until this method returns
       System.out.printf("received %s: %d bytes outside a payload of %d bytes, sum %d%n",
           picture.getDesc().getField("title").getText(picture), pixels.capacity(),
           picture.getData().capacity(), sum(pixels));

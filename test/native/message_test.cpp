@@ -144,6 +144,8 @@ TEST_F(MessageTest, NullMapIsMadeOnceAndOverwritten) {
   ox_msg_streamdata_t without = rowRecord(1);
   get(without);
   EXPECT_TRUE(env->IsSameObject(map, getObject(object, "getNulls", "()[Z")));
+  env->GetBooleanArrayRegion(map, 0, 2, flags);
+  EXPECT_EQ(0, flags[0] | flags[1]);
 
   // If the null map is longer than the object's array, Java throws, and no line is written.
   ox_msg_streamdata_t longer = rowRecord(1, nulls, 3);

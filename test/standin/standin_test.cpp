@@ -690,7 +690,7 @@ TEST_F(StandinTest, RefusalsAndIgnoredKeysAreLogged) {
       {logged(ox_lsn_open(closed.lsn, "time=soon")),
        "argument: time=soon is not a number in range"},
       {logged(ox_lsn_open(closed.lsn, "mode=all")),
-       "argument: mode=all is invalid: the only mode is replica"},
+       "argument: mode=all is invalid: it must be \"replica\""},
       {logged(ox_lsn_open(closed.lsn, "replstate=?{rev=x}")),
        "argument: replstate: rev=x is not a number in range"},
       {logged(ox_lsn_open(closed.lsn, "steam=s;replstate=?{revision=1}")),

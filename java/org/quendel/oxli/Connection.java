@@ -20,8 +20,9 @@ import org.quendel.oxli.impl.Results;
  * Threads that wait for the lock acquire it in the order of their calls. While {@link #process}
  * waits for messages, it lets another thread acquire the lock at least every {@value #SLICE_MILLIS}
  * milliseconds. Inside {@code onMessage} the delivering thread may make further calls; {@link
- * ISubscriber} states the limits. All other calls, and calls on publishers, do not wait for a
- * {@code process} in progress.
+ * ISubscriber} states the limits. The first {@link Listener#getScheme} of an opening waits for
+ * these calls, too. All other calls, and calls on publishers, do not wait for a {@code process} in
+ * progress.
  */
 public final class Connection implements AutoCloseable {
   /** Maximum duration in milliseconds of one wait of {@link #process} in the gateway. */

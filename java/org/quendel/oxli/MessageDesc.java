@@ -18,7 +18,7 @@ public final class MessageDesc {
   private final List<IndexDesc> indices;
   private final Map<String, FieldDesc> fieldsByName;
   private final Map<String, IndexDesc> indicesByName;
-  private final FieldDesc[] zblockFields; // all with offsets in this message
+  private final FieldDesc[] zblockFields; // also of nested messages; offsets are in this message
 
   MessageDesc(long number, String name, String description, String[] hints, FieldDesc[] fields,
       IndexDesc[] indices) {
@@ -39,8 +39,8 @@ public final class MessageDesc {
   }
 
   /**
-   * Removes the positions in the null map: a null map has no flags for fields of nested messages.
-   * Called by the field whose nested message this describes.
+   * Sets the fields to have no position in the null map: null maps have no flags for fields of
+   * nested messages. Called by the field whose nested message this describes.
    */
   void markNested() {
     for (FieldDesc field : fields) {
@@ -94,8 +94,8 @@ public final class MessageDesc {
   }
 
   /**
-   * Returns a field by its name. The field applies to all messages of this description in the
-   * opening: look it up once.
+   * Returns a field by its name. The field applies to all messages of this description until the
+   * listener or publisher is opened again: look it up once after each opening.
    *
    * @throws NoSuchElementException if there is no field of that name
    */

@@ -128,7 +128,7 @@ public final class Publisher implements AutoCloseable {
   }
 
   /**
-   * Sets the status for dump. Called after {@link Connection#shut}, which closes publishers, too.
+   * Sets the status for dump. Called by {@link Connection#shut}, which closes publishers, too.
    */
   void noteShut() {
     status = State.nameOf(State.CLOSED);
@@ -238,10 +238,11 @@ public final class Publisher implements AutoCloseable {
    * Posts a message: an outgoing message of this publisher, any number of times, or a delivered
    * message inside {@code onMessage}.
    *
-   * <p>If this method throws, the message may have been posted. If memory is missing for the
-   * address, for the reference to another message, or for the null map, the message is posted
+   * <p>If this method throws, the message may have been posted. If an exception occurs while the
+   * address, the reference to another message or the null map is read, the message is posted
    * without this field and without those after it in this list; the exception is thrown after the
-   * post.
+   * post. If the virtual machine has no memory for one of them and throws no exception, the
+   * message is not posted, and this method throws an {@link OxliException}.
    *
    * @param flags the gateway's flags; with the stand-in gateway, those of {@link PostFlag}
    * @throws OxliException if the gateway refuses

@@ -15,7 +15,7 @@ import org.quendel.oxli.MessageDesc;
  *
  * <p>An outgoing message has a {@link MessageOwner}. A copy has no record. Every other message is a
  * delivered message: only the thread inside {@code onMessage} may use it, until {@code onMessage}
- * returns.
+ * returns. If native code delivers it without a Java listener, any thread may use it.
  */
 public abstract class MessageRecord extends NativeRef implements Cloneable {
   private static final int MADE_BY_GATEWAY = 0;
@@ -93,7 +93,10 @@ public abstract class MessageRecord extends NativeRef implements Cloneable {
     return user == Thread.currentThread() || user == null && !isClosed();
   }
 
-  /** Returns whether a listener has delivered the object, which native code may then fill again. */
+  /**
+   * Returns whether a Java listener has delivered the object, which native code may then fill
+   * again. Returns false for the objects that native code delivers without a Java listener.
+   */
   protected final boolean isReused() {
     return user != null;
   }
