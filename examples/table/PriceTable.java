@@ -96,10 +96,10 @@ public final class PriceTable {
 
   @Override
   public String toString() {
-    final StringBuilder text = new StringBuilder();
-    rows.forEach((name, row) -> text.append(String.format("%s %d.%02d, ", name, row.cents / 100,
+    final StringBuilder line = new StringBuilder();
+    rows.forEach((name, row) -> line.append(String.format("%s %d.%02d, ", name, row.cents / 100,
         row.cents % 100)));
-    return text.length() == 0 ? "" : text.substring(0, text.length() - 2);
+    return line.length() == 0 ? "" : line.substring(0, line.length() - 2);
   }
 
   private static void post(Publisher publisher, String name, long cents) {

@@ -18,16 +18,16 @@ class ZBlockTest extends GatewayTest {
 
   private final List<String> received = new ArrayList<>();
 
-  private static ByteBuffer direct(String text) {
-    return ByteBuffer.allocateDirect(text.length()).put(text.getBytes()).clear();
+  private static ByteBuffer direct(String string) {
+    return ByteBuffer.allocateDirect(string.length()).put(string.getBytes()).clear();
   }
 
-  private static String text(ByteBuffer bytes) {
+  private static String string(ByteBuffer bytes) {
     return StandardCharsets.UTF_8.decode(bytes.duplicate()).toString();
   }
 
-  private static WeakReference<ByteBuffer> rebind(ZBlock block, String text) {
-    final ByteBuffer memory = direct(text);
+  private static WeakReference<ByteBuffer> rebind(ZBlock block, String string) {
+    final ByteBuffer memory = direct(string);
     block.rebind(memory);
     return new WeakReference<>(memory);
   }
@@ -40,7 +40,7 @@ class ZBlockTest extends GatewayTest {
       for (String name : List.of("a", "b")) {
         message.getDesc().getField(name).getZBlock(message, incoming);
         assertTrue(incoming.getData().isDirect() && incoming.getData().isReadOnly());
-        received.add(text(incoming.getData()));
+        received.add(string(incoming.getData()));
       }
     }));
     final Publisher publisher = publish(BLOCKS);
@@ -49,13 +49,13 @@ class ZBlockTest extends GatewayTest {
     final FieldDesc b = message.getDesc().getField("b");
     final ByteBuffer memory = direct("-first-").position(1).limit(6);
     final ZBlock block = environment.newZBlock(memory);
-    assertEquals("first", text(block.getData()));
+    assertEquals("first", string(block.getData()));
     a.setZBlock(message, block);
     publisher.post(message);
     memory.put(1, (byte) 'X');
     b.setZBlock(message, block);
     block.rebind(direct("second"));
-    assertEquals("second", text(block.getData()));
+    assertEquals("second", string(block.getData()));
     publisher.post(message);
     final WeakReference<ByteBuffer> memoryOfThird = rebind(block, "third");
     a.setZBlock(message, block);
@@ -92,7 +92,7 @@ class ZBlockTest extends GatewayTest {
       // Both messages are delivered in the same object.
       final boolean isFirst = copies.get(0).getDesc().getField("n").getLong(delivered) == 0;
       if (isFirst) {
-        assertEquals("block", text(incoming.getData()));
+        assertEquals("block", string(incoming.getData()));
       } else {
         assertThrows(IllegalStateException.class, incoming::getData);
       }
