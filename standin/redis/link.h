@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,8 +16,8 @@
 namespace standin::redis {
 
 // Thrown when a connection is not established or cannot be used any more.
-struct LinkError {
-  std::string reason;
+struct LinkError : std::runtime_error {
+  using std::runtime_error::runtime_error;
 };
 
 // A reply of the server. Its content is untrusted: the accessors check its type, and throw a

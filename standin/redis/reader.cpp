@@ -78,8 +78,6 @@ void Reader::run(Worker& worker) {
       const Scripts scripts(link);
       pauses.onEstablished();
       serve(scripts, link, worker);
-    } catch (const LinkError& error) {
-      onFailure(error.reason, worker);
     } catch (const std::exception& exception) {
       onFailure(exception.what(), worker);
     }

@@ -124,8 +124,6 @@ void Writer::run(Worker& worker) {
       onEstablished();
       pauses.onEstablished();
       serve(scripts, link, worker);
-    } catch (const LinkError& error) {
-      onFailure(error.reason, worker);
     } catch (const std::exception& exception) {
       onFailure(exception.what(), worker);
     }
@@ -263,7 +261,7 @@ void Writer::check(Link& link, std::deque<Check> checks) {
     for (const Check& each : checks) link.append({"DEL", answeredKey(each.serial)});
     for (std::size_t i = 0; i < checks.size(); ++i) replied[i] = link.receive().integer() > 0;
   } catch (const LinkError& error) {
-    failure = error.reason;
+    failure = error.what();
   }
   const MutexLock lock(sMutex);
   for (std::size_t i = 0; i < checks.size(); ++i) checks[i].result(replied[i]);
