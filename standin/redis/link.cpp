@@ -71,8 +71,9 @@ void Link::connect(const Address& address) {
   if (address.host.empty()) {
     sockaddr_un path{};
     path.sun_family = AF_UNIX;
-    if (address.path.size() >= sizeof path.sun_path)
+    if (address.path.size() >= sizeof path.sun_path) {
       throw LinkError{"the path of the socket is too long"};
+    }
     address.path.copy(path.sun_path, sizeof path.sun_path - 1);
     return connectTo(AF_UNIX, &path, sizeof path);
   }

@@ -108,7 +108,7 @@ public final class StreamDataMessage extends AbstractDataMessage {
   @Override
   protected void setData(ByteBuffer payload) {
     super.setData(payload);
-    if (nulls == null) return;
+    if (!isDelivered() || nulls == null) return;
     // Native code writes into the array that it finds, but not for a row without a null map.
     if (isAmbiguous()) {
       nulls = null; // the next row may have another number of fields

@@ -87,8 +87,8 @@ class SchemeTest extends GatewayTest {
       final FieldDesc n = pair.getField("n");
       Collections.addAll(seen, text.getText(message), price.getDecimal(message), n.getLong(message),
           pair.getNested(message).getShort(0), last.getValueName(message), last.getLong(message),
-          price.isNull((StreamDataMessage) message), text.isNull((StreamDataMessage) message),
-          text.getBytes(message).get(3));
+          price.isNull(((StreamDataMessage) message).copy()),
+          text.isNull((StreamDataMessage) message), text.getBytes(message).get(3));
     }));
     for (BigDecimal refused : List.of(new BigDecimal("1e-19"), new BigDecimal("1e300"),
         BigDecimal.valueOf(Long.MAX_VALUE).add(BigDecimal.ONE))) {
